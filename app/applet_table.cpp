@@ -1,0 +1,41 @@
+#include "app/applet_table.h"
+
+// Each applet is defined in its own file.
+AppletHandler no_op, xbootenv, not_built_yet;
+AppletHandler upgrade;
+AppletHandler xkill;
+
+// A new applet is its own file, a declaration above and one row here. The order is that of the
+// listing; the installation makes one link per row.
+const Applet kApplets[] = {
+    {"tev_arp", not_built_yet},
+    {"load_drv", not_built_yet},
+    {"get_boot_param", not_built_yet},
+    {"init_upgrade", no_op},
+    {"upgrade", upgrade},
+    {"xupgrade", not_built_yet},
+    {"xfactorydefault", not_built_yet},
+    {"xbootenv", xbootenv},
+    {"xgpio", not_built_yet},
+    {"xi2c", not_built_yet},
+    {"xgpioi2c", not_built_yet},
+    {"xkill", xkill},
+    {"xtime", not_built_yet},
+    {"test_dio", no_op},
+    {"test_led", no_op},
+    {"test_rs485", not_built_yet},
+    {"test_rs232", not_built_yet},
+    {"test_sdcard", not_built_yet},
+    {"test_usb", not_built_yet},
+    {"test_key", no_op},
+    {"test_rtc", no_op},
+    {"test_send_watchdog", not_built_yet},
+    {"test_audio", no_op},
+    {"get_cb_cam_info", not_built_yet},
+    {nullptr, nullptr},
+};
+
+std::span<const Applet> Applets()
+{
+    return std::span{kApplets}.first(std::size(kApplets) - 1);
+}

@@ -1,0 +1,18 @@
+// The applets: the commands that the program carries.
+#pragma once
+
+#include <span>
+
+/// An applet's entry. argv[0] is its bare name. The result is not looked at.
+using AppletHandler = int(int argc, char **argv);
+
+struct Applet {
+    const char *name;
+    AppletHandler *handler;
+};
+
+/// The table, ended by a row without a name.
+extern const Applet kApplets[];
+
+/// Its rows, without the last.
+std::span<const Applet> Applets();

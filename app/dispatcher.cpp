@@ -1,0 +1,54 @@
+#include "app/dispatcher.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "app/applet_table.h"
+
+namespace
+{
+
+const char *const kNoName = "";
+
+void PrintListing()
+{
+    std::printf("QVE ver. 1.0.0 (%s) multi-call binary\n", QVE_BUILD_STAMP);
+    std::puts("usage : [function] [arguments]...");
+    std::puts("");
+    std::puts("currently defined functions:");
+    const char *separator = "";
+    for (const Applet &applet : Applets()) {
+        std::printf("%s%s", separator, applet.name);
+        separator = ", ";
+    }
+    std::puts("");
+}
+
+AppletHandler *FindHandler(const char *name)
+{
+    for (const Applet &applet : Applets()) {
+        if (std::strcmp(applet.name, name) == 0) {
+            return applet.handler;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+int Dispatch(int argc, char **argv)
+{
+    if (argc > 0) {
+        if (char *slash = std::strrchr(argv[0], '/'); slash != nullptr) {
+            argv[0] = slash + 1;
+        }
+    }
+    if (AppletHandler *handler = FindHandler(argc > 0 ? argv[0] : kNoName); handler != nullptr) {
+        // Deliberately without effect on the exit status: an applet that must fail visibly ends
+        // the process itself.
+        handler(argc, argv);
+        return 0;
+    }
+    PrintListing();
+    return 0;
+}

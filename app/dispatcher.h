@@ -1,0 +1,8 @@
+// Picks the applet by the name under which the program was started.
+#pragma once
+
+/// Runs the applet named by what follows the last '/' of argv[0], which becomes the bare name.
+/// Under any other name prints the version and the list of the applets.
+///
+/// @return 0, whatever the applet returned
+int Dispatch(int argc, char **argv);

@@ -1,0 +1,6 @@
+#include "app/dispatcher.h"
+
+int main(int argc, char **argv)
+{
+    return Dispatch(argc, argv);
+}

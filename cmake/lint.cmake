@@ -1,0 +1,1 @@
+# Static checks and formatting; both need the compilation database of this build.

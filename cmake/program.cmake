@@ -1,0 +1,55 @@
+# The program: one object library, so that the unit tests link the very same objects.
+
+# SOURCE_DATE_EPOCH, when set, fixes the stamp: the same sources then give the same bytes.
+string(TIMESTAMP QVE_BUILD_STAMP "%Y.%m.%d-%H:%M+0000" UTC)
+
+add_library(qve_objects OBJECT
+    app/applet_table.cpp
+    app/dispatcher.cpp
+    app/no_op.cpp
+    bringup/xkill.cpp
+    flash/crc32.cpp
+    flash/installer.cpp
+    flash/jffs2.cpp
+    flash/mtd.cpp
+    flash/package.cpp
+    flash/settings.cpp
+    flash/uimage.cpp
+    upgrade/local_udp.cpp
+    upgrade/message_channel.cpp
+    upgrade/upgrade.cpp
+    upgrade/watchdog.cpp
+    upgrade/worker_thread.cpp
+    util/command_pipe.cpp
+    util/conf_reader.cpp
+    util/conf_writer.cpp
+    util/elapsed_time.cpp
+    util/number.cpp
+    util/process.cpp
+    util/process_list.cpp
+    util/reboot.cpp
+    util/shell.cpp)
+target_link_libraries(qve_objects PUBLIC qve_warnings)
+# No heap, no exceptions, no C++ runtime library on the board.
+target_compile_options(qve_objects PRIVATE
+    -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections)
+set_source_files_properties(app/dispatcher.cpp PROPERTIES
+    COMPILE_DEFINITIONS "QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
+
+add_executable(qve app/main.cpp)
+target_link_libraries(qve PRIVATE qve_objects)
+target_compile_options(qve PRIVATE -fno-exceptions -fno-rtti)
+# Linked as C: whatever would need the C++ runtime library fails here and not on the board.
+set_target_properties(qve PROPERTIES LINKER_LANGUAGE C)
+target_link_options(qve PRIVATE -Wl,--gc-sections)
+if(QVE_STATIC)
+    target_link_options(qve PRIVATE -static -s)
+endif()
+
+# The program and one link per applet. The names come from the applet table itself.
+file(STRINGS app/applet_table.cpp rows REGEX "^    {\"[a-z0-9_]+\", ")
+list(TRANSFORM rows REPLACE "^    {\"([a-z0-9_]+)\".*" "\\1" OUTPUT_VARIABLE QVE_APPLETS)
+install(TARGETS qve RUNTIME DESTINATION bin)
+foreach(applet IN LISTS QVE_APPLETS)
+    install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/${applet}\" SYMBOLIC)")
+endforeach()

@@ -1,0 +1,23 @@
+// Words in byte buffers, whatever the alignment of the buffer and the byte order of the CPU.
+#pragma once
+
+#include <cstdint>
+
+inline uint32_t LoadLe32(const uint8_t *bytes)
+{
+    return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
+           static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
+
+inline uint32_t LoadBe32(const uint8_t *bytes)
+{
+    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
+           static_cast<uint32_t>(bytes[2]) << 8 | static_cast<uint32_t>(bytes[3]);
+}
+
+inline void StoreLe32(uint8_t *bytes, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i) {
+        bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+    }
+}

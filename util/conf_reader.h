@@ -1,0 +1,42 @@
+// Reads key=value configuration files.
+//
+// Lines that begin with '#' or '[' (after blanks) are skipped; sections have no meaning. A line is
+// read in pieces as long as the reader's buffer, each of which counts as a line.
+#pragma once
+
+#include <span>
+
+/// Copies the token at the beginning of `text`, up to '=' or the end of the line, to `token_out`.
+///
+/// Blanks before the token are skipped and one blank behind it is removed, exactly one. A token
+/// that begins with a double quote loses it and its last character, whatever that is.
+///
+/// @param token_out  receives the token, cut to its size, always terminated; untouched when there
+///                   is no token
+/// @return where reading stopped: behind the '=', or at the end of the line; at a '#' or '[' that
+///         stands where the token should begin; null for an empty line
+const char *CUTIL_ParseConfLine(std::span<char> token_out, const char *text);
+
+/// As CUTIL_ParseConfLine, with `separator` in place of '='.
+const char *CUTIL_ParseConfLineSep(char separator, std::span<char> token_out, const char *text);
+
+/// Looks up `key` in the configuration file `path` and copies its value to `destination`.
+///
+/// The first line whose key *begins with* `key` wins: asking for "cam" finds "cam_model=VM01".
+/// Without such a line `destination` still receives the value of the file's last key line, so
+/// callers must live with what they get. A value that itself begins with '#' or '[' is not read.
+///
+/// Lines up to 2047 characters, keys up to 63, values up to 2047.
+///
+/// @param destination  receives the value, cut to its size, always terminated
+/// @return 0, also when no line matches; -1 when the file cannot be opened (`destination`
+/// untouched)
+int CUTIL_GetConfValue(const char *path, const char *key, std::span<char> destination);
+
+/// As CUTIL_GetConfValue, but the whole key must be equal. Keys up to 1023 characters.
+int CUTIL_GetConfValueExact(const char *path, const char *key, std::span<char> destination);
+
+/// As CUTIL_GetConfValue with `separator` in place of '='. Lines up to 255 characters, keys up to
+/// 63, values up to 191.
+int CUTIL_GetConfValueSep(const char *path, const char *key, std::span<char> destination,
+                          char separator);

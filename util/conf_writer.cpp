@@ -1,0 +1,142 @@
+#include "util/conf_writer.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "util/file.h"
+
+namespace
+{
+
+constexpr const char *kSharedScratch = "/etc/temp.conf";
+
+using LineMatch = bool (*)(std::string_view line, std::string_view key);
+
+/// The name ends before the first space or '='; where a '#' comes first, or neither stands in the
+/// line, the whole line is the name, its newline included.
+bool NameEquals(std::string_view line, std::string_view key)
+{
+    const size_t end = line.find_first_of(" =#");
+    const bool ended = end != std::string_view::npos && line[end] != '#';
+    return line.substr(0, ended ? end : std::string_view::npos) == key;
+}
+
+bool BeginsWith(std::string_view line, std::string_view key)
+{
+    return line.starts_with(key);
+}
+
+struct Job {
+    const char *operation; ///< names itself in the messages
+    const char *path;
+    const char *scratch_path;
+    const char *key;
+    const char *value;
+    char separator;
+    LineMatch matches;
+};
+
+enum class Outcome { kDone, kTargetUnreadable, kScratchUnwritable, kRenameFailed };
+
+void WriteEntry(const Job &job, std::FILE *scratch)
+{
+    std::fprintf(scratch, "%s%c%s\n", job.key, job.separator, job.value);
+}
+
+/// Copies the target to the scratch file with the key's lines replaced, or the entry appended.
+void CopyLines(const Job &job, std::FILE *target, std::FILE *scratch, std::span<char> line)
+{
+    bool replaced = false;
+    while (std::fgets(line.data(), static_cast<int>(line.size()), target) != nullptr) {
+        if (job.matches(line.data(), job.key)) {
+            WriteEntry(job, scratch);
+            replaced = true;
+        } else {
+            std::fputs(line.data(), scratch);
+        }
+    }
+    if (!replaced) {
+        WriteEntry(job, scratch);
+    }
+}
+
+void PrintCannotOpen(const Job &job, const char *path)
+{
+    std::printf("[%s] we can't open the file : %s\n", job.operation, path);
+}
+
+Outcome Rewrite(const Job &job, std::span<char> line)
+{
+    File target{job.path, "r"};
+    if (!target) {
+        PrintCannotOpen(job, job.path);
+        return Outcome::kTargetUnreadable;
+    }
+    File scratch{job.scratch_path, "w"};
+    if (!scratch) {
+        PrintCannotOpen(job, job.scratch_path);
+        return Outcome::kScratchUnwritable;
+    }
+    CopyLines(job, target.get(), scratch.get(), line);
+
+    // The errors of all reads and writes are kept by the streams. A target that was not read to
+    // its end or a scratch file that is not whole must never replace the settings.
+    const bool whole_target = std::ferror(target.get()) == 0;
+    target.Close();
+    const bool written = std::fflush(scratch.get()) == 0 && std::ferror(scratch.get()) == 0;
+    const bool closed = scratch.Close();
+    if (!whole_target || !written || !closed) {
+        std::remove(job.scratch_path);
+        return whole_target ? Outcome::kScratchUnwritable : Outcome::kTargetUnreadable;
+    }
+    return std::rename(job.scratch_path, job.path) == 0 ? Outcome::kDone : Outcome::kRenameFailed;
+}
+
+bool ScratchInUse()
+{
+    const File scratch{kSharedScratch, "r"};
+    return static_cast<bool>(scratch);
+}
+
+} // namespace
+
+int CUTIL_SetConfValue(const char *path, const char *key, const char *value)
+{
+    // The test and the creation below are two steps: the board has one writer at a time.
+    if (ScratchInUse()) {
+        std::puts("[CUTIL_SetConfValue] temp.conf is already used ...");
+        return -1;
+    }
+    std::array<char, 256> line{};
+    const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, '=', NameEquals};
+    switch (Rewrite(job, line)) {
+    case Outcome::kDone:
+        return 0;
+    case Outcome::kTargetUnreadable:
+        return -1;
+    case Outcome::kScratchUnwritable:
+        return -2;
+    case Outcome::kRenameFailed:
+        break;
+    }
+    return -3;
+}
+
+int CUTIL_SetConfValueSep(char separator, const char *path, const char *key, const char *value)
+{
+    std::array<char, 256> line{};
+    // The messages carry the other writer's name, deliberately: log readers look for that one.
+    const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, separator, BeginsWith};
+    return Rewrite(job, line) == Outcome::kDone ? 0 : -1;
+}
+
+int CUTIL_SetFileValue(const char *path, const char *scratch_path, const char *key,
+                       const char *value)
+{
+    std::array<char, 256 * 1024> line; // too large to be cleared for nothing
+    const Job job{"CUTIL_SetFileValue", path, scratch_path, key, value, '=', BeginsWith};
+    return Rewrite(job, line) == Outcome::kDone ? 0 : -1;
+}

@@ -1,0 +1,30 @@
+#include "util/number.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+
+int32_t CUTIL_ParseDecimal(const char *text)
+{
+    if (text == nullptr) {
+        return -1;
+    }
+    int64_t value = 0;
+    for (; *text != '\0'; ++text) {
+        if (*text < '0' || *text > '9') {
+            return -1;
+        }
+        value = value * 10 + (*text - '0');
+        if (value > std::numeric_limits<int32_t>::max()) {
+            return -1;
+        }
+    }
+    return static_cast<int32_t>(value);
+}
+
+int32_t ParseLeadingInteger(const char *text)
+{
+    constexpr long long kLowest = std::numeric_limits<int32_t>::min();
+    constexpr long long kHighest = std::numeric_limits<int32_t>::max();
+    return static_cast<int32_t>(std::clamp(std::strtoll(text, nullptr, 10), kLowest, kHighest));
+}

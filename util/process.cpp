@@ -1,0 +1,201 @@
+#include "util/process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/types.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "util/fd.h"
+#include "util/file.h"
+#include "util/number.h"
+#include "util/process_list.h"
+
+namespace
+{
+
+/// The ids below belong to the early system processes, which are never signalled.
+constexpr int kFirstSignalledId = 20;
+/// Deliberately one more than the above: id 20 can be signalled but is never found.
+constexpr int kFirstFoundId = 21;
+
+bool BeginsWith(const char *command_line, const char *name)
+{
+    return std::strncmp(command_line, name, std::strlen(name)) == 0;
+}
+
+/// Calls `visit` with the id and command line of every process that may be signalled.
+template<typename Visit>
+void ForEachSignalled(ProcessList &processes, Visit visit)
+{
+    while (const char *entry = processes.Next()) {
+        const int id = CUTIL_ParseDecimal(entry);
+        if (id < kFirstSignalledId) {
+            continue;
+        }
+        const File file{CommandLinePathOf(id).text, "r"};
+        std::array<char, 256> command_line;
+        if (file && std::fgets(command_line.data(), command_line.size(), file.get()) != nullptr) {
+            visit(id, command_line.data());
+        }
+    }
+}
+
+/// The names of a list file.
+class NameList
+{
+public:
+    void Read(std::FILE *file);
+    [[nodiscard]] std::span<const std::array<char, 32>> names() const
+    {
+        return std::span{names_}.first(count_);
+    }
+
+private:
+    std::array<std::array<char, 32>, 16> names_{};
+    size_t count_ = 0;
+};
+
+void NameList::Read(std::FILE *file)
+{
+    std::array<char, 256> piece;
+    bool line_begins = true;
+    while (count_ < names_.size() && std::fgets(piece.data(), piece.size(), file) != nullptr) {
+        const size_t length = std::strlen(piece.data());
+        // The tail of a line longer than the buffer is no name: taken for one it could be empty,
+        // and the empty name kills everything.
+        const bool whole_line = line_begins && length < names_[0].size();
+        line_begins = std::strchr(piece.data(), '\n') != nullptr;
+        if (whole_line) {
+            std::copy_n(piece.begin(), std::strcspn(piece.data(), "\r\n"), names_[count_].begin());
+            ++count_;
+        }
+    }
+}
+
+void SignalListed(const NameList &list, int id, const char *command_line, int signal_number)
+{
+    // No stop after the first hit: each name that matches sends its signal.
+    for (const auto &name : list.names()) {
+        if (BeginsWith(command_line, name.data())) {
+            syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command_line, id);
+            kill(id, signal_number);
+        }
+    }
+}
+
+/// Reads the command line of an open file, cut to the buffer. Returns the number of bytes.
+size_t ReadCommandLine(int fd, std::span<char> buffer)
+{
+    const std::span<char> room = buffer.first(buffer.size() - 1);
+    size_t filled = 0;
+    while (filled < room.size()) {
+        const ssize_t count = read(fd, &room[filled], room.size() - filled);
+        if (count <= 0) {
+            break;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    buffer[filled] = '\0';
+    return filled;
+}
+
+void TraceEntry(const char *name)
+{
+    std::printf("CUTIL_IsProc dirp->d_name : %s\n", name);
+}
+
+void TraceComparison(const char *name, const char *command_line)
+{
+    std::printf("_name         : [%s]\n", name);
+    std::printf("buf           : [%s]\n", command_line);
+    std::printf("strlen(_name) : %d\n", static_cast<int>(std::strlen(name)));
+    std::printf("strlen(buf)   : %d\n", static_cast<int>(std::strlen(command_line)));
+    std::printf("\n");
+}
+
+/// Tells whether the command line of process `id` begins with `name`.
+bool RunsAs(int id, const char *name, bool debug)
+{
+    const CommandLinePath path = CommandLinePathOf(id);
+    if (debug) {
+        std::printf("CUTIL_IsProc 4 : %d : %s\n", id, path.text);
+    }
+    const Fd fd{open(path.text, O_RDONLY)};
+    if (!fd) {
+        std::printf("CUTIL_IsProc error while open %s\n", path.text);
+        return false;
+    }
+    std::array<char, 256> command_line;
+    if (ReadCommandLine(fd.get(), command_line) == 0) {
+        return false;
+    }
+    if (debug) {
+        TraceComparison(name, command_line.data());
+    }
+    return BeginsWith(command_line.data(), name);
+}
+
+} // namespace
+
+int CUTIL_KillProc(const char *name, int signal_number)
+{
+    ProcessList processes;
+    if (!processes) {
+        return 0;
+    }
+    ForEachSignalled(processes, [&](int id, const char *command_line) {
+        if (BeginsWith(command_line, name)) {
+            kill(id, signal_number);
+        }
+    });
+    return 0;
+}
+
+int CUTIL_KillProcAll(const char *list_path, int signal_number)
+{
+    syslog(LOG_INFO, "[CUTIL_KillProcAll]\n");
+
+    NameList list;
+    {
+        const File file{list_path, "r"};
+        if (!file) {
+            syslog(LOG_INFO, "[CUTIL_KillProcAll] - list open err[%s]\n", list_path);
+            return -1;
+        }
+        list.Read(file.get());
+    }
+    ProcessList processes;
+    if (!processes) {
+        syslog(LOG_INFO, "[CUTIL_KillProcAll] - opendir err[%s]\n", "/proc");
+        return 0;
+    }
+    ForEachSignalled(processes, [&](int id, const char *command_line) {
+        SignalListed(list, id, command_line, signal_number);
+    });
+    return 0;
+}
+
+int CUTIL_IsProc(const char *name, int debug)
+{
+    ProcessList processes;
+    if (!processes) {
+        if (debug != 0) {
+            std::puts("CUTIL_IsProc error while open /proc");
+        }
+        return -1;
+    }
+    while (const char *entry = processes.Next(debug != 0 ? TraceEntry : nullptr)) {
+        const int id = CUTIL_ParseDecimal(entry);
+        if (id >= kFirstFoundId && RunsAs(id, name, debug != 0)) {
+            return 1;
+        }
+    }
+    return processes.Close() ? 0 : -1;
+}

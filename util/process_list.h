@@ -1,0 +1,34 @@
+// The running processes, as /proc lists them.
+#pragma once
+
+#include <dirent.h>
+
+/// One pass over /proc.
+class ProcessList
+{
+public:
+    ProcessList() : directory_(opendir("/proc")) {}
+    ~ProcessList() { Close(); }
+    ProcessList(const ProcessList &) = delete;
+    ProcessList &operator=(const ProcessList &) = delete;
+
+    explicit operator bool() const { return directory_ != nullptr; }
+
+    /// The name of the next entry that is not "." or "..", or null at the end. With `trace` set it
+    /// is called with every entry's name, those two included.
+    const char *Next(void (*trace)(const char *name) = nullptr);
+
+    /// Returns false when closing failed.
+    bool Close();
+
+private:
+    DIR *directory_;
+};
+
+/// Room for "/proc/%d/cmdline".
+struct CommandLinePath {
+    char text[32];
+};
+
+/// The path of the file that holds the command line of process `id`.
+CommandLinePath CommandLinePathOf(int id);

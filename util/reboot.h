@@ -1,0 +1,9 @@
+// Restarts the board.
+#pragma once
+
+/// Kills the programs listed in "/etc/killList", terminates those in "/etc/termList", lets go of
+/// the SD card, the USB stick and the wireless module, and reboots. Never returns.
+[[noreturn]] void CUTIL_Reboot();
+
+/// The same with a fixed set of programs in place of "/etc/killList". Never returns.
+[[noreturn]] void CUTIL_RebootFixedList();
