@@ -1,0 +1,188 @@
+#include "flash/mtd.h"
+
+#include <fcntl.h>
+#include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "util/fd.h"
+#include "util/file.h"
+
+static_assert(MEMGETINFO == 0x80204D01 && sizeof(mtd_info_user) == 32);
+static_assert(MEMERASE == 0x40084D02 && sizeof(erase_info_user) == 8);
+
+namespace
+{
+
+constexpr size_t kPieceSize = 512;
+
+using Piece = std::span<const uint8_t>;
+
+enum class PieceResult { kDone, kDeviceFailed, kDifferent };
+
+PieceResult WritePiece(int device, Piece piece)
+{
+    const ssize_t written = full_write(device, piece.data(), static_cast<ssize_t>(piece.size()));
+    return written < 0 ? PieceResult::kDeviceFailed : PieceResult::kDone;
+}
+
+PieceResult ComparePiece(int device, Piece piece)
+{
+    std::array<uint8_t, kPieceSize> read_back;
+    if (full_read(device, read_back.data(), static_cast<ssize_t>(piece.size())) < 0) {
+        return PieceResult::kDeviceFailed;
+    }
+    const bool equal = std::equal(piece.begin(), piece.end(), read_back.begin());
+    return equal ? PieceResult::kDone : PieceResult::kDifferent;
+}
+
+/// What writing a partition and comparing it do not share.
+struct Pass {
+    const char *operation; ///< names itself in the messages
+    int device_flags;
+    PieceResult (*handle)(int device, Piece piece);
+};
+
+// The create flag does nothing to a device node. A partition whose node is missing thus becomes a
+// plain file, deliberately: the attempt is lost all the same.
+constexpr Pass kWritePass{"CFlash_NWrite", O_WRONLY | O_CREAT, WritePiece};
+constexpr Pass kComparePass{"CFlash_Confirm", O_RDONLY | O_CREAT, ComparePiece};
+
+int Fail(const Pass &pass, const char *step, const char *path)
+{
+    const char *reason = std::strerror(errno);
+    syslog(LOG_ALERT, "[%s] %s : %s : %s", pass.operation, step, path, reason);
+    std::printf("[%s] %s : %s : %s\n", pass.operation, step, path, reason);
+    return -1;
+}
+
+/// Hands the next `size` bytes of `source` to the pass, piece by piece.
+int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const char *device,
+                 int fd, int32_t size)
+{
+    std::array<uint8_t, kPieceSize> buffer;
+    // A size below zero, which a package header can state, leaves nothing to do.
+    for (int32_t remaining = size; remaining > 0;) {
+        const size_t wanted = std::min(static_cast<size_t>(remaining), buffer.size());
+        const size_t count = std::fread(buffer.data(), 1, wanted, stream);
+        remaining -= static_cast<int32_t>(count);
+        if (std::ferror(stream) != 0) {
+            return Fail(pass, "fread", source);
+        }
+        if (count == 0) {
+            return 0;
+        }
+        switch (pass.handle(fd, Piece{buffer}.first(count))) {
+        case PieceResult::kDone:
+            break;
+        case PieceResult::kDeviceFailed:
+            // Deliberately one label for both passes, also where it is a read that failed.
+            return Fail(pass, "full_write", device);
+        case PieceResult::kDifferent:
+            // The error text is that of whatever failed last; only standard output gets this line.
+            std::printf("[%s] cmp error : %s : %s\n", pass.operation, device, std::strerror(errno));
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int RunPass(const Pass &pass, const char *source, const char *device, int32_t offset, int32_t size)
+{
+    sleep(1); // lets the partition settle, whatever comes next
+    if (source == nullptr || device == nullptr) {
+        return -1;
+    }
+    syslog(LOG_ALERT, "[%s] offset : %d, size : %d", pass.operation, offset, size);
+
+    const File stream{source, "r"};
+    if (!stream || std::fseek(stream.get(), offset, SEEK_SET) != 0) {
+        return Fail(pass, "fseek", source);
+    }
+    const Fd fd{open(device, pass.device_flags, 0666)};
+    if (!fd) {
+        return Fail(pass, "open", device);
+    }
+    return HandlePieces(pass, source, stream.get(), device, fd.get(), size);
+}
+
+/// Erases one block after another; a block that fails is reported and passed over: the compare
+/// that follows the write is what rejects the partition.
+void EraseBlocks(const char *device, int fd, const mtd_info_user &info)
+{
+    // 64 bits, so that a partition that ends at 4 GiB ends the loop too.
+    for (uint64_t start = 0; start < info.size; start += info.erasesize) {
+        std::fflush(stdout); // progress printed so far reaches the terminal before the long erase
+        erase_info_user block{static_cast<uint32_t>(start), info.erasesize};
+        if (ioctl(fd, MEMERASE, &block) < 0) {
+            std::fprintf(stderr, "\n%s: MTD Erase failure: %s\n", device, std::strerror(errno));
+            syslog(LOG_ALERT, "    [CFlash_Erase] MTD Erase failure [%s]\n", device);
+        }
+    }
+}
+
+template<typename Byte, typename Call>
+ssize_t Repeat(Call call, int fd, Byte *bytes, ssize_t count)
+{
+    ssize_t total = 0;
+    while (total < count) {
+        const ssize_t result = call(fd, bytes + total, static_cast<size_t>(count - total));
+        if (result < 0) {
+            return -1;
+        }
+        total += result;
+    }
+    return total;
+}
+
+} // namespace
+
+int CFlash_Erase(const char *device)
+{
+    syslog(LOG_ALERT, "[CFlash_Erase] =================> [%s]\n", device);
+
+    Fd fd{open(device, O_RDWR)};
+    if (!fd) {
+        std::fprintf(stderr, "%s: %s\n", device, std::strerror(errno));
+        syslog(LOG_ALERT, "    [CFlash_Erase] open [%s]\n", device);
+        return -1;
+    }
+    mtd_info_user info{};
+    // Without an erase block size there is nothing to step by.
+    if (ioctl(fd.get(), MEMGETINFO, &info) < 0 || info.erasesize == 0) {
+        fd.Close();
+        std::fprintf(stderr, "%s: unable to get MTD device info\n", device);
+        syslog(LOG_ALERT, "    [CFlash_Erase] unable to get MTD device info [%s]\n", device);
+        return -1;
+    }
+    EraseBlocks(device, fd.get(), info);
+    return 0;
+}
+
+int CFlash_NWrite(const char *source, const char *device, int32_t offset, int32_t size)
+{
+    return RunPass(kWritePass, source, device, offset, size);
+}
+
+int CFlash_Confirm(const char *source, const char *device, int32_t offset, int32_t size)
+{
+    return RunPass(kComparePass, source, device, offset, size);
+}
+
+ssize_t full_write(int fd, const void *buffer, ssize_t count)
+{
+    return Repeat(write, fd, static_cast<const uint8_t *>(buffer), count);
+}
+
+ssize_t full_read(int fd, void *buffer, ssize_t count)
+{
+    return Repeat(read, fd, static_cast<uint8_t *>(buffer), count);
+}

@@ -1,0 +1,31 @@
+// The user's settings that survive a firmware upgrade.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+/// Where one numeric setting lives.
+struct SettingPlace {
+    const char *path;
+    const char *key;
+};
+
+/// The settings of the old /etc. Whole files lie in /tmp meanwhile, single values in here.
+class CarriedSettings
+{
+public:
+    /// Copies the settings files to /tmp and reads the single values.
+    void Save();
+
+    /// Copies the files back into the new /etc and writes the values into its files. A value that
+    /// the old /etc did not have is written with its default.
+    void Restore() const;
+
+    static constexpr size_t kValueCount = 5;
+
+private:
+    std::array<int32_t, kValueCount> values_{};
+    SettingPlace web_place_{};
+    int32_t web_port_ = 0;
+};
