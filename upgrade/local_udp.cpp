@@ -1,0 +1,71 @@
+#include "upgrade/local_udp.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+
+int BindLoopback(int fd, uint16_t port)
+{
+    const sockaddr_in address = LoopbackAddress(port);
+    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+} // namespace
+
+sockaddr_in LoopbackAddress(uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int TEV_OpenLocalUDPSSocket(uint16_t port)
+{
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        std::puts("[TEV_OpenLocalUDPSSocket] local socket error. exit");
+        return -1;
+    }
+    // Deliberately, the two failures below leave the socket open, and nothing exits.
+    const int on = 1;
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) {
+        std::puts("[TEV_OpenLocalUDPSSocket] setsockopt error. exit");
+        return -1;
+    }
+    if (BindLoopback(fd, port) < 0) {
+        std::puts("[TEV_OpenLocalUDPSSocket] local bind error. exit");
+        return -1;
+    }
+    return fd;
+}
+
+int TEV_OpenLocalUDPCSocket()
+{
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        std::printf("[TEV_OpenLocalUDPCSocket] local socket error. exit : %d, %s\n", errno,
+                    std::strerror(errno));
+        return -1;
+    }
+    return fd;
+}
+
+ssize_t TEV_SendLocalUDPData(int fd, uint16_t port, const void *buffer, size_t length)
+{
+    const sockaddr_in address = LoopbackAddress(port);
+    const ssize_t sent =
+        sendto(fd, buffer, length, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    if (sent == -1) {
+        std::printf("[TEV_SendLocalUDPData] : error while send message : %s\n",
+                    std::strerror(errno));
+    }
+    return sent;
+}

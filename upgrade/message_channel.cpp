@@ -1,0 +1,159 @@
+#include "upgrade/message_channel.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "upgrade/local_udp.h"
+#include "util/elapsed_time.h"
+
+namespace
+{
+
+constexpr CICOMM::Operations kOperations{CICOMM_Close, CICOMM_GetFd,         CICOMM_Send,
+                                         CICOMM_Recv,  CICOMM_GetRecvHeader, CICOMM_GetRecvData};
+
+constexpr int32_t kSendSeconds = 3;
+
+/// One attempt at sending. An error that passes counts as nothing sent.
+///
+/// @param sent  receives the result of the call
+/// @return false when sending has failed for good
+bool TrySend(int fd, const sockaddr_in &address, std::span<const uint8_t> bytes, ssize_t &sent)
+{
+    sent = sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&address),
+                  sizeof address);
+    if (sent > 0) {
+        return true;
+    }
+    if (sent == 0) {
+        return false;
+    }
+    if (errno == EAGAIN || errno == EINTR) {
+        usleep(1);
+        return true;
+    }
+    std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, std::strerror(errno));
+    return false;
+}
+
+/// Sends all of `message`. Returns whether it did; `last` receives the last call's result.
+bool SendTo(int fd, uint16_t port, std::span<const uint8_t> message, ssize_t &last)
+{
+    last = -1;
+    if (fd < 0) {
+        return false;
+    }
+    TimeStamp now;
+    CUTIL_GetTimeOfDay(now);
+    const int32_t deadline = now.seconds + kSendSeconds;
+
+    const sockaddr_in address = LoopbackAddress(port);
+    while (!message.empty()) {
+        if (!TrySend(fd, address, message, last)) {
+            return false;
+        }
+        if (last > 0) {
+            message = message.subspan(static_cast<size_t>(last));
+        }
+        // After every attempt, the one that sent the rest included.
+        CUTIL_GetTimeOfDay(now);
+        if (now.seconds > deadline) {
+            return false;
+        }
+    }
+    return true;
+}
+
+MessageHeader *HeaderIn(std::array<uint8_t, kMessageSize> &buffer)
+{
+    return reinterpret_cast<MessageHeader *>(buffer.data());
+}
+
+} // namespace
+
+int CICOMM_Init(CICOMM *channel, uint16_t port)
+{
+    channel->operations = kOperations;
+    channel->fd = -1;
+    channel->port = port;
+    channel->fd = port != 0 ? TEV_OpenLocalUDPSSocket(port) : TEV_OpenLocalUDPCSocket();
+    if (channel->fd < 0) {
+        // Deliberately the same words for a channel that only sends.
+        std::printf("[%s] error, reason(TEV_OpenLocalUDPSSocket)\n", "CICOMM_Init");
+        channel->operations.close(channel);
+        return -1;
+    }
+    return 0;
+}
+
+int CICOMM_Close(CICOMM *channel)
+{
+    if (channel->fd < 0) {
+        return channel->fd;
+    }
+    const int result = close(channel->fd);
+    channel->fd = -1;
+    return result;
+}
+
+int CICOMM_GetFd(CICOMM *channel)
+{
+    return channel->fd;
+}
+
+int CICOMM_Send(CICOMM *channel, uint32_t id, uint16_t port, const void *payload, int32_t size)
+{
+    if (payload == nullptr && size != 0) {
+        std::printf("[%s] error, reason(size[%d], buff[%x])\n", "CICOMM_Send", size, 0U);
+        return -1;
+    }
+    if (size < 0 || size > kMaxPayload) {
+        std::printf("[%s] error, reason(size over %d vs %d)\n", "CICOMM_Send", size, kMaxPayload);
+        return -2;
+    }
+    *HeaderIn(channel->send_buffer) = {{'I', 'C', 'O', 'M'}, 1, id, channel->port, size, {}};
+    const auto payload_size = static_cast<size_t>(size);
+    if (payload_size != 0) {
+        std::memcpy(&channel->send_buffer[sizeof(MessageHeader)], payload, payload_size);
+    }
+    const size_t total = sizeof(MessageHeader) + payload_size;
+    ssize_t last;
+    if (!SendTo(channel->fd, port, std::span{channel->send_buffer}.first(total), last)) {
+        std::printf("[%s] error, reason(SendTo %d vs %d)\n", "CICOMM_Send", static_cast<int>(last),
+                    static_cast<int>(total));
+        return -4;
+    }
+    return static_cast<int>(total);
+}
+
+int CICOMM_Recv(CICOMM *channel, uint32_t *id)
+{
+    if (channel->fd < 0) {
+        return -1;
+    }
+    if (recvfrom(channel->fd, channel->receive_buffer.data(), channel->receive_buffer.size(), 0,
+                 nullptr, nullptr) < 1) {
+        std::printf("[%s] error, reason(recvfrom)\n", "CICOMM_Recv");
+        return -1;
+    }
+    const MessageHeader *header = CICOMM_GetRecvHeader(channel);
+    if (id != nullptr) {
+        *id = header->id;
+    }
+    return header->payload_size;
+}
+
+const MessageHeader *CICOMM_GetRecvHeader(CICOMM *channel)
+{
+    return HeaderIn(channel->receive_buffer);
+}
+
+const uint8_t *CICOMM_GetRecvData(CICOMM *channel)
+{
+    return &channel->receive_buffer[sizeof(MessageHeader)];
+}

@@ -1,0 +1,144 @@
+// upgrade [PACKAGE [-v] [-f] ...]: installs a firmware package and reboots the board.
+
+#include <signal.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <span>
+#include <string_view>
+
+#include "flash/installer.h"
+#include "upgrade/local_udp.h"
+#include "util/fd.h"
+#include "util/process.h"
+#include "util/reboot.h"
+#include "util/shell.h"
+#include "util/system_manager.h"
+
+namespace
+{
+
+struct Request {
+    const char *package = "/tmp/flash3";
+    uint32_t flags = 0;
+};
+
+struct ServiceSignal {
+    const char *service;
+    int signal_number;
+};
+
+// What is stopped when the package is the default one: whoever stored it stopped the rest.
+constexpr ServiceSignal kQuietStops[] = {
+    {"/bin/webs", SIGKILL},
+    {"/bin/lighttpd", SIGKILL},
+    {"/bin/confd", SIGKILL},
+};
+
+// The same order twice: through xkill, which waits for a service to go, and without it.
+constexpr const char *kStopCommands[] = {
+    "/bin/xkill /bin/confd",
+    "/bin/xkill /bin/webs",
+    "/bin/xkill /bin/lighttpd",
+    "/bin/xkill /bin/AVServer",
+    "/bin/xkill /bin/ucftpd",
+    "/bin/xkill /bin/encpd",
+    "/bin/xkill /bin/onvif_discovery",
+    "/bin/xkill /bin/onvif_server",
+    "/bin/xkill /bin/genetec_discovery",
+    "/bin/xkill /bin/RTSPServer",
+    "/bin/xkill SIGKILL /bin/confd",
+    "/bin/xkill SIGKILL /bin/AVServer",
+    "/bin/xkill SIGKILL /bin/genetec_discovery",
+};
+constexpr ServiceSignal kStops[] = {
+    {"/bin/confd", SIGTERM},
+    {"/bin/webs", SIGTERM},
+    {"/bin/lighttpd", SIGTERM},
+    {"/bin/AVServer", SIGTERM},
+    {"/bin/ucftpd", SIGTERM},
+    {"/bin/encpd", SIGTERM},
+    {"/bin/onvif_discovery", SIGTERM},
+    {"/bin/onvif_server", SIGTERM},
+    {"/bin/genetec_discovery", SIGTERM},
+    {"/bin/RTSPServer", SIGTERM},
+    {"/bin/confd", SIGKILL},
+    {"/bin/AVServer", SIGKILL},
+    {"/bin/genetec_discovery", SIGKILL},
+};
+
+/// The first argument is the package whatever it looks like; options come after it.
+Request ParseArguments(std::span<char *const> arguments)
+{
+    Request request{arguments[0], 0};
+    for (const std::string_view option : arguments.subspan(1)) {
+        if (option == "-v") {
+            request.flags |= UPGRADE_FLAG_VERBOSE;
+        } else if (option == "-f") {
+            request.flags |= UPGRADE_FLAG_FACTORY_DEFAULT;
+        }
+    }
+    return request;
+}
+
+void NotifySystemManager()
+{
+    const Fd fd{TEV_OpenLocalUDPCSocket()};
+    // A descriptor of 0 counts as a failure, deliberately. The upgrade goes on either way.
+    if (fd.get() > 0) {
+        TEV_SendLocalUDPData(fd.get(), kSystemManagerPort, kUpgradeNotice.bytes.data(),
+                             kUpgradeNotice.bytes.size());
+    }
+}
+
+void SignalAll(std::span<const ServiceSignal> stops)
+{
+    for (const ServiceSignal &stop : stops) {
+        CUTIL_KillProc(stop.service, stop.signal_number);
+    }
+}
+
+void StopServices()
+{
+    if (access("/bin/xkill", R_OK) == 0) {
+        RunShell(kStopCommands);
+    } else {
+        SignalAll(kStops);
+    }
+}
+
+void Report(const char *outcome, uint32_t flags)
+{
+    syslog(LOG_ALERT, "%s", outcome); // success too: the line must pass every log filter
+    if ((flags & UPGRADE_FLAG_VERBOSE) != 0) {
+        std::puts(outcome);
+        std::fflush(stdout); // the reboot ends this process without its own flush
+    }
+}
+
+} // namespace
+
+int upgrade(int argc, char **argv)
+{
+    // The stamp belongs to the daemon's version, not to this build.
+    syslog(LOG_INFO, "%s(%s) start", "Upgrade Daemon v1.0.0.1", "2012.09.25-00:50+0000");
+
+    const std::span<char *const> arguments{argv + 1, argv + argc};
+    Request request;
+    if (arguments.size() < 2) { // a single argument is ignored, deliberately
+        sleep(2);
+        SignalAll(kQuietStops);
+    } else {
+        request = ParseArguments(arguments);
+        NotifySystemManager();
+        StopServices();
+    }
+    const int result =
+        CFlash_TEVWrite(request.package, "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3", request.flags);
+    Report(result == 0 ? "Upgrade complete." : "Upgrade fail.", request.flags);
+    if (request.flags != 0) {
+        sleep(2);
+    }
+    CUTIL_Reboot();
+}
