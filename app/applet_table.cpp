@@ -1,13 +1,18 @@
 #include "app/applet_table.h"
 
+#include <iterator>
+
 // Each applet is defined in its own file.
 AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade;
 AppletHandler xkill;
 
+namespace
+{
+
 // A new applet is its own file, a declaration above and one row here. The order is that of the
 // listing; the installation makes one link per row.
-const Applet kApplets[] = {
+constexpr Applet kApplets[] = {
     {"tev_arp", not_built_yet},
     {"load_drv", not_built_yet},
     {"get_boot_param", not_built_yet},
@@ -34,6 +39,8 @@ const Applet kApplets[] = {
     {"get_cb_cam_info", not_built_yet},
     {nullptr, nullptr},
 };
+
+} // namespace
 
 std::span<const Applet> Applets()
 {

@@ -11,8 +11,5 @@ struct Applet {
     AppletHandler *handler;
 };
 
-/// The table, ended by a row without a name.
-extern const Applet kApplets[];
-
-/// Its rows, without the last.
+/// The table's rows in the order of the listing.
 std::span<const Applet> Applets();

@@ -95,7 +95,7 @@ PackageFault ReadPackage(const char *path, const PackageExpectation &expectation
         return PackageFault::kUnreadable;
     }
     FirmwarePackageHeader header{};
-    header.magic = LoadLe32(&bytes[0]);
+    header.magic = LoadLe32(bytes.data());
     header.version = static_cast<int32_t>(LoadLe32(&bytes[4]));
     if (const PackageFault fault = CheckIdentity(header, expectation);
         fault != PackageFault::kNone) {

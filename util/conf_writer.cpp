@@ -136,7 +136,7 @@ int CUTIL_SetConfValueSep(char separator, const char *path, const char *key, con
 int CUTIL_SetFileValue(const char *path, const char *scratch_path, const char *key,
                        const char *value)
 {
-    std::array<char, 256 * 1024> line; // too large to be cleared for nothing
+    std::array<char, 262'144> line; // too large to be cleared for nothing
     const Job job{"CUTIL_SetFileValue", path, scratch_path, key, value, '=', BeginsWith};
     return Rewrite(job, line) == Outcome::kDone ? 0 : -1;
 }

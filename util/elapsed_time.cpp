@@ -43,12 +43,14 @@ int CUTIL_GetTimeOfDay(TimeStamp &stamp)
 
 int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32_t timeout_ms)
 {
-    const auto [ds, du] = Since(start_seconds, start_microseconds);
+    const Difference since = Since(start_seconds, start_microseconds);
 
     // Deliberate: a negative microsecond difference gains a second here and loses none above.
     // The intervals of all callers are tuned to this arithmetic.
-    const uint32_t seconds_part = IsPositive(ds) ? ds * kMicrosecondsPerSecond : 0;
-    const uint32_t elapsed = seconds_part + du + (IsNegative(du) ? kMicrosecondsPerSecond : 0);
+    const uint32_t seconds_part =
+        IsPositive(since.seconds) ? since.seconds * kMicrosecondsPerSecond : 0;
+    const uint32_t elapsed = seconds_part + since.microseconds +
+                             (IsNegative(since.microseconds) ? kMicrosecondsPerSecond : 0);
 
     const uint32_t limit = timeout_ms * 1000;
     return !IsNegative(elapsed) && elapsed < limit ? -1 : 0;
@@ -56,8 +58,10 @@ int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32
 
 uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds)
 {
-    const auto [ds, du] = Since(start_seconds, start_microseconds);
+    const Difference since = Since(start_seconds, start_microseconds);
 
     // Deliberate: the extra second is added whether or not the microseconds went backwards.
-    return IsPositive(ds) ? ds * kMicrosecondsPerSecond + du + kMicrosecondsPerSecond : du;
+    return IsPositive(since.seconds) ? since.seconds * kMicrosecondsPerSecond + since.microseconds +
+                                           kMicrosecondsPerSecond
+                                     : since.microseconds;
 }
