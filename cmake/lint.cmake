@@ -11,7 +11,7 @@ file(GLOB_RECURSE QVE_TEST_SOURCES CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/tests/*.cpp ${PROJECT_SOURCE_DIR}/tests/*.h)
 file(GLOB QVE_SCRIPTS CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/check ${PROJECT_SOURCE_DIR}/demo ${PROJECT_SOURCE_DIR}/.ci/run
-    ${PROJECT_SOURCE_DIR}/board/*.sh ${PROJECT_SOURCE_DIR}/board/rootfs/sbin/*
+    ${PROJECT_SOURCE_DIR}/scripts/*.sh ${PROJECT_SOURCE_DIR}/board/*.sh ${PROJECT_SOURCE_DIR}/board/rootfs/sbin/*
     ${PROJECT_SOURCE_DIR}/tests/*/*.sh)
 
 add_custom_target(lint

@@ -20,6 +20,7 @@ add_library(qve_objects OBJECT
     upgrade/upgrade.cpp
     upgrade/watchdog.cpp
     upgrade/worker_thread.cpp
+    upgrade/xupgrade.cpp
     util/command_pipe.cpp
     util/conf_reader.cpp
     util/conf_writer.cpp

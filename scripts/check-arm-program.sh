@@ -1,0 +1,35 @@
+#!/bin/bash
+# What the board's program must be: static, stripped, ARMv5TE, without heap, and complete when
+# installed. Argument: its build folder.
+set -eu
+build=$1
+program=$build/qve
+
+fail() {
+    echo "$program: $1" >&2
+    exit 1
+}
+
+file_header=$(arm-linux-gnueabi-readelf -hlS "$program")
+grep -q 'INTERP' <<<"$file_header" && fail "is not static"
+grep -q '\.symtab' <<<"$file_header" && fail "is not stripped"
+grep -q 'soft-float ABI' <<<"$file_header" || fail "is not soft-float"
+
+# The objects, since the libraries of the cross compiler carry a mark of their own.
+find "$build/CMakeFiles" -name '*.cpp.o' | while read -r object; do
+    arm-linux-gnueabi-readelf -A "$object" | grep -q 'Tag_CPU_arch: v5TE' ||
+        fail "$object is not ARMv5TE"
+    if arm-linux-gnueabi-nm -u "$object" | grep -E ' (malloc|calloc|realloc|free|_Zn|_Zd|__cxa)'; then
+        fail "$object uses the heap or the C++ runtime"
+    fi
+done
+
+# One link per applet, each of which starts as itself.
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+DESTDIR=$root cmake --install "$build" --prefix / >/dev/null
+links=$(find "$root/bin" -type l | wc -l)
+[ "$links" -eq 24 ] || fail "is installed with $links links in place of 24"
+emulator="qemu-arm-static -cpu arm926"
+[ -z "$($emulator -0 test_led "$program")" ] || fail "does not run as test_led"
+$emulator -0 other "$program" | grep -q '^QVE ver. 1.0.0 ' || fail "does not list its applets"
