@@ -4,7 +4,7 @@
 
 // Each applet is defined in its own file.
 AppletHandler no_op, xbootenv, not_built_yet;
-AppletHandler upgrade;
+AppletHandler upgrade, xupgrade;
 AppletHandler xkill;
 
 namespace
@@ -18,7 +18,7 @@ constexpr Applet kApplets[] = {
     {"get_boot_param", not_built_yet},
     {"init_upgrade", no_op},
     {"upgrade", upgrade},
-    {"xupgrade", not_built_yet},
+    {"xupgrade", xupgrade},
     {"xfactorydefault", not_built_yet},
     {"xbootenv", xbootenv},
     {"xgpio", not_built_yet},

@@ -10,8 +10,8 @@
 
 #include "flash/installer.h"
 #include "upgrade/local_udp.h"
+#include "upgrade/services.h"
 #include "util/fd.h"
-#include "util/process.h"
 #include "util/reboot.h"
 #include "util/shell.h"
 #include "util/system_manager.h"
@@ -22,11 +22,6 @@ namespace
 struct Request {
     const char *package = "/tmp/flash3";
     uint32_t flags = 0;
-};
-
-struct ServiceSignal {
-    const char *service;
-    int signal_number;
 };
 
 // What is stopped when the package is the default one: whoever stored it stopped the rest.
@@ -92,19 +87,12 @@ void NotifySystemManager()
     }
 }
 
-void SignalAll(std::span<const ServiceSignal> stops)
-{
-    for (const ServiceSignal &stop : stops) {
-        CUTIL_KillProc(stop.service, stop.signal_number);
-    }
-}
-
 void StopServices()
 {
     if (access("/bin/xkill", R_OK) == 0) {
         RunShell(kStopCommands);
     } else {
-        SignalAll(kStops);
+        SignalServices(kStops);
     }
 }
 
@@ -128,7 +116,7 @@ int upgrade(int argc, char **argv)
     Request request;
     if (arguments.size() < 2) { // a single argument is ignored, deliberately
         sleep(2);
-        SignalAll(kQuietStops);
+        SignalServices(kQuietStops);
     } else {
         request = ParseArguments(arguments);
         NotifySystemManager();
