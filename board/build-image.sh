@@ -1,0 +1,163 @@
+#!/bin/bash
+# Builds the emulated board's image out of Debian packages: kernel, device tree, root file system.
+# The result lies in .cache/board at the top of the project; a complete one is left alone.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+cache=$(dirname "$here")/.cache/board
+release=bookworm
+
+# What runs on the board. The program itself is put in at each boot.
+userland=(dash coreutils mount util-linux mawk findutils psmisc kmod sed grep tar diffutils iproute2
+    strace busybox-static mtd-utils)
+modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
+    sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod veth nandsim)
+# Of the 16 MiB NOR flash: name, start, size.
+partitions=("boot 0x0 0x80000" "kernel 0x80000 0x580000" "app 0x600000 0x800000"
+    "etc 0xe00000 0x200000")
+
+fail() {
+    echo "board image: $*" >&2
+    exit 1
+}
+
+need() {
+    command -v "$1" >/dev/null || fail "$1 is missing; install the package $2"
+}
+
+step() {
+    printf 'board image: %s\n' "$*"
+}
+
+# The image is remade when anything that goes into it changes.
+fingerprint() {
+    (cd "$here" && find build-image.sh rootfs -type f -print0 | sort -z | xargs -0 sha256sum) |
+        sha256sum | cut -d ' ' -f 1
+}
+
+# A package state of our own, so that the system's stays as it is: armhf, main only.
+apt_state() {
+    local mirror
+    # shellcheck disable=SC2016 # apt's own placeholders
+    mirror=$(apt-get indextargets --format '$(CREATED_BY) $(CODENAME) $(COMPONENT) $(REPO_URI)' |
+        awk -v r=$release '$1 == "Packages" && $2 == r && $3 == "main" { print $4; exit }')
+    [ -n "$mirror" ] || fail "no apt source for $release main on this machine"
+    mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial"
+    : >"$work/apt/status"
+    echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" \
+        >"$work/apt/sources.list"
+    apt_options=(-qq -oAPT::Architecture=armhf -oAPT::Architectures=armhf
+        -oDir::Etc::sourcelist="$work/apt/sources.list" -oDir::Etc::sourceparts=-
+        -oDir::State::lists="$work/apt/lists" -oDir::State::status="$work/apt/status"
+        -oDir::Cache="$work/apt/cache" -oAcquire::Languages=none -oAcquire::Retries=3
+        -oDebug::NoLocking=1 -oAPT::Sandbox::User=root)
+}
+
+download() {
+    step "downloading Debian packages for armhf"
+    # Its exit status says little; what follows tells whether it worked.
+    apt-get "${apt_options[@]}" update || true
+    kernel_package=$(apt-cache "${apt_options[@]}" depends linux-image-armmp |
+        sed -n 's/.*Depends: \(linux-image-6[^ ]*\)/\1/p' | head -n 1)
+    [ -n "$kernel_package" ] || fail "the package lists could not be fetched"
+    (cd "$work/apt" && apt-get "${apt_options[@]}" download "$kernel_package") ||
+        fail "$kernel_package could not be fetched"
+    apt-get "${apt_options[@]}" install -y -d --no-install-recommends "${userland[@]}" >/dev/null ||
+        fail "the userland could not be fetched"
+}
+
+unpack() {
+    step "unpacking"
+    mkdir "$work/root" "$work/kernel"
+    dpkg -x "$work"/apt/linux-image-*.deb "$work/kernel"
+    local package
+    for package in "$work"/apt/cache/archives/*.deb; do
+        dpkg -x "$package" "$work/root"
+    done
+    rm -rf "$work"/root/usr/share "$work"/root/usr/lib/arm-linux-gnueabihf/gconv
+    ln -sf dash "$work/root/bin/sh"
+    ln -sf mawk "$work/root/usr/bin/awk"
+    mkdir -p "$work"/root/{dev,proc,sys,tmp,run,mnt/sd,mnt/usb,job}
+    cp -a "$here/rootfs/." "$work/root/"
+}
+
+add_modules() {
+    local version file
+    version=$(basename "$work"/kernel/lib/modules/*)
+    echo "$version" >"$work/new/kernel-version"
+    depmod -b "$work/kernel" "$version"
+    local from=$work/kernel/lib/modules/$version to=$work/root/lib/modules/$version
+    mkdir -p "$to"
+    cp "$from"/modules.{order,builtin,builtin.modinfo} "$to/"
+    modprobe -d "$work/kernel" -S "$version" -a -D "${modules[@]}" | awk '$1 == "insmod" { print $2 }' |
+        sort -u | while read -r file; do
+        install -D -m 644 "$file" "$work/root/lib/modules/${file#"$work/kernel/lib/modules/"}"
+    done
+    depmod -b "$work/root" "$version"
+    install -m 644 "$work/kernel/boot/vmlinuz-$version" "$work/new/vmlinuz"
+}
+
+# The vendor's tree with our partitions and all serial lines.
+make_device_tree() {
+    local tree=$work/new/board.dtb flash=/ahb/spi@1e620000/flash@0 i name start size node
+    install -m 644 "$work"/kernel/usr/lib/linux-image-*/aspeed-ast2600-evb.dtb "$tree"
+    fdtput -r "$tree" $flash/partitions
+    fdtput -c "$tree" $flash/partitions
+    fdtput -t s "$tree" $flash/partitions compatible fixed-partitions
+    fdtput -t x "$tree" $flash/partitions '#address-cells' 1
+    fdtput -t x "$tree" $flash/partitions '#size-cells' 1
+    # A new node becomes the first one: backwards, so that the first partition is mtd0.
+    for ((i = ${#partitions[@]} - 1; i >= 0; --i)); do
+        read -r name start size <<<"${partitions[i]}"
+        node=$flash/partitions/$name@${start#0x}
+        fdtput -c "$tree" "$node"
+        fdtput -t s "$tree" "$node" label "$name"
+        fdtput -t x "$tree" "$node" reg "$start" "$size"
+    done
+    for node in /ahb/usb@1e6a1000 /ahb/apb/serial@1e78{3000,d000,e000,f000}; do
+        fdtput -t s "$tree" "$node" status okay
+    done
+    printf '%s\n' "${partitions[@]}" >"$work/new/partitions"
+}
+
+check_kernel_size() {
+    local size
+    size=$(stat -c %s "$work/new/vmlinuz")
+    [ $((size + 64)) -le $((0x580000)) ] ||
+        fail "Debian's kernel ($size bytes) no longer fits its partition; enlarge it in $0"
+}
+
+pack_root() {
+    step "packing the root file system"
+    (cd "$work/root" && find . -print0 | sort -z | cpio --quiet -0 -o -H newc -R 0:0) \
+        >"$work/new/root.cpio"
+    # A second archive is found only at a multiple of four bytes.
+    truncate -s %4 "$work/new/root.cpio"
+}
+
+main() {
+    local wanted
+    wanted=$(fingerprint)
+    [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+    need fdtput device-tree-compiler
+    need cpio cpio
+    need depmod kmod
+
+    mkdir -p "$(dirname "$cache")"
+    work=$(mktemp -d "$cache.XXXXXX")
+    trap 'rm -rf "$work"' EXIT
+    mkdir "$work/new"
+    apt_state
+    download
+    unpack
+    add_modules
+    make_device_tree
+    check_kernel_size
+    pack_root
+    echo "$wanted" >"$work/new/fingerprint"
+    rm -rf "$cache"
+    mv "$work/new" "$cache"
+    step "ready, kernel $(cat "$cache/kernel-version")"
+}
+
+main

@@ -1,0 +1,172 @@
+#!/bin/bash
+# Boots the emulated board on a flash file and runs jobs on it, or gives its console.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+cache=$(dirname "$here")/.cache/board
+
+# Exit statuses of our own; any other is the job's.
+readonly reset_status=75 board_status=76 usage_status=2
+
+usage() {
+    cat <<'END'
+usage: board/run.sh [options] FLASH [-- COMMAND...]
+
+Boots the board on the 16 MiB flash file FLASH, which is made blank if missing and outlives the
+board. Runs COMMAND on it, or one job per boot, or else gives the console (end it with 'reboot').
+
+  --install DIR      lays the tree DIR over the board's root
+  --put FILE:PATH    puts FILE on the board as PATH
+  --job SCRIPT       runs a shell script; repeated, each on the next boot of the same flash
+  --modules A,B      loads kernel modules too
+  --log-times        puts the time since the start in front of each line, in seconds
+  --console FILE     keeps the kernel's messages in FILE
+  --timeout SECONDS  the longest time for one boot (default 90)
+
+The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
+status is the last job's; 75 when the board was reset during the last job, 76 when it did not boot
+or hung. A job that fails ends the run, one that resets the board hands over to the next.
+END
+}
+
+fail() {
+    echo "board: $1" >&2
+    exit "${2:-$board_status}"
+}
+
+parse() {
+    jobs=()
+    modules=
+    log_times=
+    limit=90
+    console=$work/console
+    mkdir -p "$work/overlay/job"
+    while [ $# -gt 0 ]; do
+        case $1 in
+        --install) cp -a "$2/." "$work/overlay/" ;;
+        --put) install -D "${2%%:*}" "$work/overlay/${2#*:}" ;;
+        --job) jobs+=("$2") ;;
+        --modules) modules=$2 ;;
+        --console) console=$2 ;;
+        --timeout) limit=$2 ;;
+        --log-times) log_times=yes && shift && continue ;;
+        --help) usage && exit 0 ;;
+        -*) usage >&2 && exit "$usage_status" ;;
+        *) break ;;
+        esac || fail "$1 $2: failed" "$usage_status"
+        shift 2
+    done
+    [ $# -ge 1 ] || { usage >&2 && exit "$usage_status"; }
+    flash=$1
+    shift
+    [ "${1:-}" != -- ] || shift
+    if [ $# -gt 0 ]; then
+        printf '%q ' "$@" >"$work/command"
+        jobs+=("$work/command")
+    fi
+}
+
+partition_of() {
+    awk -v name="$1" '$1 == name { print $2, $3 }' "$cache/partitions"
+}
+
+# The boot loader: the kernel in flash if its checksums hold, else the one for recovery.
+load_kernel() {
+    local start size
+    read -r start size < <(partition_of kernel)
+    dd if="$flash" of="$work/uimage" bs=64K skip=$((start / 65536)) count=$((size / 65536)) status=none
+    if mkimage -l "$work/uimage" >"$work/uimage.info" 2>&1 &&
+        dumpimage -T kernel -p 0 -o "$work/kernel" "$work/uimage" >/dev/null 2>&1; then
+        loaded="kernel '$(sed -n 's/^Image Name: *//p' "$work/uimage.info")' from flash"
+    else
+        cp "$cache/vmlinuz" "$work/kernel"
+        loaded="no valid kernel in flash, recovery kernel"
+    fi
+    echo "boot loader: $loaded"
+}
+
+# qemu SERIAL...: one boot; the first line is the console.
+qemu() {
+    local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G -accel "tcg,thread=multi"
+        -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
+        -append "console=ttyS4,115200n8 quiet panic=1 vmalloc=640M board.modules=$modules"
+        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nodefaults -no-reboot)
+    exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"
+}
+
+make_initrd() {
+    (cd "$work/overlay" && find . -print0 | cpio --quiet -0 -o -H newc -R 0:0) >"$work/overlay.cpio"
+    cat "$cache/root.cpio" "$work/overlay.cpio" >"$work/initrd"
+}
+
+# Passes the job's lines on until the board is gone; leaves the job's status in $work/rc.
+relay() {
+    local line began='' rc=reset
+    while IFS= read -r line; do
+        line=${line%$'\r'}
+        case $line in
+        '##BEGIN') began=yes && continue ;;
+        '##RC '*) rc=${line#'##RC '} && continue ;;
+        esac
+        [ -n "$began" ] || continue
+        if [[ $line =~ ^[A-Z][a-z]{2}\ [\ 0-9]{2}\ [0-9:]{8}\ [^\ ]+\ [a-z]+\.[a-z]+\ (.*) ]]; then
+            line="log: ${BASH_REMATCH[1]}"
+        fi
+        [ -z "$log_times" ] || printf '%8.3f ' "$(since_start)"
+        printf '%s\n' "$line"
+    done
+    [ -n "$began" ] || rc=none
+    echo "$rc" >"$work/rc"
+}
+
+since_start() {
+    local now=${EPOCHREALTIME/./}
+    printf '%d.%06d' $(((now - started) / 1000000)) $(((now - started) % 1000000))
+}
+
+# boot JOB: one boot with a job. Returns its status, or 'reset' in $status.
+boot() {
+    install -m 644 "$1" "$work/overlay/job/run"
+    make_initrd
+    load_kernel
+    local ended=0
+    (qemu -serial "file:$console" -serial stdio </dev/null) | relay || ended=$?
+    status=$(cat "$work/rc")
+    [ "$ended" -ne 124 ] || hang "the board did not end within $limit seconds"
+    [ "$ended" -eq 0 ] || hang "the emulator ended with status $ended"
+    [ "$status" != none ] || hang "the board did not get to its job"
+}
+
+hang() {
+    tail -n 15 "$console" "$work/qemu" >&2 || true
+    fail "$1"
+}
+
+run_jobs() {
+    local job
+    for job in "${jobs[@]}"; do
+        boot "$job"
+        [ "$status" = reset ] || [ "$status" -eq 0 ] || exit "$status"
+    done
+    [ "$status" != reset ] || { echo "board: reset" && exit "$reset_status"; }
+}
+
+main() {
+    work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
+    started=${EPOCHREALTIME/./}
+    parse "$@"
+    [ -f "$cache/fingerprint" ] || fail "no image; run board/build-image.sh first"
+    [ -f "$flash" ] || head -c 16M /dev/zero | tr '\0' '\377' >"$flash"
+    if [ ${#jobs[@]} -gt 0 ]; then
+        run_jobs
+    else
+        rm -rf "$work/overlay/job"
+        make_initrd
+        load_kernel
+        limit=0
+        (qemu -serial mon:stdio)
+    fi
+}
+
+main "$@"
