@@ -3,6 +3,7 @@
 # The result lies in .cache/board at the top of the project; a complete one is left alone.
 set -euo pipefail
 
+PATH=$PATH:/usr/sbin:/sbin # where depmod is, also for those who are not root
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
 release=bookworm

@@ -66,23 +66,22 @@ parse() {
     fi
 }
 
-partition_of() {
-    awk -v name="$1" '$1 == name { print $2, $3 }' "$cache/partitions"
-}
-
 # The boot loader: the kernel in flash if its checksums hold, else the one for recovery.
 load_kernel() {
-    local start size
-    read -r start size < <(partition_of kernel)
-    dd if="$flash" of="$work/uimage" bs=64K skip=$((start / 65536)) count=$((size / 65536)) status=none
-    if mkimage -l "$work/uimage" >"$work/uimage.info" 2>&1 &&
-        dumpimage -T kernel -p 0 -o "$work/kernel" "$work/uimage" >/dev/null 2>&1; then
-        loaded="kernel '$(sed -n 's/^Image Name: *//p' "$work/uimage.info")' from flash"
+    local start size data_size
+    read -r start size < <(awk '$1 == "kernel" { print $2, $3 }' "$cache/partitions")
+    data_size=$(od -An -tu4 --endian=big -j $((start + 12)) -N 4 "$flash")
+    rm -f "$work/kernel"
+    if [ $((data_size + 64)) -le $((size)) ]; then
+        tail -c +$((start + 1)) "$flash" | head -c $((data_size + 64)) >"$work/uimage" || true
+        dumpimage -T kernel -p 0 -o "$work/kernel" "$work/uimage" >/dev/null 2>&1 || true
+    fi
+    if [ -f "$work/kernel" ]; then
+        echo "boot loader: kernel '$(dumpimage -l "$work/uimage" | sed -n 's/^Image Name: *//p')' from flash"
     else
         cp "$cache/vmlinuz" "$work/kernel"
-        loaded="no valid kernel in flash, recovery kernel"
+        echo "boot loader: no valid kernel in flash, recovery kernel"
     fi
-    echo "boot loader: $loaded"
 }
 
 # qemu SERIAL...: one boot; the first line is the console.

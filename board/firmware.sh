@@ -1,0 +1,58 @@
+# Sourced: makes firmware for the emulated board out of real parts.
+# shellcheck shell=bash
+
+PATH=$PATH:/usr/sbin:/sbin # where mkfs.jffs2 is, also for those who are not root
+board_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+board_cache=$(dirname "$board_dir")/.cache/board
+
+# partition NAME: its start and size in flash, in bytes.
+partition() {
+    local start size
+    read -r start size < <(awk -v name="$1" '$1 == name { print $2, $3 }' "$board_cache/partitions")
+    echo $((start)) $((size))
+}
+
+# make_kernel_image NAME OUT: the Debian kernel behind a boot loader header.
+make_kernel_image() {
+    SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 \
+        -e 0x80008000 -n "$1" -d "$board_cache/vmlinuz" "$2" >/dev/null
+}
+
+# make_etc_image RELEASE OUT: the /etc that a firmware ships, as a file system as large as its
+# partition, every erase block of which begins with a node.
+make_etc_image() {
+    local tree size
+    tree=$(mktemp -d)
+    read -r _ size < <(partition etc)
+    mkdir -p "$tree/network" "$tree/lighttpd"
+    echo "$1" >"$tree/release"
+    printf 'DHCP=1\nIPADDR=192.168.0.100\n' >"$tree/network/network.conf"
+    printf 'ESSID=\n' >"$tree/network/wireless.conf"
+    printf 'hostname=camera\n' >"$tree/system.conf"
+    printf 'server=none\n' >"$tree/serverinfo.conf"
+    printf 'cam_model=VM01\n' >"$tree/cam_model.conf"
+    printf 'server_port=1852\n' >"$tree/tcp_server.conf"
+    printf 'server.port = 80\n' >"$tree/lighttpd/lighttpd.conf"
+    printf 'stream_1_port=1852\nstream_2_port=1853\nstream_3_port=1854\n' >"$tree/stream.conf"
+    printf 'video_type=0\n' >"$tree/videodecoder.conf"
+    : >"$tree/killList"
+    : >"$tree/termList"
+    mkfs.jffs2 -r "$tree" -e 0x10000 -l --squash --pad="$size" -o "$2"
+    rm -rf "$tree"
+}
+
+# make_app_image NAME SIZE OUT: contents of the second partition, no two lines of which are equal.
+make_app_image() {
+    seq -f "$1 %.0f" 1 1000000 | head -c "$2" >"$3" || true # head closes the pipe early
+}
+
+# make_flash OUT KERNEL APP ETC: a flash as it leaves the factory.
+make_flash() {
+    local name start
+    head -c 16M /dev/zero | tr '\0' '\377' >"$1"
+    for name in kernel app etc; do
+        read -r start _ < <(partition $name)
+        dd if="$2" of="$1" bs=64K seek=$((start / 65536)) conv=notrunc status=none
+        set -- "$1" "${@:3}"
+    done
+}
