@@ -78,6 +78,11 @@ unpack() {
     rm -rf "$work"/root/usr/share "$work"/root/usr/lib/arm-linux-gnueabihf/gconv
     ln -sf dash "$work/root/bin/sh"
     ln -sf mawk "$work/root/usr/bin/awk"
+    # The job's shell has a name of its own: an upgrade from the console ends every /bin/sh.
+    ln -sf dash "$work/root/bin/job-shell"
+    # As programs of their own: the installer runs kill through xargs.
+    ln -sf busybox "$work/root/bin/kill"
+    ln -sf busybox "$work/root/bin/ifconfig"
     mkdir -p "$work"/root/{dev,proc,sys,tmp,run,mnt/sd,mnt/usb,job}
     cp -a "$here/rootfs/." "$work/root/"
 }
