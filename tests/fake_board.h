@@ -1,0 +1,155 @@
+// A board for the unit tests: its files, devices, clock and processes, and a transcript of all that
+// the program did to the outside, in order.
+//
+// The test program defines the C library calls that touch the outside (fake_libc.cpp); while
+// FakeBoard::Run is under way they come here, otherwise they do what they always do.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <csetjmp>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+/// A flash partition: erased to 0xFF by block, and a write can only clear bits.
+struct FakeMtd {
+    static constexpr uint32_t kBlock = 4096;
+
+    std::vector<uint8_t> bytes;
+    int failing_block = -1;     ///< does not erase
+    int stuck_byte = -1;        ///< its lowest bit stays set
+    size_t transfer = SIZE_MAX; ///< the most that one read or write moves
+};
+
+class FakeBoard
+{
+public:
+    FakeBoard();
+    /// Also fails the test when the program left a descriptor open.
+    ~FakeBoard();
+    FakeBoard(const FakeBoard &) = delete;
+    FakeBoard &operator=(const FakeBoard &) = delete;
+
+    // --- what the test prepares
+
+    void Write(const std::string &path, const std::string &text);
+    void AddProcess(int id, const std::string &command_line);
+    /// Lets the `nth` coming call of a C library function fail, on paths that contain `path`. Those
+    /// on streams are "fopen", "fread", "fwrite" and "fclose"; "" is any call at all. Error 0 lets
+    /// a call that moves bytes move none.
+    void Fail(const std::string &function, int error, int nth = 1, const std::string &path = "");
+
+    std::map<std::string, FakeMtd> mtd;         ///< by device path
+    std::map<std::string, std::string> new_etc; ///< the files of /etc once it is mounted anew
+    int watchdog_timeout = 30;           ///< what the driver makes of any request; 0: no device
+    bool processes_obey = true;          ///< a signal ends a process
+    int64_t clock = 1'000'000'000'000;   ///< microseconds
+    int64_t send_time = 0;               ///< microseconds that a datagram takes
+    size_t longest_send = SIZE_MAX;      ///< what one call takes of a datagram
+    std::deque<std::string> datagrams{}; ///< sent and not yet received
+    int may_stay_open = 0;               ///< descriptors
+
+    // --- what the test runs
+
+    static constexpr int kRebooted = 4711;
+
+    /// Calls the function on the board. Returns its result; kRebooted when it ended in a reboot.
+    template<typename Function, typename... Arguments>
+    int Run(Function function, Arguments... arguments)
+    {
+        Begin();
+        volatile int result = kRebooted;
+        if (sigsetjmp(reboot_, 1) == 0) {
+            result = static_cast<int>(function(arguments...));
+        }
+        End();
+        return result;
+    }
+    /// Starts the program under the name and with the arguments of `words`.
+    int Start(std::vector<std::string> words);
+
+    // --- what the test looks at
+
+    /// The lines of the transcript that begin with one of the words, all unless told otherwise.
+    /// Begins with a line end, as a raw string literal does.
+    [[nodiscard]] std::string transcript(const std::vector<std::string> &words = {""}) const;
+    [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
+    [[nodiscard]] int calls() const { return calls_; }             ///< that could have failed
+
+    // --- what the C library calls use
+
+    static FakeBoard *Active();
+    /// Adds a line; one that repeats the line before it is counted, and the bytes summed up.
+    void Record(const std::string &line, size_t bytes = 0);
+    void Print(const std::string &stream, const std::string &text);
+    bool Fails(const std::string &function, const std::string &path);
+    [[nodiscard]] std::string Map(const std::string &path) const;
+    void Shell(const std::string &command);
+    void Signal(int id, int signal_number);
+    void Unmount(const std::string &path);
+    [[nodiscard]] bool IsDevice(const std::string &path) const;
+    [[nodiscard]] std::string PathOf(int fd) const;
+    ssize_t ReadDevice(int fd, void *buffer, size_t count);
+    ssize_t WriteDevice(int fd, const void *buffer, size_t count);
+    int RequestDevice(int fd, unsigned long request, void *argument);
+
+    // Threads run one at a time, each until it pauses: what they do has one order in every run.
+    using Turn = std::pair<int64_t, int>; ///< when, and which comes first at that time
+    Turn QueueTurn(int64_t microseconds_from_now);
+    void PassTurn(); ///< to the earliest one in the queue
+    void AwaitTurn(const Turn &turn);
+    void Pause(int64_t microseconds);
+
+    struct OpenFile {
+        std::string path;
+        int flags;
+        size_t position = 0;
+    };
+    std::map<int, OpenFile> open_files;
+
+private:
+    struct Line {
+        std::string text;
+        int count;
+        size_t bytes;
+    };
+    struct Fault {
+        std::string function;
+        int error;
+        int nth;
+        std::string path;
+    };
+
+    void Begin();
+    void End();
+
+    std::filesystem::path root_;
+    std::vector<Line> transcript_;
+    std::vector<Fault> faults_;
+    int calls_ = 0;
+    std::FILE *saved_streams_[2] = {};
+    sigjmp_buf reboot_ = {};
+    int open_before_;
+    std::mutex mutex_;
+    std::condition_variable turn_changed_;
+    std::set<Turn> waiting_;
+    Turn turn_;
+    int turns_ = 0;
+};
+
+class BoardTest : public testing::Test
+{
+protected:
+    FakeBoard board;
+};
+
+/// The bytes as "0a ff".
+std::string Hex(const std::string &bytes);

@@ -1,0 +1,376 @@
+// The C library calls that touch the outside. A definition in an executable wins over the shared
+// library's, so the program needs no hooks for its tests.
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+
+#include "tests/fake_board.h"
+
+namespace
+{
+
+template<typename Function>
+Function *Real(Function * /*type*/, const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+#define REAL(function) Real(&function, #function)
+// What the headers turn into another symbol where file offsets have 64 bits.
+#define REAL64(function) Real(&function, #function "64")
+
+constexpr auto Active = FakeBoard::Active;
+
+/// The board, for calls that must never reach the machine that the tests run on.
+FakeBoard &Board()
+{
+    return Active() != nullptr ? *Active() : (std::abort(), *Active());
+}
+
+bool Fails(const char *function, const std::string &path = "")
+{
+    return Active() != nullptr && Active()->Fails(function, path);
+}
+
+/// What a call returns that fails on purpose.
+int FaultResult()
+{
+    return errno == 0 ? 0 : -1;
+}
+
+std::string MapPath(const char *path)
+{
+    return Active() != nullptr ? Active()->Map(path) : path;
+}
+
+std::string PathOf(int fd)
+{
+    return Active() != nullptr ? Active()->PathOf(fd) : "";
+}
+
+bool IsDevice(int fd)
+{
+    return Active() != nullptr && Active()->IsDevice(PathOf(fd));
+}
+
+// A stream on the board's files: the C library's own buffering and error handling, above reads and
+// writes that can fail.
+struct Stream {
+    int fd;
+    std::string path;
+};
+
+ssize_t ReadStream(void *cookie, char *buffer, size_t count)
+{
+    const auto *stream = static_cast<Stream *>(cookie);
+    return Fails("fread", stream->path) ? -1 : syscall(SYS_read, stream->fd, buffer, count);
+}
+
+ssize_t WriteStream(void *cookie, const char *buffer, size_t count)
+{
+    const auto *stream = static_cast<Stream *>(cookie);
+    return Fails("fwrite", stream->path) ? 0 : syscall(SYS_write, stream->fd, buffer, count);
+}
+
+int SeekStream(void *cookie, off_t *offset, int origin)
+{
+    *offset = lseek64(static_cast<Stream *>(cookie)->fd, *offset, origin);
+    return *offset < 0 ? -1 : 0;
+}
+
+int CloseStream(void *cookie)
+{
+    const std::unique_ptr<Stream> stream{static_cast<Stream *>(cookie)};
+    syscall(SYS_close, stream->fd);
+    return Fails("fclose", stream->path) ? -1 : 0;
+}
+
+/// What is left to read of the directories that are open, the next entry last.
+std::map<DIR *, std::vector<dirent>> g_listings;
+
+struct NewThread {
+    FakeBoard *board;
+    FakeBoard::Turn turn;
+    void *(*body)(void *);
+    void *argument;
+};
+
+void *ThreadMain(void *memory)
+{
+    const std::unique_ptr<NewThread> thread{static_cast<NewThread *>(memory)};
+    thread->board->AwaitTurn(thread->turn);
+    void *result = thread->body(thread->argument);
+    thread->board->PassTurn();
+    return result;
+}
+
+std::string AddressText(const sockaddr *address)
+{
+    sockaddr_in to{};
+    std::memcpy(&to, address, sizeof to);
+    return inet_ntoa(to.sin_addr) + (":" + std::to_string(ntohs(to.sin_port)));
+}
+
+} // namespace
+
+extern "C" {
+
+int open(const char *path, int flags, ...)
+{
+    if (Active() == nullptr) {
+        return openat(AT_FDCWD, path, flags, 0666);
+    }
+    const std::string real_path = Board().IsDevice(path) ? "/dev/null" : MapPath(path);
+    const int fd = Fails("open", path) ? -1 : openat(AT_FDCWD, real_path.c_str(), flags, 0666);
+    Board().open_files[fd] = {path, flags};
+    return fd;
+}
+
+int close(int fd)
+{
+    if (Active() != nullptr) {
+        Active()->open_files.erase(fd);
+    }
+    return static_cast<int>(syscall(SYS_close, fd));
+}
+
+ssize_t read(int fd, void *buffer, size_t count)
+{
+    if (Fails("read", PathOf(fd))) {
+        return FaultResult();
+    }
+    return IsDevice(fd) ? Board().ReadDevice(fd, buffer, count)
+                        : syscall(SYS_read, fd, buffer, count);
+}
+
+ssize_t write(int fd, const void *buffer, size_t count)
+{
+    if (Fails("write", PathOf(fd))) {
+        return FaultResult();
+    }
+    return IsDevice(fd) ? Board().WriteDevice(fd, buffer, count)
+                        : syscall(SYS_write, fd, buffer, count);
+}
+
+int ioctl(int fd, unsigned long request, ...) __THROW
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    return Fails("ioctl", PathOf(fd)) ? -1 : Board().RequestDevice(fd, request, argument);
+}
+
+std::FILE *fopen(const char *path, const char *mode)
+{
+    if (Active() == nullptr) {
+        return REAL64(fopen)(path, mode);
+    }
+    const int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+    const int fd = Fails("fopen", path) ? -1 : openat(AT_FDCWD, MapPath(path).c_str(), flags, 0666);
+    return fd < 0 ? nullptr
+                  : fopencookie(new Stream{fd, path}, mode,
+                                {ReadStream, WriteStream, SeekStream, CloseStream});
+}
+
+DIR *opendir(const char *path)
+{
+    DIR *directory = Fails("opendir", path) ? nullptr : REAL(opendir)(MapPath(path).c_str());
+    if (directory == nullptr || Active() == nullptr) {
+        return directory;
+    }
+    std::vector<dirent> &listing = g_listings[directory];
+    while (const dirent *entry = REAL64(readdir)(directory)) {
+        listing.push_back(*entry);
+    }
+    std::ranges::sort(listing, [](const dirent &left, const dirent &right) {
+        return std::strcmp(left.d_name, right.d_name) > 0;
+    });
+    return directory;
+}
+
+dirent *readdir(DIR *directory)
+{
+    const auto listing = g_listings.find(directory);
+    if (listing == g_listings.end()) {
+        return REAL64(readdir)(directory);
+    }
+    if (listing->second.empty()) {
+        return nullptr;
+    }
+    static dirent entry;
+    entry = listing->second.back();
+    listing->second.pop_back();
+    return &entry;
+}
+
+int closedir(DIR *directory)
+{
+    g_listings.erase(directory);
+    const int result = REAL(closedir)(directory);
+    return Fails("closedir") ? -1 : result;
+}
+
+int access(const char *path, int mode) __THROW
+{
+    return Fails("access", path) ? -1 : REAL(access)(MapPath(path).c_str(), mode);
+}
+
+int fstat(int fd, struct stat *status) __THROW
+{
+    return Fails("fstat", PathOf(fd)) ? -1 : REAL64(fstat)(fd, status);
+}
+
+int rename(const char *from, const char *to) __THROW
+{
+    return Fails("rename", from) ? -1 : REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str());
+}
+
+int remove(const char *path) __THROW
+{
+    return Fails("remove", path) ? -1 : REAL(remove)(MapPath(path).c_str());
+}
+
+int umount(const char *path) __THROW
+{
+    if (Board().Fails("umount", path)) {
+        return -1;
+    }
+    Board().Unmount(path);
+    return 0;
+}
+
+int kill(pid_t id, int signal_number) __THROW
+{
+    Board().Signal(id, signal_number);
+    return Fails("kill") ? -1 : 0;
+}
+
+int system(const char *command)
+{
+    Board().Shell(command);
+    return Fails("system") ? -1 : 0;
+}
+
+unsigned sleep(unsigned seconds)
+{
+    Board().Record("sleep " + std::to_string(seconds));
+    Board().Pause(int64_t{seconds} * 1'000'000);
+    return 0;
+}
+
+int usleep(useconds_t microseconds)
+{
+    Board().Record("usleep " + std::to_string(microseconds));
+    // A pause of nothing stands for the time of the scan that it ends.
+    Board().Pause(microseconds == 0 ? 10'000 : microseconds);
+    return 0;
+}
+
+int gettimeofday(timeval *__restrict now, void *__restrict zone) __THROW
+{
+    if (Active() == nullptr) {
+        return REAL(gettimeofday)(now, zone);
+    }
+    now->tv_sec = static_cast<time_t>(Board().clock / 1'000'000);
+    now->tv_usec = static_cast<suseconds_t>(Board().clock % 1'000'000);
+    return 0;
+}
+
+void syslog(int priority, const char *format, ...)
+{
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    std::string line = priority == LOG_ALERT ? "alert " : priority == LOG_INFO ? "info " : "other ";
+    for (const char *c = text; *c != '\0'; ++c) {
+        line += *c == '\n' ? std::string{"\\n"} : std::string{*c};
+    }
+    Board().Record("syslog " + line);
+}
+
+int socket(int domain, int type, int protocol) __THROW
+{
+    return Fails("socket") ? -1 : REAL(socket)(domain, type, protocol);
+}
+
+int setsockopt(int fd, int level, int name, const void *value, socklen_t size) __THROW
+{
+    const bool reuse = level == SOL_SOCKET && name == SO_REUSEADDR && size == sizeof(int) &&
+                       *static_cast<const int *>(value) == 1 && fd >= 0;
+    Board().Record(reuse ? "reuse address" : "some option");
+    return Fails("setsockopt") ? -1 : 0;
+}
+
+int bind(int /*fd*/, const sockaddr *address, socklen_t /*size*/) __THROW
+{
+    Board().Record("bind " + AddressText(address));
+    return Fails("bind") ? -1 : 0;
+}
+
+ssize_t sendto(int /*fd*/, const void *buffer, size_t count, int /*flags*/, const sockaddr *address,
+               socklen_t /*size*/)
+{
+    Board().clock += Board().send_time;
+    if (Fails("sendto")) {
+        return FaultResult();
+    }
+    count = std::min(count, Board().longest_send);
+    Board().datagrams.emplace_back(static_cast<const char *>(buffer), count);
+    Board().Record("send " + AddressText(address), count);
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t recvfrom(int /*fd*/, void *buffer, size_t count, int /*flags*/, sockaddr * /*address*/,
+                 socklen_t * /*size*/)
+{
+    if (Fails("recvfrom")) {
+        return FaultResult();
+    }
+    const std::string datagram = Board().datagrams.front();
+    Board().datagrams.pop_front();
+    std::memcpy(buffer, datagram.data(), std::min(count, datagram.size()));
+    return static_cast<ssize_t>(std::min(count, datagram.size()));
+}
+
+int pipe(int ends[2]) __THROW
+{
+    return Fails("pipe") ? -1 : REAL(pipe)(ends);
+}
+
+pid_t fork() __THROW
+{
+    return Fails("fork") ? -1 : REAL(fork)();
+}
+
+int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,
+                   void *(*body)(void *), void *__restrict argument) __THROW
+{
+    if (Fails("pthread_create")) {
+        return errno;
+    }
+    int state = 0;
+    pthread_attr_getdetachstate(attributes, &state);
+    Board().Record(state == PTHREAD_CREATE_DETACHED ? "thread detached" : "thread");
+    auto *start = new NewThread{Active(), Board().QueueTurn(0), body, argument};
+    return REAL(pthread_create)(thread, attributes, ThreadMain, start);
+}
+}

@@ -1,0 +1,66 @@
+#include "util/reboot.h"
+
+#include "tests/fake_board.h"
+
+namespace
+{
+
+int Reboot()
+{
+    CUTIL_Reboot();
+}
+
+int RebootFixedList()
+{
+    CUTIL_RebootFixedList();
+}
+
+const std::string kLettingGo = R"(sleep 1
+sh umount /mnt/sd/
+usleep 100
+sh umount /mnt/usb/
+usleep 100
+sh ifconfig rausb0 down
+sh rmmod rt73
+usleep 100
+sh /sbin/reboot
+)";
+
+} // namespace
+
+TEST(Reboot, KillsTerminatesAndLetsGo)
+{
+    FakeBoard board;
+    board.Write("/etc/killList", "/bin/foo\n");
+    board.Write("/etc/termList", "/bin/bar\n");
+    board.AddProcess(30, "/bin/bar");
+    board.AddProcess(31, "/bin/foo");
+    EXPECT_EQ(board.Run(Reboot), FakeBoard::kRebooted);
+    EXPECT_EQ(board.transcript(), R"(
+syslog info [CUTIL_KillProcAll]\n
+syslog info [CUTIL_KillProcAll] - kill[/bin/foo], 31\n
+kill 31 9
+syslog info [CUTIL_KillProcAll]\n
+syslog info [CUTIL_KillProcAll] - kill[/bin/bar], 30\n
+kill 30 15
+)" + kLettingGo);
+}
+
+TEST(Reboot, KillsAFixedSetAndNeedsNoList)
+{
+    FakeBoard board;
+    int id = 30;
+    for (const char *name : {"sh", "TEVNetManager", "snmpd", "islmanager", "dhcpd", "other"}) {
+        board.AddProcess(id++, std::string{"/bin/"} + name);
+    }
+    EXPECT_EQ(board.Run(RebootFixedList), FakeBoard::kRebooted);
+    EXPECT_EQ(board.transcript(), R"(
+kill 34 9
+kill 33 9
+kill 32 9
+kill 31 9
+kill 30 9
+syslog info [CUTIL_KillProcAll]\n
+syslog info [CUTIL_KillProcAll] - list open err[/etc/termList]\n
+)" + kLettingGo);
+}

@@ -1,0 +1,153 @@
+#include <regex>
+
+#include "tests/fake_board.h"
+#include "tests/unit/package_builder.h"
+
+namespace
+{
+
+class Upgrade : public BoardTest
+{
+protected:
+    Upgrade()
+    {
+        int id = 30;
+        board.processes_obey = false; // so as to be seen each time
+        for (const char *name :
+             {"confd", "webs", "lighttpd", "AVServer", "ucftpd", "encpd", "onvif_discovery",
+              "onvif_server", "genetec_discovery", "RTSPServer", "other"}) {
+            board.AddProcess(id++, std::string{"/bin/"} + name);
+        }
+    }
+};
+
+const std::string kStarting = R"(
+syslog info Upgrade Daemon v1.0.0.1(2012.09.25-00:50+0000) start
+)";
+
+const std::string kRebooting = R"(syslog info [CUTIL_KillProcAll]\n
+syslog info [CUTIL_KillProcAll] - list open err[/etc/killList]\n
+syslog info [CUTIL_KillProcAll]\n
+syslog info [CUTIL_KillProcAll] - list open err[/etc/termList]\n
+sleep 1
+sh umount /mnt/sd/
+usleep 100
+sh umount /mnt/usb/
+usleep 100
+sh ifconfig rausb0 down
+sh rmmod rt73
+usleep 100
+sh /sbin/reboot
+)";
+
+} // namespace
+
+TEST_F(Upgrade, IsQuietWithFewerThanTwoArguments)
+{
+    board.Write("/bin/xkill", "");
+    EXPECT_EQ(board.Start({"upgrade", "-v"}), FakeBoard::kRebooted);
+    EXPECT_EQ(board.transcript(), kStarting + R"(sleep 2
+kill 31 9
+kill 32 9
+kill 30 9
+syslog alert Upgrade fail.
+)" + kRebooting);
+}
+
+TEST_F(Upgrade, TellsTheSystemManagerAndStopsTheServicesThroughXkill)
+{
+    board.Write("/bin/xkill", "");
+    EXPECT_EQ(board.Start({"upgrade", "/tmp/none", "other"}), FakeBoard::kRebooted);
+    EXPECT_EQ(board.transcript(), kStarting + R"(send 127.0.0.1:4100 12 bytes
+sh /bin/xkill /bin/confd
+sh /bin/xkill /bin/webs
+sh /bin/xkill /bin/lighttpd
+sh /bin/xkill /bin/AVServer
+sh /bin/xkill /bin/ucftpd
+sh /bin/xkill /bin/encpd
+sh /bin/xkill /bin/onvif_discovery
+sh /bin/xkill /bin/onvif_server
+sh /bin/xkill /bin/genetec_discovery
+sh /bin/xkill /bin/RTSPServer
+sh /bin/xkill SIGKILL /bin/confd
+sh /bin/xkill SIGKILL /bin/AVServer
+sh /bin/xkill SIGKILL /bin/genetec_discovery
+syslog alert Upgrade fail.
+)" + kRebooting);
+    EXPECT_EQ(board.datagrams.front(), (std::string{"SYSP\0\0\0\0UPGR", 12}));
+}
+
+TEST_F(Upgrade, StopsTheServicesItselfWithoutXkill)
+{
+    board.Fail("socket", EMFILE);
+    EXPECT_EQ(board.Start({"upgrade", "/tmp/none", "-v"}), FakeBoard::kRebooted);
+    EXPECT_EQ(
+        board.transcript(),
+        kStarting +
+            R"(out [TEV_OpenLocalUDPCSocket] local socket error. exit : 24, Too many open files
+kill 30 15
+kill 31 15
+kill 32 15
+kill 33 15
+kill 34 15
+kill 35 15
+kill 36 15
+kill 37 15
+kill 38 15
+kill 39 15
+kill 30 9
+kill 33 9
+kill 38 9
+syslog alert Upgrade fail.
+out Upgrade fail.
+sleep 2
+)" + kRebooting);
+}
+
+TEST(UpgradeOptions, ReachTheInstaller)
+{
+    const std::string kFlash = "\nout CFlash_TEVWrite : flash1 complete\n"
+                               "out CFlash_TEVWrite : flash2 complete\n"
+                               "out CFlash_TEVWrite : flash3 complete\n"
+                               "out Upgrade complete.\n";
+    // Whether they make it verbose, carry the settings over, pause before the reboot.
+    const std::tuple<std::vector<std::string>, bool, bool, bool> cases[] = {
+        {{"upgrade"}, false, true, false},
+        {{"upgrade", "/tmp/ignored"}, false, true, false},
+        {{"upgrade", "/tmp/flash3", "other"}, false, true, false},
+        {{"upgrade", "/tmp/flash3", "-v"}, true, true, true},
+        {{"upgrade", "/tmp/flash3", "-f", "-v", "other"}, true, false, true},
+        {{"upgrade", "/tmp/flash3", "-vf", "-V", "-f"}, false, false, true},
+        {{"upgrade", "-v", "-f"}, false, false, true}, // a package of that name
+    };
+    for (const auto &[words, verbose, carries, pauses] : cases) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        FakeBoard board;
+        board.Write("/tmp/flash3", PackageBuilder{"any "}.Build()); // the marker is not compared
+        EXPECT_EQ(board.Start(words), FakeBoard::kRebooted);
+        EXPECT_EQ(board.transcript({"syslog alert Up"}),
+                  words.back() == "-f" && words.size() == 3 ? "\nsyslog alert Upgrade fail.\n"
+                                                            : "\nsyslog alert Upgrade complete.\n");
+        EXPECT_EQ(board.transcript({"out Up", "out CF"}), verbose ? kFlash : "\n");
+        EXPECT_EQ(board.transcript({"sh /bin/cp"}) != "\n", carries);
+        EXPECT_EQ(board.transcript({"sleep 2"}) != "\n", pauses || words.size() < 3);
+    }
+}
+
+TEST(UpgradeOptions, EndInARebootWhateverCallFails)
+{
+    for (int nth = 1, calls = 1; nth <= calls; ++nth) {
+        SCOPED_TRACE(nth);
+        FakeBoard board; // which also looks for descriptors that stay open
+        board.Write("/tmp/flash3", PackageBuilder{}.Build());
+        board.Write("/etc/tcp_server.conf", "server_port=7001\n");
+        board.new_etc["/etc/tcp_server.conf"] = "server_port=1\n";
+        board.AddProcess(30, "/bin/webs");
+        board.Fail("", EIO, nth);
+        EXPECT_EQ(board.Start({"upgrade", "/tmp/flash3", "-v"}), FakeBoard::kRebooted);
+        const std::string settings = board.Read("/etc/tcp_server.conf");
+        EXPECT_TRUE(std::regex_match(settings, std::regex{"server_port=\\d+\n|\\(none\\)"}))
+            << settings;
+        calls = board.calls();
+    }
+}

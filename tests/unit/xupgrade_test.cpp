@@ -1,0 +1,115 @@
+#include "tests/fake_board.h"
+#include "tests/unit/package_builder.h"
+
+namespace
+{
+
+const std::string kHelp =
+    "\nout 'xupgrade' usage : \n"
+    "out         -f                      When the update is complete, factorydefault.\n"
+    "out         -b                      When the update is complete, system reboot.\n"
+    "out         -i                      Ignore the 'OEM code' and proceed the update. \n"
+    "out         -r <udp_port>           send udp log message.\n"
+    "out         -h                      program help page.\n";
+
+} // namespace
+
+TEST(XUpgrade, FeedsTheWatchdogWhileItStopsTheServicesAndInstalls)
+{
+    FakeBoard board;
+    board.may_stay_open = 1; // the watchdog goes on counting, deliberately
+    board.processes_obey = false;
+    int id = 30;
+    for (const char *name :
+         {"TEVSysMgr", "encpd", "genetec_discovery", "TEVNetManager", "shd", "AVServer", "AVClient",
+          "RecordDaemon", "RTSPServer", "RTSPClient", "onvif_discovery", "onvif_server", "webs",
+          "lighttpd", "confd", "other"}) {
+        board.AddProcess(id++, std::string{"/bin/"} + name);
+    }
+    EXPECT_EQ(board.Start({"xupgrade"}), 0); // without a package
+    EXPECT_EQ(board.transcript(), R"(
+kill 30 15
+sleep 1
+thread detached
+usleep 100000
+watchdog set 30
+out The timeout was set to 30 seconds
+watchdog write 00
+sleep 1
+kill 31 9
+kill 32 9
+kill 33 9
+kill 34 9
+kill 35 15
+kill 36 15
+kill 37 15
+kill 38 15
+kill 39 15
+kill 40 15
+kill 41 15
+kill 42 15
+kill 42 9
+kill 43 9
+kill 44 9
+sleep 3
+watchdog write 00
+sleep 1
+watchdog write 00
+sleep 1
+watchdog write 00
+sleep 1
+out Upgrade fail.
+usleep 100000 x9
+watchdog write 00
+)");
+}
+
+TEST(XUpgrade, TakesItsOptions)
+{
+    // Whether it upgrades, reboots, compares the marker, carries the settings over.
+    const std::tuple<std::vector<std::string>, bool, bool, bool, bool> cases[] = {
+        {{"xupgrade"}, true, false, false, true},
+        {{"xupgrade", "-f", "-i"}, true, false, true, false},
+        {{"xupgrade", "-f"}, true, false, false, false},
+        {{"xupgrade", "-i", "other", "-F"}, true, false, true, true},
+        {{"xupgrade", "-r", "5000"}, true, false, false, true},
+        {{"xupgrade", "-r", "-b"}, true, true, false, true},
+        {{"xupgrade", "-b", "-r"}, true, true, false, true},
+        {{"xupgrade", "-h"}, false, false, false, false},
+        {{"xupgrade", "-b", "-h"}, false, true, false, false},
+        {{"xupgrade", "-h", "-b"}, false, false, false, false},
+    };
+    for (const auto &[words, upgrades, reboots, compares, carries] : cases) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        FakeBoard board;
+        board.may_stay_open = upgrades ? 1 : 0;
+        board.Write("/tmp/flash3", PackageBuilder{}.Build());
+        for (const char *name : {"tcp_server", "stream", "videodecoder", "lighttpd/lighttpd"}) {
+            board.new_etc[std::string{"/etc/"} + name + ".conf"] = "";
+        }
+        EXPECT_EQ(board.Start(words), reboots ? FakeBoard::kRebooted : 0);
+        EXPECT_EQ(board.transcript({"out "}), upgrades ? "\nout The timeout was set to 30 seconds\n"
+                                                         "out Upgrade complete.\n"
+                                                       : kHelp);
+        EXPECT_EQ(board.transcript({"sh /sbin"}) != "\n", reboots);
+        EXPECT_EQ(board.transcript({"syslog alert CHECK M"}) != "\n", compares);
+        EXPECT_EQ(board.transcript({"sh /bin/cp"}) != "\n", carries);
+        EXPECT_EQ(board.transcript({"watchdog", "kill", "sleep"}) != "\n", upgrades || reboots);
+    }
+}
+
+TEST(XUpgrade, GoesOnWithoutWatchdogOrThread)
+{
+    FakeBoard board;
+    board.watchdog_timeout = 0;
+    board.Start({"xupgrade"});
+    board.Fail("pthread_create", EAGAIN);
+    board.Start({"xupgrade"});
+    EXPECT_EQ(board.transcript({"out", "watchdog"}), R"(
+out watchdog open error !
+out Upgrade fail.
+out [CTHREAD_Start] error, reason(pthread_create failed)
+out Upgrade fail.
+out [CTHREAD_Stop] error, reason(error)
+)");
+}
