@@ -1,4 +1,4 @@
-// What the program's checks write to the board's system log, kept here: on this machine it is the
+// What the program's checks write to the board's system log. On this machine the last line is the
 // reason that the tool gives, and none of it belongs into the machine's own log.
 #pragma once
 
@@ -6,3 +6,6 @@
 
 /// The last line logged, without its newline; empty when there was none.
 std::string LastLogLine();
+
+/// From now on every line appears on standard error too.
+void ShowBoardLog();

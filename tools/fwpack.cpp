@@ -1,39 +1,28 @@
 // fwpack: makes, shows and checks firmware packages.
 #include "tools/fwpack.h"
 
+#include <fcntl.h>
+#include <getopt.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
-#include <charconv>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
-
-#include "flash/package.h"
-#include "util/byte_order.h"
-#include "util/file.h"
 
 namespace
 {
 
-constexpr const char *kHelp = R"(usage: fwpack COMMAND [option...]
+constexpr const char *kHelp = R"(usage: fwpack COMMAND [OPTION...]
 
-fwpack create --layout 1|3 --marker TEXT --kernel FILE --second FILE --etc FILE --output FILE
-    makes a package. -l, -m, -k, -s, -e and -o are short for these.
-      --layout   1: a board checks the /etc image too; 3: it does not
-      --marker   up to four characters; the OEM marker of the boards it is for
-      --kernel   region 1: a kernel image as mkimage makes it
-      --second   region 2: anything
-      --etc      region 3: a JFFS2 image with 64 KiB erase blocks
+  fwpack create   makes a firmware package out of its three regions
+  fwpack info     shows what is inside a package, also a damaged one
+  fwpack check    tells whether a board would accept a package, and why not
 
-fwpack info FILE
-    shows what is inside.
-
-fwpack check [--marker TEXT] [--version N] FILE
-    tells whether a board would accept the package, by the board's own checks in their order.
-    -m and -V are short for these. Without --marker the marker is not compared, as when the
-    board runs 'upgrade'; N is the layout that the board expects, 1 if it is not told otherwise.
-
-fwpack --help | --version
+  -h, --help      this help; 'fwpack COMMAND --help' has the options of a command
+  -V, --version   the version
 
 Exit status: 0 done or accepted, 1 refused or failed, 2 wrong usage.
 )";
@@ -49,72 +38,117 @@ constexpr std::array<Subcommand, 3> kSubcommands{{
     {"check", RunCheck},
 }};
 
+std::string FormatList(const char *format, va_list arguments)
+{
+    va_list measured;
+    va_copy(measured, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is in the callers
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    std::string text(static_cast<size_t>(std::max(length, 0)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
+}
+
+/// A file must not get the number of a closed standard stream: the checks refuse a package that is
+/// descriptor 0, and messages would end up in the output.
+void OpenStandardStreams()
+{
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) {
+        fd = open("/dev/null", O_RDWR);
+    }
+    close(fd);
+}
+
+int RunSubcommand(int argc, char **argv)
+{
+    for (const Subcommand &subcommand : kSubcommands) {
+        if (argv[0] == subcommand.name) {
+            std::string title = Format("fwpack %s", argv[0]); // the name in getopt's messages
+            argv[0] = title.data();
+            optind = 0; // makes it begin anew
+            return subcommand.run(argc, argv);
+        }
+    }
+    PrintError("'%s' is no command", argv[0]);
+    return UsageError("fwpack");
+}
+
+int Run(int argc, char **argv)
+{
+    constexpr option kOptions[] = {
+        {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {}};
+    // The plus ends the options at the command.
+    switch (getopt_long(argc, argv, "+hV", kOptions, nullptr)) {
+    case 'h':
+        std::fputs(kHelp, stdout);
+        return kExitDone;
+    case 'V':
+        std::printf("fwpack %s\n", FWPACK_VERSION);
+        return kExitDone;
+    case -1:
+        break;
+    default:
+        return UsageError("fwpack");
+    }
+    if (optind == argc) {
+        PrintError("a command is missing");
+        return UsageError("fwpack");
+    }
+    return RunSubcommand(argc - optind, argv + optind);
+}
+
 } // namespace
 
 void PrintError(const char *format, ...)
 {
-    std::fputs("fwpack: ", stderr);
     va_list arguments;
     va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer misses va_start here
-    std::vfprintf(stderr, format, arguments);
+    std::fprintf(stderr, "fwpack: %s\n", FormatList(format, arguments).c_str());
     va_end(arguments);
-    std::fputc('\n', stderr);
 }
 
-int UsageError()
+int UsageError(const char *command)
 {
-    std::fputs("Try 'fwpack --help'.\n", stderr);
+    std::fprintf(stderr, "Try '%s --help'.\n", command);
     return kExitUsage;
 }
 
-std::optional<int32_t> ParseNumber(const char *text)
+std::string Format(const char *format, ...)
 {
-    int32_t value{};
-    const char *end = text + std::strlen(text);
-    const auto [stopped, error] = std::from_chars(text, end, value);
-    if (error != std::errc{} || stopped != end) {
-        return std::nullopt;
-    }
-    return value;
+    va_list arguments;
+    va_start(arguments, format);
+    std::string text = FormatList(format, arguments);
+    va_end(arguments);
+    return text;
 }
 
-std::optional<PackageStart> ReadPackageStart(const char *path)
+std::string Printable(std::string_view text)
 {
-    const File file{path, "r"};
-    std::array<uint8_t, FirmwarePackageHeader::kStartSize> bytes{};
-    if (!file || std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-        return std::nullopt;
+    std::string printable{text.substr(0, text.find('\0'))};
+    for (char &c : printable) {
+        c = c >= ' ' && c <= '~' ? c : '.';
     }
-    return PackageStart{LoadLe32(bytes.data()), static_cast<int32_t>(LoadLe32(&bytes[4]))};
+    return printable;
 }
 
 std::string MarkerText(uint32_t magic)
 {
     std::string text;
     for (unsigned shift = 0; shift < 32; shift += 8) {
-        const char c = static_cast<char>((magic >> shift) & 0xFF);
-        text += c >= ' ' && c <= '~' ? c : '.';
+        text += static_cast<char>((magic >> shift) & 0xFF);
     }
-    return text;
+    return Format("\"%s\" (%08x)", Printable(text).c_str(), magic);
 }
 
 int main(int argc, char **argv)
 {
-    const std::string_view name = argc > 1 ? argv[1] : "";
-    for (const Subcommand &subcommand : kSubcommands) {
-        if (subcommand.name == name) {
-            return subcommand.run(argc - 1, argv + 1);
-        }
+    OpenStandardStreams();
+    const int status = Run(argc, argv);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        PrintError("standard output: %s", std::strerror(errno));
+        return kExitRefused;
     }
-    if (name == "--help") {
-        std::fputs(kHelp, stdout);
-        return kExitDone;
-    }
-    if (name == "--version") {
-        std::puts("fwpack 1.0.0");
-        return kExitDone;
-    }
-    PrintError("%s is no command", argc > 1 ? argv[1] : "nothing");
-    return UsageError();
+    return status;
 }

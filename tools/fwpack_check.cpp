@@ -1,81 +1,52 @@
 #include <getopt.h>
 
-#include <array>
-#include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
+#include <optional>
 
-#include "flash/package.h"
 #include "tools/board_log.h"
 #include "tools/fwpack.h"
+#include "tools/verdict.h"
 
 namespace
 {
 
-struct FaultText {
-    PackageFault fault;
-    const char *text;
-};
+constexpr const char *kHelp = R"(usage: fwpack check [--marker TEXT] [--version N] [--verbose] FILE
 
-// In the order of the board's checks.
-constexpr std::array<FaultText, 7> kFaultTexts{{
-    {PackageFault::kUnreadable, "it cannot be read, or ends within its header"},
-    {PackageFault::kWrongMarker, "it is for boards with another marker"},
-    {PackageFault::kWrongVersion, "the board expects another layout version"},
-    {PackageFault::kUnknownLayout, "there is no such layout"},
-    {PackageFault::kWrongFileSize, "its size is not what its header says"},
-    {PackageFault::kBadKernelImage, "region 1 is not a sound kernel image for the board"},
-    {PackageFault::kBadFileSystem,
-     "region 3 is not a JFFS2 image: an erase block of 64 KiB begins with something else"},
-}};
+Tells whether a board would accept the package, by the board's own checks in their order, and names
+the first that fails.
 
-const char *TextOf(PackageFault fault)
+  -m, --marker TEXT   the marker of the board; of a longer one the first four characters count.
+                      Without it markers are not compared: 'upgrade' does not compare them either,
+                      'xupgrade -i' does
+  -V, --version N     the layout version that the board expects, 1 where it is not told otherwise
+  -v, --verbose       shows what the checks write to the board's log, on standard error
+  -h, --help          this help
+
+Exit status: 0 accepted, 1 refused, 2 wrong usage.
+)";
+
+/// The number that is the whole of `text`.
+std::optional<int32_t> ParseNumber(const char *text)
 {
-    for (const FaultText &row : kFaultTexts) {
-        if (row.fault == fault) {
-            return row.text;
-        }
+    int32_t value{};
+    const char *end = text + std::strlen(text);
+    const auto [stopped, error] = std::from_chars(text, end, value);
+    if (error != std::errc{} || stopped != end) {
+        return std::nullopt;
     }
-    return "";
-}
-
-/// What was found against what was expected, where that says more than the fault itself.
-std::string Detail(PackageFault fault, const char *path, const PackageExpectation &expectation,
-                   const Package &package)
-{
-    const PackageStart start = ReadPackageStart(path).value_or(PackageStart{});
-    switch (fault) {
-    case PackageFault::kWrongMarker:
-        return MarkerText(start.magic) + ", not " + MarkerText(expectation.marker);
-    case PackageFault::kWrongVersion:
-        return std::to_string(expectation.version) + ", this is " + std::to_string(start.version);
-    case PackageFault::kUnknownLayout:
-        return std::to_string(start.version);
-    case PackageFault::kWrongFileSize:
-        return std::to_string(package.file_size) + " bytes, not " +
-               std::to_string(package.ExpectedFileSize());
-    case PackageFault::kBadKernelImage:
-        return LastLogLine();
-    default:
-        return "";
-    }
+    return value;
 }
 
 int Check(const char *path, const PackageExpectation &expectation)
 {
-    Package package{};
-    PackageFault fault = ReadPackage(path, expectation, package);
-    if (fault == PackageFault::kNone) {
-        fault = CheckPackageContents(path, package);
-    }
-    if (fault == PackageFault::kNone) {
+    const std::string reason = WhyRefused(path, expectation);
+    if (reason.empty()) {
         std::printf("%s: a board would accept it\n", path);
         return kExitDone;
     }
-    const std::string detail = Detail(fault, path, expectation, package);
-    std::printf("%s: a board would refuse it: %s%s%s%s\n", path, TextOf(fault),
-                detail.empty() ? "" : " (", detail.c_str(), detail.empty() ? "" : ")");
+    std::printf("%s: a board would refuse it: %s\n", path, reason.c_str());
     return kExitRefused;
 }
 
@@ -85,21 +56,38 @@ int RunCheck(int argc, char **argv)
 {
     constexpr option kOptions[] = {{"marker", required_argument, nullptr, 'm'},
                                    {"version", required_argument, nullptr, 'V'},
+                                   {"verbose", no_argument, nullptr, 'v'},
+                                   {"help", no_argument, nullptr, 'h'},
                                    {}};
     PackageExpectation expectation{false, 0, 1};
-    for (int c; (c = getopt_long(argc, argv, "m:V:", kOptions, nullptr)) != -1;) {
-        if (c == 'm') {
+    for (int c; (c = getopt_long(argc, argv, "m:V:vh", kOptions, nullptr)) != -1;) {
+        switch (c) {
+        case 'm':
             expectation.check_marker = true;
             expectation.marker = MarkerWord({optarg, std::strlen(optarg)});
-        } else if (const auto version = c == 'V' ? ParseNumber(optarg) : std::nullopt) {
+            break;
+        case 'V': {
+            const auto version = ParseNumber(optarg);
+            if (!version) {
+                PrintError("the version is a number, not '%s'", optarg);
+                return UsageError(argv[0]);
+            }
             expectation.version = *version;
-        } else {
-            return UsageError();
+            break;
+        }
+        case 'v':
+            ShowBoardLog();
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            return kExitDone;
+        default:
+            return UsageError(argv[0]);
         }
     }
     if (optind + 1 != argc) {
         PrintError("check takes one package");
-        return UsageError();
+        return UsageError(argv[0]);
     }
     return Check(argv[optind], expectation);
 }

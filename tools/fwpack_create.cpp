@@ -7,192 +7,229 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <span>
+#include <string_view>
 
 #include "flash/jffs2.h"
-#include "flash/package.h"
-#include "flash/uimage.h"
-#include "tools/board_log.h"
 #include "tools/fwpack.h"
 #include "tools/output_file.h"
+#include "tools/verdict.h"
 #include "util/byte_order.h"
 #include "util/file.h"
 
 namespace
 {
 
+constexpr const char *kHelp = R"(usage: fwpack create --layout 1|3 --marker TEXT
+                     --kernel FILE --second FILE --etc FILE --output FILE
+
+Makes a firmware package. All options are needed. A package that a board would refuse is not made,
+and the output appears whole or not at all.
+
+  -l, --layout 1|3    1: the board checks the /etc image too; 3: it does not
+  -m, --marker TEXT   up to four characters: the OEM marker of the boards that it is for
+  -k, --kernel FILE   region 1, for /dev/mtd/1: a kernel image as mkimage makes it
+  -s, --second FILE   region 2, for /dev/mtd/2: anything
+  -e, --etc FILE      region 3, for /dev/mtd/3: a JFFS2 image with erase blocks of 64 KiB
+  -o, --output FILE   the package
+  -h, --help          this help
+
+Exit status: 0 made, 1 refused or failed, 2 wrong usage.
+)";
+
+constexpr size_t kMarkerLength = 4;
+
+struct Input {
+    const char *path = nullptr;
+    std::optional<File> file;
+    int64_t size = 0; ///< bytes
+};
+
 struct Request {
     const PackageLayout *layout = nullptr;
     const char *marker = nullptr;
-    std::array<const char *, 3> regions{}; ///< the files of regions 1 to 3
+    std::array<Input, 3> regions;
     const char *output = nullptr;
+
+    [[nodiscard]] uint32_t MagicWord() const { return MarkerWord({marker, std::strlen(marker)}); }
 };
 
-using Sizes = std::array<int64_t, 3>;
-
-/// Measures the inputs. The header's words and the board's offsets have 31 bits.
-bool Measure(const Request &request, Sizes &sizes)
+/// Prints why the file is of no use. Returns false.
+bool Refuse(const char *path, const char *reason)
 {
-    int64_t total = request.layout->header_length;
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        struct stat status {
-        };
-        const char *path = request.regions[i];
-        if (stat(path, &status) != 0) {
-            PrintError("%s: %s", path, std::strerror(errno));
-            return false;
-        }
-        if (!S_ISREG(status.st_mode) || status.st_size == 0) {
-            PrintError("%s: empty, or not a plain file", path);
-            return false;
-        }
-        sizes[i] = status.st_size;
-        total += status.st_size;
-    }
-    if (total > std::numeric_limits<int32_t>::max()) {
-        PrintError("the package would have %lld bytes; a board takes less than 2 GiB",
-                   static_cast<long long>(total));
-        return false;
-    }
-    return true;
+    PrintError("%s: %s", path, reason);
+    return false;
 }
 
-/// Refuses what a board would refuse, with the reason.
-bool CheckInputs(const Request &request)
-{
-    if (CFlash_CheckImage(request.regions[0], 0) != 0) {
-        const std::string reason = LastLogLine();
-        PrintError("%s: not a kernel image that a board accepts: %s", request.regions[0],
-                   reason.empty() ? "shorter than its header" : reason.c_str());
-        return false;
-    }
-    if (CFlash_CheckJffs2(request.regions[2], 0) != 0) {
-        PrintError("%s: not every erase block of 64 KiB begins with a JFFS2 node%s",
-                   request.regions[2],
-                   request.layout->checks_file_system ? "" : "; boards do not check layout 3");
-        return !request.layout->checks_file_system;
-    }
-    return true;
-}
-
-void WriteHeader(const Request &request, const Sizes &sizes, std::FILE *output)
-{
-    std::array<uint8_t, FirmwarePackageHeader::kMaxSize> bytes{};
-    StoreLe32(bytes.data(), MarkerWord({request.marker, std::strlen(request.marker)}));
-    StoreLe32(&bytes[4], static_cast<uint32_t>(request.layout->version));
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        StoreLe32(&bytes[request.layout->sizes_offset + 4 * i], static_cast<uint32_t>(sizes[i]));
-    }
-    std::fwrite(bytes.data(), 1, static_cast<size_t>(request.layout->header_length), output);
-}
-
-/// Copies a whole file. Write errors stay with the output stream.
-bool Append(const char *path, int64_t size, std::FILE *output)
-{
-    const File input{path, "r"};
-    std::array<char, 65536> piece;
-    int64_t copied = 0;
-    while (input) {
-        const size_t count = std::fread(piece.data(), 1, piece.size(), input.get());
-        if (count == 0) {
-            break;
-        }
-        std::fwrite(piece.data(), 1, count, output);
-        copied += static_cast<int64_t>(count);
-    }
-    if (!input || std::ferror(input.get()) != 0 || copied != size) {
-        PrintError("%s: could not be read as measured", path);
-        return false;
-    }
-    return true;
-}
-
-int Create(const Request &request)
+bool Open(Input &input)
 {
     struct stat status {
     };
-    if (stat(request.output, &status) == 0 && !S_ISREG(status.st_mode)) {
-        PrintError("%s: exists and is not a plain file", request.output);
-        return kExitRefused;
+    input.file.emplace(input.path, "r");
+    if (!*input.file || fstat(fileno(input.file->get()), &status) != 0) {
+        return Refuse(input.path, std::strerror(errno));
     }
-    Sizes sizes{};
-    if (!Measure(request, sizes) || !CheckInputs(request)) {
-        return kExitRefused;
+    if (!S_ISREG(status.st_mode) || status.st_size == 0) {
+        return Refuse(input.path, S_ISREG(status.st_mode) ? "empty" : "not a plain file");
+    }
+    input.size = status.st_size;
+    return true;
+}
+
+bool OpenInputs(Request &request)
+{
+    int64_t total = request.layout->header_length;
+    for (Input &input : request.regions) {
+        if (!Open(input)) {
+            return false;
+        }
+        // The header's words and the board's file offsets have 31 bits. Compared before adding up:
+        // a file may be as large as its file system allows.
+        if (input.size > std::numeric_limits<int32_t>::max() - total) {
+            return Refuse(input.path, "too large: a package must stay below 2 GiB");
+        }
+        total += input.size;
+    }
+    return true;
+}
+
+bool WriteHeader(const Request &request, OutputFile &output)
+{
+    std::array<uint8_t, FirmwarePackageHeader::kMaxSize> bytes{};
+    StoreLe32(bytes.data(), request.MagicWord());
+    StoreLe32(&bytes[4], static_cast<uint32_t>(request.layout->version));
+    for (size_t i = 0; i < request.regions.size(); ++i) {
+        StoreLe32(&bytes[request.layout->sizes_offset + 4 * i],
+                  static_cast<uint32_t>(request.regions[i].size));
+    }
+    std::array<char, bytes.size()> text{};
+    std::memcpy(text.data(), bytes.data(), bytes.size());
+    const std::span<const char> all{text};
+    return output.Write(all.first(static_cast<size_t>(request.layout->header_length))) ||
+           Refuse(request.output, std::strerror(errno));
+}
+
+bool Append(const Input &input, const char *output_path, OutputFile &output)
+{
+    std::FILE *stream = input.file->get();
+    std::array<char, 65536> piece;
+    int64_t copied = 0;
+    while (const size_t count = std::fread(piece.data(), 1, piece.size(), stream)) {
+        copied += static_cast<int64_t>(count);
+        if (!output.Write(std::span<const char>{piece}.first(count))) {
+            return Refuse(output_path, std::strerror(errno));
+        }
+    }
+    if (std::ferror(stream) != 0) {
+        return Refuse(input.path, std::strerror(errno));
+    }
+    return copied == input.size || Refuse(input.path, "changed while it was read");
+}
+
+/// The board's own checks on the very bytes: a kernel whose data runs on into region 2 is sound
+/// only by itself.
+bool CheckPackage(const Request &request, const char *path)
+{
+    const std::string reason =
+        WhyRefused(path, {true, request.MagicWord(), request.layout->version});
+    if (!reason.empty()) {
+        PrintError("not made, since a board would refuse it: %s", reason.c_str());
+        return false;
+    }
+    if (!request.layout->checks_file_system && CFlash_CheckJffs2(request.regions[2].path, 0) != 0) {
+        PrintError("warning: %s is not a JFFS2 image with a node at every 64 KiB; "
+                   "a board does not check that in layout %d",
+                   request.regions[2].path, request.layout->version);
+    }
+    return true;
+}
+
+bool Create(Request &request)
+{
+    struct stat status {
+    };
+    // A rename would put a file in the place of a device.
+    if (stat(request.output, &status) == 0 && !S_ISREG(status.st_mode)) {
+        return Refuse(request.output, "exists and is not a plain file");
+    }
+    if (!OpenInputs(request)) {
+        return false;
     }
     OutputFile output{request.output};
     if (!output) {
-        PrintError("%s: %s", request.output, std::strerror(errno));
-        return kExitRefused;
+        return Refuse(request.output, std::strerror(errno));
     }
-    WriteHeader(request, sizes, output.get());
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        if (!Append(request.regions[i], sizes[i], output.get())) {
-            return kExitRefused;
+    if (!WriteHeader(request, output)) {
+        return false;
+    }
+    for (const Input &input : request.regions) {
+        if (!Append(input, request.output, output)) {
+            return false;
         }
     }
-    if (!output.Finish() || !output.MoveToPlace()) {
-        PrintError("%s: %s", request.output, std::strerror(errno));
-        return kExitRefused;
+    if (!output.Finish()) {
+        return Refuse(request.output, std::strerror(errno));
     }
-    return kExitDone;
+    return CheckPackage(request, output.scratch_path()) &&
+           (output.MoveToPlace() || Refuse(request.output, std::strerror(errno)));
 }
 
 /// Stores one option. Returns false, with a message, when its value is of no use.
 bool TakeOption(int letter, const char *value, Request &request)
 {
+    constexpr std::string_view kRegionLetters = "kse";
     switch (letter) {
     case 'l':
-        request.layout = FindPackageLayout(ParseNumber(value).value_or(0));
-        if (request.layout == nullptr) {
-            PrintError("the layout is 1 or 3, not '%s'", value);
-        }
-        return request.layout != nullptr;
+        request.layout = value == std::string_view{"1"}   ? FindPackageLayout(1)
+                         : value == std::string_view{"3"} ? FindPackageLayout(3)
+                                                          : nullptr;
+        return request.layout != nullptr || Refuse(value, "the layout is 1 or 3");
     case 'm':
         request.marker = value;
-        if (std::strlen(value) > 4) {
-            PrintError("a marker has at most four characters, '%s' has more", value);
-        }
-        return std::strlen(value) <= 4;
-    case 'k':
-        request.regions[0] = value;
-        return true;
-    case 's':
-        request.regions[1] = value;
-        return true;
-    case 'e':
-        request.regions[2] = value;
-        return true;
+        return std::strlen(value) <= kMarkerLength ||
+               Refuse(value, "a marker has at most four characters");
     case 'o':
         request.output = value;
         return true;
     default:
-        return false;
+        const size_t region = kRegionLetters.find(static_cast<char>(letter));
+        if (region < request.regions.size()) {
+            request.regions[region].path = value;
+        }
+        return region < request.regions.size();
     }
+}
+
+bool IsComplete(const Request &request)
+{
+    return request.layout != nullptr && request.marker != nullptr && request.output != nullptr &&
+           std::ranges::all_of(request.regions,
+                               [](const Input &input) { return input.path != nullptr; });
 }
 
 } // namespace
 
 int RunCreate(int argc, char **argv)
 {
-    constexpr option kOptions[] = {{"layout", required_argument, nullptr, 'l'},
-                                   {"marker", required_argument, nullptr, 'm'},
-                                   {"kernel", required_argument, nullptr, 'k'},
-                                   {"second", required_argument, nullptr, 's'},
-                                   {"etc", required_argument, nullptr, 'e'},
-                                   {"output", required_argument, nullptr, 'o'},
-                                   {}};
+    constexpr option kOptions[] = {
+        {"layout", required_argument, nullptr, 'l'}, {"marker", required_argument, nullptr, 'm'},
+        {"kernel", required_argument, nullptr, 'k'}, {"second", required_argument, nullptr, 's'},
+        {"etc", required_argument, nullptr, 'e'},    {"output", required_argument, nullptr, 'o'},
+        {"help", no_argument, nullptr, 'h'},         {}};
     Request request;
-    for (int c; (c = getopt_long(argc, argv, "l:m:k:s:e:o:", kOptions, nullptr)) != -1;) {
+    for (int c; (c = getopt_long(argc, argv, "l:m:k:s:e:o:h", kOptions, nullptr)) != -1;) {
+        if (c == 'h') {
+            std::fputs(kHelp, stdout);
+            return kExitDone;
+        }
         if (!TakeOption(c, optarg, request)) {
-            return UsageError();
+            return UsageError(argv[0]);
         }
     }
-    const bool complete = request.layout != nullptr && request.marker != nullptr &&
-                          request.output != nullptr &&
-                          std::ranges::find(request.regions, nullptr) == request.regions.end();
-    if (!complete || optind != argc) {
+    if (!IsComplete(request) || optind != argc) {
         PrintError("create takes all of its options and nothing else");
-        return UsageError();
+        return UsageError(argv[0]);
     }
-    return Create(request);
+    return Create(request) ? kExitDone : kExitRefused;
 }

@@ -1,110 +1,160 @@
-#include <sys/types.h>
+#include <getopt.h>
 
+#include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <ctime>
-#include <string>
 
-#include "flash/crc32.h"
 #include "flash/jffs2.h"
-#include "flash/package.h"
-#include "flash/uimage.h"
 #include "tools/fwpack.h"
-#include "util/file.h"
+#include "tools/kernel_image.h"
+#include "tools/verdict.h"
 
 namespace
 {
 
-std::string Word(const char *const *names, size_t count, uint8_t code)
+constexpr const char *kHelp = R"(usage: fwpack info FILE
+
+Shows what is inside a package, also in a damaged one, and what a board would say to it.
+
+  -h, --help   this help
+
+Exit status: 0 shown, 1 not a package that can be read, 2 wrong usage.
+)";
+
+/// Where a region lies by the header, unlike Package::RegionStart without wrapping.
+struct Region {
+    int64_t start;
+    int64_t size;
+    int64_t file_size;
+
+    /// What is wrong with its place; empty when the file holds all of it.
+    [[nodiscard]] std::string Fault() const
+    {
+        if (size < 0) {
+            return "negative size";
+        }
+        if (start < 0 || (start >= file_size && size > 0)) {
+            return "outside the file";
+        }
+        if (start + size > file_size) {
+            return Format("cut short, %" PRId64 " bytes are there", file_size - start);
+        }
+        return "";
+    }
+
+    /// Its bytes, or some of them, can be looked at, with an offset as the board has it.
+    [[nodiscard]] bool Begins() const
+    {
+        return size > 0 && start >= 0 && start < std::min<int64_t>(file_size, INT32_MAX);
+    }
+};
+
+Region RegionOf(const Package &package, size_t index)
 {
-    return code < count ? names[code] : "code " + std::to_string(code);
+    int64_t start = package.header.length;
+    for (size_t i = 0; i < index; ++i) {
+        start += package.header.size[i];
+    }
+    return {start, package.header.size[index], package.file_size};
 }
 
-constexpr const char *kTypes[] = {"code 0", "standalone program", "kernel", "RAM disk",
-                                  "multi-file"};
-constexpr const char *kCompressions[] = {"uncompressed", "gzip", "bzip2"};
-
-const char *Holds(bool holds)
+std::string Contents(const char *path, const Package &package, size_t index)
 {
-    return holds ? "holds" : "does not hold";
-}
-
-void PrintKernel(const char *path, int32_t offset)
-{
-    const File file{path, "r"};
-    std::array<uint8_t, ImageHeader::kSize> bytes{};
-    if (!file || std::fseek(file.get(), offset, SEEK_SET) != 0 ||
-        std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-        std::puts("  no kernel image: the file ends before it");
-        return;
+    const Region region = RegionOf(package, index);
+    if (!region.Begins()) {
+        return "";
     }
-    const ImageHeader header = DecodeImageHeader(bytes);
-    if (header.magic != kImageMagic) {
-        std::printf("  no kernel image: magic 0x%08x\n", header.magic);
-        return;
+    const int32_t start = package.RegionStart(index);
+    switch (index) {
+    case 0: {
+        const auto image = ReadKernelImage(path, start);
+        return image && image->header.magic == kImageMagic ? "kernel image" : "no kernel image";
     }
-    const bool data_holds = CFlash_Crc32Stream(0, file.get(), header.data_size) == header.data_crc;
-    std::array<uint8_t, ImageHeader::kSize> zeroed = bytes;
-    for (size_t i = 4; i < 8; ++i) {
-        zeroed[i] = 0;
+    case 1:
+        return "not examined";
+    default:
+        return CFlash_CheckJffs2(path, start) == 0 ? "JFFS2 at every 64 KiB"
+                                                   : "not JFFS2 at every 64 KiB";
     }
-    const bool header_holds = CFlash_Crc32(0, zeroed.data(), zeroed.size()) == header.header_crc;
-
-    const std::time_t created = header.time;
-    std::array<char, 32> date{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S UTC", std::gmtime(&created));
-    std::printf("  kernel image   %.*s\n", static_cast<int>(header.name.size()),
-                header.name.data());
-    std::printf("  created        %s\n", date.data());
-    std::printf("  data           %u bytes, load 0x%08x, entry 0x%08x\n", header.data_size,
-                header.load_address, header.entry_point);
-    std::printf("  kind           %s, %s, %s\n", header.architecture == 2 ? "ARM" : "not for ARM",
-                Word(kTypes, std::size(kTypes), header.type).c_str(),
-                Word(kCompressions, std::size(kCompressions), header.compression).c_str());
-    std::printf("  header CRC     %s\n", Holds(header_holds));
-    std::printf("  data CRC       %s\n", Holds(data_holds));
 }
 
 void PrintRegions(const char *path, const Package &package)
 {
+    std::puts("\nregion      offset        size  contents");
     for (size_t i = 0; i < package.header.size.size(); ++i) {
-        std::printf("region %zu         %d bytes from %d\n", i + 1, package.header.size[i],
-                    package.RegionStart(i));
-        if (i == 0) {
-            PrintKernel(path, package.RegionStart(0));
-        }
+        const Region region = RegionOf(package, i);
+        const std::string contents = Contents(path, package, i);
+        const std::string fault = region.Fault();
+        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, region.start,
+                    region.size, contents.c_str(), contents.empty() || fault.empty() ? "" : "; ",
+                    fault.c_str());
     }
-    const bool jffs2 = CFlash_CheckJffs2(path, package.RegionStart(2)) == 0;
-    std::printf("  JFFS2 image    %s\n", jffs2 ? "yes" : "no, or not in every 64 KiB block");
+}
+
+void PrintCrc(const char *name, uint32_t stated, uint32_t computed)
+{
+    if (stated == computed) {
+        std::printf("  %s      %08x, holds\n", name, stated);
+    } else {
+        std::printf("  %s      %08x, does not hold: computed %08x\n", name, stated, computed);
+    }
+}
+
+void PrintKernel(const char *path, const Package &package)
+{
+    const Region region = RegionOf(package, 0);
+    const auto image = ReadKernelImage(path, package.RegionStart(0));
+    if (!region.Begins() || !image || image->header.magic != kImageMagic) {
+        return;
+    }
+    const ImageHeader &header = image->header;
+    const std::time_t created = header.time;
+    std::array<char, 32> date{};
+    std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S UTC", std::gmtime(&created));
+
+    std::puts("\nkernel image");
+    std::printf("  name            %s\n",
+                Printable({header.name.data(), header.name.size()}).c_str());
+    std::printf("  created         %s\n", date.data());
+    const int64_t beyond = int64_t{ImageHeader::kSize} + header.data_size - region.size;
+    std::printf("  data size       %" PRIu32 " bytes%s\n", header.data_size,
+                beyond > 0 ? Format(", %" PRId64 " of them behind region 1", beyond).c_str() : "");
+    std::printf("  load, entry     0x%08x, 0x%08x\n", header.load_address, header.entry_point);
+    std::printf("  architecture    %s\n", ArchitectureName(header).c_str());
+    std::printf("  type            %s\n", TypeName(header).c_str());
+    std::printf("  compression     %s\n", CompressionName(header).c_str());
+    PrintCrc("header CRC", header.header_crc, image->header_crc);
+    PrintCrc("data CRC  ", header.data_crc, image->data_crc);
 }
 
 int Print(const char *path)
 {
+    // A board that expects this very layout; what remains are real faults.
     const auto start = ReadPackageStart(path);
-    if (!start) {
-        PrintError("%s: cannot be read, or is too short for a package", path);
-        return kExitRefused;
-    }
-    std::printf("marker           %s (0x%08x)\n", MarkerText(start->magic).c_str(), start->magic);
+    const PackageExpectation any{false, 0, start ? start->version : 1};
+    const std::string refusal = WhyRefused(path, any);
     Package package{};
-    const PackageFault fault = ReadPackage(path, {false, 0, start->version}, package);
-    if (fault != PackageFault::kNone) {
-        std::printf("layout           %d\n", start->version);
-        PrintError("%s: %s", path,
-                   fault == PackageFault::kUnknownLayout ? "there is no such layout"
-                                                         : "ends within its header");
+    if (ReadPackage(path, any, package) != PackageFault::kNone) {
+        PrintError("%s: %s", path, refusal.c_str());
         return kExitRefused;
     }
-    std::printf("layout           %d, header of %d bytes\n", package.header.version,
+    const int64_t expected = package.ExpectedFileSize();
+    std::printf("layout      %d, header of %d bytes\n", package.header.version,
                 package.header.length);
-    std::printf("file size        %lld bytes", static_cast<long long>(package.file_size));
-    if (package.ExpectedFileSize() == package.file_size) {
-        std::puts(", as the header says");
+    std::printf("marker      %s\n", MarkerText(package.header.magic).c_str());
+    std::printf("file size   %" PRId64 " bytes, %s\n", package.file_size,
+                expected == package.file_size
+                    ? "header and regions"
+                    : Format("but header and regions are %" PRId64, expected).c_str());
+    if (refusal.empty()) {
+        std::puts("verdict     a board with this marker and layout would accept it");
     } else {
-        std::printf(", but %lld by the header\n",
-                    static_cast<long long>(package.ExpectedFileSize()));
+        std::printf("verdict     a board would refuse it: %s\n", refusal.c_str());
     }
     PrintRegions(path, package);
+    PrintKernel(path, package);
     return kExitDone;
 }
 
@@ -112,9 +162,19 @@ int Print(const char *path)
 
 int RunInfo(int argc, char **argv)
 {
-    if (argc != 2 || argv[1][0] == '-') {
-        PrintError("info takes one package");
-        return UsageError();
+    constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'}, {}};
+    switch (getopt_long(argc, argv, "h", kOptions, nullptr)) {
+    case 'h':
+        std::fputs(kHelp, stdout);
+        return kExitDone;
+    case -1:
+        break;
+    default:
+        return UsageError(argv[0]);
     }
-    return Print(argv[1]);
+    if (optind + 1 != argc) {
+        PrintError("info takes one package");
+        return UsageError(argv[0]);
+    }
+    return Print(argv[optind]);
 }

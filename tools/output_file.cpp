@@ -11,7 +11,9 @@
 namespace
 {
 
-/// What an interrupt must remove; empty when nothing.
+constexpr std::array<int, 3> kEndingSignals{SIGHUP, SIGINT, SIGTERM};
+
+/// What an ending signal must remove; empty when nothing.
 std::array<char, 4096> g_unfinished{};
 
 void RemoveUnfinished()
@@ -22,18 +24,47 @@ void RemoveUnfinished()
     }
 }
 
-void HandleSignal(int signal_number)
+/// The signal has its default effect back already and ends the tool when this returns.
+void HandleEndingSignal(int signal_number)
 {
     RemoveUnfinished();
-    _exit(128 + signal_number);
+    raise(signal_number);
 }
 
-void Watch(const std::string &path)
+void HandleSignals()
 {
-    path.copy(g_unfinished.data(), g_unfinished.size() - 1);
-    for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
-        signal(signal_number, HandleSignal);
+    struct sigaction handler {
+    };
+    handler.sa_handler = HandleEndingSignal;
+    handler.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int signal_number : kEndingSignals) {
+        struct sigaction previous {
+        };
+        sigaction(signal_number, nullptr, &previous);
+        if (previous.sa_handler != SIG_IGN) { // under nohup a hang-up stays ignored
+            sigaction(signal_number, &handler, nullptr);
+        }
     }
+    // A file that reaches the user's limit is a failed write, not the end of the tool.
+    signal(SIGXFSZ, SIG_IGN);
+}
+
+/// mkstemp, with no moment at which a signal would leave the file behind.
+int MakeScratch(std::string &path)
+{
+    sigset_t ending;
+    sigset_t previous;
+    sigemptyset(&ending);
+    for (const int signal_number : kEndingSignals) {
+        sigaddset(&ending, signal_number);
+    }
+    sigprocmask(SIG_BLOCK, &ending, &previous);
+    const int fd = mkstemp(path.data());
+    if (fd >= 0) {
+        path.copy(g_unfinished.data(), g_unfinished.size() - 1);
+    }
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+    return fd;
 }
 
 /// mkstemp makes a file for its owner alone; this is one as any program makes.
@@ -52,11 +83,11 @@ OutputFile::OutputFile(const char *path) : path_(path), scratch_(path_ + ".XXXXX
         errno = ENAMETOOLONG;
         return;
     }
-    const int fd = mkstemp(scratch_.data());
+    HandleSignals();
+    const int fd = MakeScratch(scratch_);
     if (fd < 0) {
         return;
     }
-    Watch(scratch_);
     TakeUsualMode(fd);
     stream_ = fdopen(fd, "w");
 }
@@ -69,12 +100,19 @@ OutputFile::~OutputFile()
     RemoveUnfinished();
 }
 
+bool OutputFile::Write(std::span<const char> bytes)
+{
+    return std::fwrite(bytes.data(), 1, bytes.size(), stream_) == bytes.size();
+}
+
 bool OutputFile::Finish()
 {
-    const bool written = std::fflush(stream_) == 0 && std::ferror(stream_) == 0;
-    const bool closed = std::fclose(stream_) == 0;
+    if (std::fflush(stream_) != 0 || fsync(fileno(stream_)) != 0) {
+        return false;
+    }
+    std::FILE *stream = stream_;
     stream_ = nullptr;
-    return written && closed;
+    return std::fclose(stream) == 0;
 }
 
 bool OutputFile::MoveToPlace()

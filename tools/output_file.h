@@ -2,10 +2,11 @@
 #pragma once
 
 #include <cstdio>
+#include <span>
 #include <string>
 
 /// Written beside its place and moved there at the end; what is not moved is removed, also when the
-/// tool is interrupted. One at a time.
+/// tool is interrupted. One at a time. What fails leaves its reason in errno.
 class OutputFile
 {
 public:
@@ -15,12 +16,12 @@ public:
     OutputFile &operator=(const OutputFile &) = delete;
 
     explicit operator bool() const { return stream_ != nullptr; }
-    [[nodiscard]] std::FILE *get() const { return stream_; }
-    [[nodiscard]] const std::string &scratch_path() const { return scratch_; }
+    /// Where the file is until it is moved.
+    [[nodiscard]] const char *scratch_path() const { return scratch_.c_str(); }
 
-    /// Ends the writing. Returns false, with errno set, when something was not written.
+    bool Write(std::span<const char> bytes);
+    /// Ends the writing, everything on the disk.
     bool Finish();
-    /// Moves the finished file to its place. Returns false, with errno set, when it cannot.
     bool MoveToPlace();
 
 private:
