@@ -3,33 +3,10 @@
 # SOURCE_DATE_EPOCH, when set, fixes the stamp: the same sources then give the same bytes.
 string(TIMESTAMP QVE_BUILD_STAMP "%Y.%m.%d-%H:%M+0000" UTC)
 
-add_library(qve_objects OBJECT
-    app/applet_table.cpp
-    app/dispatcher.cpp
-    app/no_op.cpp
-    bringup/xkill.cpp
-    flash/crc32.cpp
-    flash/installer.cpp
-    flash/jffs2.cpp
-    flash/mtd.cpp
-    flash/package.cpp
-    flash/settings.cpp
-    flash/uimage.cpp
-    upgrade/local_udp.cpp
-    upgrade/message_channel.cpp
-    upgrade/upgrade.cpp
-    upgrade/watchdog.cpp
-    upgrade/worker_thread.cpp
-    upgrade/xupgrade.cpp
-    util/command_pipe.cpp
-    util/conf_reader.cpp
-    util/conf_writer.cpp
-    util/elapsed_time.cpp
-    util/number.cpp
-    util/process.cpp
-    util/process_list.cpp
-    util/reboot.cpp
-    util/shell.cpp)
+file(GLOB program_sources CONFIGURE_DEPENDS
+    app/*.cpp util/*.cpp flash/*.cpp upgrade/*.cpp bringup/*.cpp hwtest/*.cpp)
+list(REMOVE_ITEM program_sources ${PROJECT_SOURCE_DIR}/app/main.cpp)
+add_library(qve_objects OBJECT ${program_sources})
 target_link_libraries(qve_objects PUBLIC qve_warnings)
 # No heap, no exceptions, no C++ runtime library on the board.
 target_compile_options(qve_objects PRIVATE

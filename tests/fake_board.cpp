@@ -40,12 +40,14 @@ FakeBoard::FakeBoard() : open_before_(CountDescriptors())
 {
     std::string name = fs::temp_directory_path() / "qve-board.XXXXXX";
     root_ = mkdtemp(name.data());
-    for (const char *directory : {"etc", "dev/mtd", "dev/misc", "proc", "tmp", "bin"}) {
+    for (const char *directory : {"etc", "dev/mtd", "dev/misc", "proc", "tmp", "bin", "mnt"}) {
         fs::create_directories(root_ / directory);
     }
     for (const char *device : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
         mtd[device].bytes.assign(size_t{4} * FakeMtd::kBlock, 0x55);
+        devices[device] = &mtd[device];
     }
+    devices["/dev/misc/watchdog"] = &watchdog;
 }
 
 FakeBoard::~FakeBoard()
@@ -138,7 +140,7 @@ bool FakeBoard::Fails(const std::string &function, const std::string &path)
 
 std::string FakeBoard::Map(const std::string &path) const
 {
-    for (const char *prefix : {"/etc", "/dev/m", "/proc", "/tmp", "/usr/upgrade", "/bin/"}) {
+    for (const char *prefix : {"/etc", "/dev", "/proc", "/tmp", "/usr/upgrade", "/bin/", "/mnt"}) {
         if (path.starts_with(prefix)) {
             return root_ / path.substr(1);
         }
@@ -150,7 +152,7 @@ void FakeBoard::Shell(const std::string &command)
 {
     Record("sh " + command);
     if (command == "/sbin/reboot") {
-        siglongjmp(reboot_, 1);
+        Leave(kRebooted);
     }
     g_active = nullptr; // what the command does is no act of the program
     std::istringstream stream{command};
@@ -166,6 +168,23 @@ void FakeBoard::Shell(const std::string &command)
         }
     }
     g_active = this;
+}
+
+void FakeBoard::Leave(int result)
+{
+    siglongjmp(ended_, result);
+}
+
+FakeDevice *FakeBoard::DeviceAt(const std::string &path) const
+{
+    const auto device = devices.find(path);
+    return device != devices.end() ? device->second : nullptr;
+}
+
+std::string FakeBoard::PathOf(int fd) const
+{
+    const auto file = open_files.find(fd);
+    return file != open_files.end() ? file->second.path : "";
 }
 
 void FakeBoard::Signal(int id, int signal_number)

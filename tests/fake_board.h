@@ -19,14 +19,43 @@
 #include <string>
 #include <vector>
 
+/// A file that the program has open.
+struct OpenFile {
+    std::string path;
+    int flags = 0;
+    size_t position = 0;
+};
+
+/// What stands behind a device node. A test that needs another one makes its own.
+class FakeDevice
+{
+public:
+    virtual ~FakeDevice() = default;
+    /// As the calls of these names; an error is -1 with errno.
+    virtual ssize_t Read(OpenFile &file, void *buffer, size_t count);
+    virtual ssize_t Write(OpenFile &file, const void *buffer, size_t count);
+    virtual int Request(OpenFile &file, unsigned long request, void *argument);
+};
+
 /// A flash partition: erased to 0xFF by block, and a write can only clear bits.
-struct FakeMtd {
+struct FakeMtd : FakeDevice {
     static constexpr uint32_t kBlock = 4096;
+
+    ssize_t Read(OpenFile &file, void *buffer, size_t count) override;
+    ssize_t Write(OpenFile &file, const void *buffer, size_t count) override;
+    int Request(OpenFile &file, unsigned long request, void *argument) override;
 
     std::vector<uint8_t> bytes;
     int failing_block = -1;     ///< does not erase
     int stuck_byte = -1;        ///< its lowest bit stays set
     size_t transfer = SIZE_MAX; ///< the most that one read or write moves
+};
+
+struct FakeWatchdog : FakeDevice {
+    ssize_t Write(OpenFile &file, const void *buffer, size_t count) override;
+    int Request(OpenFile &file, unsigned long request, void *argument) override;
+
+    int timeout = 30; ///< seconds: what the driver makes of any request
 };
 
 class FakeBoard
@@ -47,27 +76,30 @@ public:
     /// a call that moves bytes move none.
     void Fail(const std::string &function, int error, int nth = 1, const std::string &path = "");
 
-    std::map<std::string, FakeMtd> mtd;         ///< by device path
+    std::map<std::string, FakeDevice *> devices; ///< by path; the flash and the watchdog are there
+    std::map<std::string, FakeMtd> mtd;          ///< the flash partitions, by path
+    FakeWatchdog watchdog;
     std::map<std::string, std::string> new_etc; ///< the files of /etc once it is mounted anew
-    int watchdog_timeout = 30;           ///< what the driver makes of any request; 0: no device
-    bool processes_obey = true;          ///< a signal ends a process
-    int64_t clock = 1'000'000'000'000;   ///< microseconds
-    int64_t send_time = 0;               ///< microseconds that a datagram takes
-    size_t longest_send = SIZE_MAX;      ///< what one call takes of a datagram
-    std::deque<std::string> datagrams{}; ///< sent and not yet received
-    int may_stay_open = 0;               ///< descriptors
+    bool processes_obey = true;                 ///< a signal ends a process
+    int64_t clock = 1'000'000'000'000;          ///< microseconds
+    int64_t send_time = 0;                      ///< microseconds that a datagram takes
+    size_t longest_send = SIZE_MAX;             ///< what one call takes of a datagram
+    std::deque<std::string> datagrams{};        ///< sent and not yet received
+    int may_stay_open = 0;                      ///< descriptors
 
     // --- what the test runs
 
     static constexpr int kRebooted = 4711;
+    static constexpr int kExited = 4712; ///< and the lowest eight bits of the status on top
 
-    /// Calls the function on the board. Returns its result; kRebooted when it ended in a reboot.
+    /// Calls the function on the board. Returns its result; kRebooted when it ended in a reboot,
+    /// kExited + status when it ended the process.
     template<typename Function, typename... Arguments>
     int Run(Function function, Arguments... arguments)
     {
         Begin();
-        volatile int result = kRebooted;
-        if (sigsetjmp(reboot_, 1) == 0) {
+        int result = sigsetjmp(ended_, 1);
+        if (result == 0) {
             result = static_cast<int>(function(arguments...));
         }
         End();
@@ -95,11 +127,11 @@ public:
     void Shell(const std::string &command);
     void Signal(int id, int signal_number);
     void Unmount(const std::string &path);
-    [[nodiscard]] bool IsDevice(const std::string &path) const;
+    [[noreturn]] void Leave(int result); ///< the call that Run has made
+    /// The device behind the path or descriptor; null for anything else.
+    [[nodiscard]] FakeDevice *DeviceAt(const std::string &path) const;
+    [[nodiscard]] FakeDevice *DeviceAt(int fd) const { return DeviceAt(PathOf(fd)); }
     [[nodiscard]] std::string PathOf(int fd) const;
-    ssize_t ReadDevice(int fd, void *buffer, size_t count);
-    ssize_t WriteDevice(int fd, const void *buffer, size_t count);
-    int RequestDevice(int fd, unsigned long request, void *argument);
 
     // Threads run one at a time, each until it pauses: what they do has one order in every run.
     using Turn = std::pair<int64_t, int>; ///< when, and which comes first at that time
@@ -108,11 +140,6 @@ public:
     void AwaitTurn(const Turn &turn);
     void Pause(int64_t microseconds);
 
-    struct OpenFile {
-        std::string path;
-        int flags;
-        size_t position = 0;
-    };
     std::map<int, OpenFile> open_files;
 
 private:
@@ -136,7 +163,7 @@ private:
     std::vector<Fault> faults_;
     int calls_ = 0;
     std::FILE *saved_streams_[2] = {};
-    sigjmp_buf reboot_ = {};
+    sigjmp_buf ended_ = {};
     int open_before_;
     std::mutex mutex_;
     std::condition_variable turn_changed_;

@@ -10,69 +10,95 @@
 
 #include "tests/fake_board.h"
 
-bool FakeBoard::IsDevice(const std::string &path) const
+namespace
 {
-    return mtd.contains(path) || (path == "/dev/misc/watchdog" && watchdog_timeout > 0);
+
+void Record(const std::string &line, size_t bytes = 0)
+{
+    FakeBoard::Active()->Record(line, bytes);
 }
 
-std::string FakeBoard::PathOf(int fd) const
+int FailWith(int error)
 {
-    const auto file = open_files.find(fd);
-    return file != open_files.end() ? file->second.path : "";
+    errno = error;
+    return -1;
 }
 
-ssize_t FakeBoard::ReadDevice(int fd, void *buffer, size_t count)
+} // namespace
+
+ssize_t FakeDevice::Read(OpenFile & /*file*/, void * /*buffer*/, size_t /*count*/)
 {
-    OpenFile &file = open_files[fd];
-    const FakeMtd &flash = mtd.at(file.path);
-    count = std::min({count, flash.bytes.size() - file.position, flash.transfer});
-    std::memcpy(buffer, &flash.bytes[file.position], count);
+    return FailWith(EINVAL);
+}
+
+ssize_t FakeDevice::Write(OpenFile & /*file*/, const void * /*buffer*/, size_t /*count*/)
+{
+    return FailWith(EINVAL);
+}
+
+int FakeDevice::Request(OpenFile & /*file*/, unsigned long /*request*/, void * /*argument*/)
+{
+    return FailWith(ENOTTY);
+}
+
+ssize_t FakeMtd::Read(OpenFile &file, void *buffer, size_t count)
+{
+    count = std::min({count, bytes.size() - file.position, transfer});
+    std::memcpy(buffer, &bytes[file.position], count);
     file.position += count;
     Record("read " + file.path, count);
     return static_cast<ssize_t>(count);
 }
 
-ssize_t FakeBoard::WriteDevice(int fd, const void *buffer, size_t count)
+ssize_t FakeMtd::Write(OpenFile &file, const void *buffer, size_t count)
 {
-    OpenFile &file = open_files[fd];
-    const std::string data{static_cast<const char *>(buffer), count};
-    if (!mtd.contains(file.path)) {
-        Record("watchdog write " + Hex(data));
-        return static_cast<ssize_t>(count);
-    }
-    FakeMtd &flash = mtd[file.path];
-    count = std::min({count, flash.bytes.size() - file.position, flash.transfer});
+    const auto *data = static_cast<const uint8_t *>(buffer);
+    count = std::min({count, bytes.size() - file.position, transfer});
     for (size_t i = 0; i < count; ++i, ++file.position) {
-        const bool is_stuck = static_cast<int>(file.position) == flash.stuck_byte;
-        flash.bytes[file.position] &= static_cast<uint8_t>(data[i]);
-        flash.bytes[file.position] |= is_stuck ? 1 : 0;
+        const bool is_stuck = static_cast<int>(file.position) == stuck_byte;
+        bytes[file.position] &= data[i];
+        bytes[file.position] |= is_stuck ? 1 : 0;
     }
     Record("write " + file.path, count);
     return static_cast<ssize_t>(count);
 }
 
-int FakeBoard::RequestDevice(int fd, unsigned long request, void *argument)
+int FakeMtd::Request(OpenFile &file, unsigned long request, void *argument)
 {
-    const OpenFile &file = open_files[fd];
+    if (request == MEMGETINFO) {
+        auto *info = static_cast<mtd_info_user *>(argument);
+        info->size = static_cast<uint32_t>(bytes.size());
+        info->erasesize = kBlock;
+        return 0;
+    }
+    if (request != MEMERASE) {
+        return FailWith(ENOTTY);
+    }
+    const auto *block = static_cast<erase_info_user *>(argument);
+    Record("erase " + file.path);
+    if (block->length != kBlock || (file.flags & O_ACCMODE) != O_RDWR ||
+        block->start == kBlock * static_cast<uint32_t>(failing_block)) {
+        return FailWith(EIO);
+    }
+    std::fill_n(bytes.begin() + block->start, block->length, uint8_t{0xFF});
+    return 0;
+}
+
+ssize_t FakeWatchdog::Write(OpenFile & /*file*/, const void *buffer, size_t count)
+{
+    Record("watchdog write " + Hex({static_cast<const char *>(buffer), count}));
+    return static_cast<ssize_t>(count);
+}
+
+int FakeWatchdog::Request(OpenFile & /*file*/, unsigned long request, void *argument)
+{
     auto *value = static_cast<int *>(argument);
     if (request == WDIOC_SETTIMEOUT) {
         Record("watchdog set " + std::to_string(*value));
     } else if (request == WDIOC_GETTIMEOUT) {
-        *value = watchdog_timeout;
-    } else if (request == MEMGETINFO) {
-        auto *info = static_cast<mtd_info_user *>(argument);
-        info->size = static_cast<uint32_t>(mtd.at(file.path).bytes.size());
-        info->erasesize = FakeMtd::kBlock;
-    } else if (request == MEMERASE) {
-        const auto *block = static_cast<erase_info_user *>(argument);
-        FakeMtd &flash = mtd.at(file.path);
-        Record("erase " + file.path);
-        if (block->length != FakeMtd::kBlock || (file.flags & O_ACCMODE) != O_RDWR ||
-            block->start == FakeMtd::kBlock * static_cast<uint32_t>(flash.failing_block)) {
-            errno = EIO;
-            return -1;
-        }
-        std::fill_n(flash.bytes.begin() + block->start, block->length, uint8_t{0xFF});
+        *value = timeout;
+    } else {
+        return FailWith(ENOTTY);
     }
     return 0;
 }

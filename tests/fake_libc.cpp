@@ -64,9 +64,23 @@ std::string PathOf(int fd)
     return Active() != nullptr ? Active()->PathOf(fd) : "";
 }
 
-bool IsDevice(int fd)
+FakeDevice *DeviceAt(int fd)
 {
-    return Active() != nullptr && Active()->IsDevice(PathOf(fd));
+    return Active() != nullptr ? Active()->DeviceAt(fd) : nullptr;
+}
+
+/// Devices are there when the board has them; anything else is a file.
+int OpenOnBoard(const char *function, const char *path, int flags)
+{
+    if (Fails(function, path)) {
+        return -1;
+    }
+    const std::string real_path = Board().DeviceAt(path) != nullptr ? "/dev/null" : MapPath(path);
+    const int fd = openat(AT_FDCWD, real_path.c_str(), flags, 0666);
+    if (fd >= 0) {
+        Board().open_files[fd] = {path, flags};
+    }
+    return fd;
 }
 
 // A stream on the board's files: the C library's own buffering and error handling, above reads and
@@ -97,7 +111,7 @@ int SeekStream(void *cookie, off_t *offset, int origin)
 int CloseStream(void *cookie)
 {
     const std::unique_ptr<Stream> stream{static_cast<Stream *>(cookie)};
-    syscall(SYS_close, stream->fd);
+    close(stream->fd);
     return Fails("fclose", stream->path) ? -1 : 0;
 }
 
@@ -136,10 +150,7 @@ int open(const char *path, int flags, ...)
     if (Active() == nullptr) {
         return openat(AT_FDCWD, path, flags, 0666);
     }
-    const std::string real_path = Board().IsDevice(path) ? "/dev/null" : MapPath(path);
-    const int fd = Fails("open", path) ? -1 : openat(AT_FDCWD, real_path.c_str(), flags, 0666);
-    Board().open_files[fd] = {path, flags};
-    return fd;
+    return OpenOnBoard("open", path, flags);
 }
 
 int close(int fd)
@@ -155,8 +166,9 @@ ssize_t read(int fd, void *buffer, size_t count)
     if (Fails("read", PathOf(fd))) {
         return FaultResult();
     }
-    return IsDevice(fd) ? Board().ReadDevice(fd, buffer, count)
-                        : syscall(SYS_read, fd, buffer, count);
+    FakeDevice *device = DeviceAt(fd);
+    return device != nullptr ? device->Read(Board().open_files[fd], buffer, count)
+                             : syscall(SYS_read, fd, buffer, count);
 }
 
 ssize_t write(int fd, const void *buffer, size_t count)
@@ -164,8 +176,9 @@ ssize_t write(int fd, const void *buffer, size_t count)
     if (Fails("write", PathOf(fd))) {
         return FaultResult();
     }
-    return IsDevice(fd) ? Board().WriteDevice(fd, buffer, count)
-                        : syscall(SYS_write, fd, buffer, count);
+    FakeDevice *device = DeviceAt(fd);
+    return device != nullptr ? device->Write(Board().open_files[fd], buffer, count)
+                             : syscall(SYS_write, fd, buffer, count);
 }
 
 int ioctl(int fd, unsigned long request, ...) __THROW
@@ -174,7 +187,12 @@ int ioctl(int fd, unsigned long request, ...) __THROW
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    return Fails("ioctl", PathOf(fd)) ? -1 : Board().RequestDevice(fd, request, argument);
+    if (Fails("ioctl", PathOf(fd))) {
+        return -1;
+    }
+    FakeDevice *device = DeviceAt(fd);
+    return device != nullptr ? device->Request(Board().open_files[fd], request, argument)
+                             : (errno = ENOTTY, -1);
 }
 
 std::FILE *fopen(const char *path, const char *mode)
@@ -183,7 +201,7 @@ std::FILE *fopen(const char *path, const char *mode)
         return REAL64(fopen)(path, mode);
     }
     const int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
-    const int fd = Fails("fopen", path) ? -1 : openat(AT_FDCWD, MapPath(path).c_str(), flags, 0666);
+    const int fd = OpenOnBoard("fopen", path, flags);
     return fd < 0 ? nullptr
                   : fopencookie(new Stream{fd, path}, mode,
                                 {ReadStream, WriteStream, SeekStream, CloseStream});
@@ -254,6 +272,14 @@ int umount(const char *path) __THROW
     }
     Board().Unmount(path);
     return 0;
+}
+
+void exit(int status) __THROW
+{
+    if (Active() == nullptr) {
+        REAL(exit)(status);
+    }
+    Board().Leave(FakeBoard::kExited + (status & 0xFF));
 }
 
 int kill(pid_t id, int signal_number) __THROW

@@ -273,7 +273,7 @@ TEST_F(Installer, StopsAtACheckThatFails)
 TEST_F(Installer, GoesOnWhenARegionFailsThreeTimes)
 {
     board.mtd["/dev/mtd/1"].stuck_byte = 3; // 0x56 becomes 0x57
-    board.mtd.erase("/dev/mtd/2");
+    board.devices.erase("/dev/mtd/2");
     board.Fail("write", EIO, 1, "/dev/mtd/3");
     EXPECT_EQ(Install(board, PackageBuilder{}.Build(), UPGRADE_FLAG_VERBOSE), 0);
     EXPECT_EQ(board.transcript({"syslog alert [CFlash_TEVW", "out CF", "sh /bin/m"}), R"(

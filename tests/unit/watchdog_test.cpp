@@ -26,7 +26,7 @@ int UseWatchdog()
 
 TEST_F(Watchdog, IsArmedFedAndDisarmed)
 {
-    board.watchdog_timeout = 25; // the driver's own idea
+    board.watchdog.timeout = 25; // the driver's own idea
     EXPECT_EQ(board.Run(UseWatchdog), 25);
     EXPECT_EQ(board.transcript(), R"(
 watchdog set 30
@@ -42,7 +42,7 @@ out close watchdog
 
 TEST_F(Watchdog, DoesNothingWithoutItsDevice)
 {
-    board.watchdog_timeout = 0;
+    board.devices.erase("/dev/misc/watchdog");
     EXPECT_EQ(board.Run(UseWatchdog), 60);
     EXPECT_EQ(board.transcript(), "\nout watchdog open error !\n");
 }

@@ -101,7 +101,7 @@ TEST(XUpgrade, TakesItsOptions)
 TEST(XUpgrade, GoesOnWithoutWatchdogOrThread)
 {
     FakeBoard board;
-    board.watchdog_timeout = 0;
+    board.devices.erase("/dev/misc/watchdog");
     board.Start({"xupgrade"});
     board.Fail("pthread_create", EAGAIN);
     board.Start({"xupgrade"});
