@@ -77,10 +77,10 @@ load_kernel() {
         dumpimage -T kernel -p 0 -o "$work/kernel" "$work/uimage" >/dev/null 2>&1 || true
     fi
     if [ -f "$work/kernel" ]; then
-        echo "boot loader: kernel '$(dumpimage -l "$work/uimage" | sed -n 's/^Image Name: *//p')' from flash"
+        say "boot loader: kernel '$(dumpimage -l "$work/uimage" | sed -n 's/^Image Name: *//p')' from flash"
     else
         cp "$cache/vmlinuz" "$work/kernel"
-        echo "boot loader: no valid kernel in flash, recovery kernel"
+        say "boot loader: no valid kernel in flash, recovery kernel"
     fi
 }
 
@@ -111,16 +111,16 @@ relay() {
         if [[ $line =~ ^[A-Z][a-z]{2}\ [\ 0-9]{2}\ [0-9:]{8}\ [^\ ]+\ [a-z]+\.[a-z]+\ (.*) ]]; then
             line="log: ${BASH_REMATCH[1]}"
         fi
-        [ -z "$log_times" ] || printf '%8.3f ' "$(since_start)"
-        printf '%s\n' "$line"
+        say "$line"
     done
     [ -n "$began" ] || rc=none
     echo "$rc" >"$work/rc"
 }
 
-since_start() {
-    local now=${EPOCHREALTIME/./}
-    printf '%d.%06d' $(((now - started) / 1000000)) $(((now - started) % 1000000))
+say() {
+    local past=$((${EPOCHREALTIME/./} - started))
+    [ -z "$log_times" ] || printf '%4d.%03d ' $((past / 1000000)) $((past / 1000 % 1000))
+    printf '%s\n' "$1"
 }
 
 # boot JOB: one boot with a job. Returns its status, or 'reset' in $status.
