@@ -7,6 +7,7 @@ cache=$(dirname "$here")/.cache/board
 
 # Exit statuses of our own; any other is the job's.
 readonly reset_status=75 board_status=76 usage_status=2
+readonly vfat_modules=vfat,nls_ascii,nls_cp437,nls_iso8859-1
 
 usage() {
     cat <<'END'
@@ -19,6 +20,10 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
   --put FILE:PATH    puts FILE on the board as PATH
   --job SCRIPT       runs a shell script; repeated, each on the next boot of the same flash
   --modules A,B      loads kernel modules too
+  --devices PROGRAM  puts the board's own devices there, served by PROGRAM (board_devices), which
+                     logs their requests to /run/devices.log
+  --serial LINE      what /dev/ttyAMA1 is connected to, then /dev/ttyAMA2, as QEMU's -serial has it
+  --sd FILE          an image in the SD slot, --usb FILE one in the USB slot; writes are forgotten
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 90)
@@ -37,6 +42,7 @@ fail() {
 parse() {
     jobs=()
     modules=
+    extras=()
     log_times=
     limit=90
     console=$work/console
@@ -46,7 +52,18 @@ parse() {
         --install) cp -a "$2/." "$work/overlay/" ;;
         --put) install -D "${2%%:*}" "$work/overlay/${2#*:}" ;;
         --job) jobs+=("$2") ;;
-        --modules) modules=$2 ;;
+        --modules) modules+=,$2 ;;
+        --devices) modules+=,cuse && install -D "$2" "$work/overlay/sbin/board_devices" ;;
+        --serial) extras+=(-serial "$2") ;;
+        --sd)
+            modules+=,sdhci-of-aspeed,$vfat_modules
+            extras+=(-drive "if=sd,file=$2,format=raw,index=2,snapshot=on")
+            ;;
+        --usb)
+            modules+=,ehci_platform,usb_storage,sd_mod,$vfat_modules
+            extras+=(-drive "id=usb,if=none,file=$2,format=raw,snapshot=on"
+                -device "usb-storage,drive=usb")
+            ;;
         --console) console=$2 ;;
         --timeout) limit=$2 ;;
         --log-times) log_times=yes && shift && continue ;;
@@ -129,7 +146,7 @@ boot() {
     make_initrd
     load_kernel
     local ended=0
-    (qemu -serial "file:$console" -serial stdio </dev/null) | relay || ended=$?
+    (qemu -serial "file:$console" -serial stdio "${extras[@]}" </dev/null) | relay || ended=$?
     status=$(cat "$work/rc")
     [ "$ended" -ne 124 ] || hang "the board did not end within $limit seconds"
     [ "$ended" -eq 0 ] || hang "the emulator ended with status $ended"
@@ -164,7 +181,7 @@ main() {
         make_initrd
         load_kernel
         limit=0
-        (qemu -serial mon:stdio)
+        (qemu -serial mon:stdio -serial null "${extras[@]}")
     fi
 }
 
