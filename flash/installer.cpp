@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "flash/mtd.h"
+#include "flash/package.h"
 #include "flash/settings.h"
 #include "util/conf_reader.h"
 #include "util/number.h"
@@ -30,6 +31,19 @@ ConfValue ReadConf(const char *path, const char *key, const char *default_value)
         std::snprintf(value.data(), value.size(), "%s", default_value);
     }
     return value;
+}
+
+/// What this board accepts.
+PackageExpectation ReadPackageExpectation(uint32_t flags)
+{
+    const ConfValue board_marker = ReadConf(kUpgradeFile, "MARKER", "3510");
+    const ConfValue marker = ReadConf("/etc/oem_marker.conf", "MARKER", board_marker.data());
+    const ConfValue version = ReadConf(kUpgradeFile, "VERSION", "1");
+    // Read and deliberately compared with nothing: the model does not restrict the package.
+    [[maybe_unused]] const ConfValue model = ReadConf(kUpgradeFile, "MODEL", "0000");
+
+    return {(flags & UPGRADE_FLAG_CHECK_MARKER) != 0, MarkerWord(marker),
+            ParseLeadingInteger(version.data())};
 }
 
 /// Ends whatever still holds /etc open; ten rounds, since each ends one process and some return.
@@ -58,6 +72,7 @@ int CheckContents(const char *path, const Package &package)
     case PackageFault::kNone:
         return 0;
     case PackageFault::kWrongFileSize: {
+        // A sum beyond 32 bits is refused like any other, but shown cut to them.
         const auto expected = static_cast<int>(package.ExpectedFileSize());
         const auto found = static_cast<int>(package.file_size);
         syslog(LOG_ALERT, "Firmware image size : %d vs %d\n", expected, found);
@@ -105,18 +120,6 @@ void InstallRegion(const char *path, const char *device, int32_t start, int32_t 
 }
 
 } // namespace
-
-PackageExpectation ReadPackageExpectation(uint32_t flags)
-{
-    const ConfValue board_marker = ReadConf(kUpgradeFile, "MARKER", "3510");
-    const ConfValue marker = ReadConf("/etc/oem_marker.conf", "MARKER", board_marker.data());
-    const ConfValue version = ReadConf(kUpgradeFile, "VERSION", "1");
-    // Read and deliberately compared with nothing: the model does not restrict the package.
-    [[maybe_unused]] const ConfValue model = ReadConf(kUpgradeFile, "MODEL", "0000");
-
-    return {(flags & UPGRADE_FLAG_CHECK_MARKER) != 0, MarkerWord(marker),
-            ParseLeadingInteger(version.data())};
-}
 
 int CFlash_TEVWrite(const char *package_path, const char *device1, const char *device2,
                     const char *device3, uint32_t flags)

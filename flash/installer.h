@@ -3,16 +3,10 @@
 
 #include <cstdint>
 
-#include "flash/package.h"
-
 /// What the installer is asked to do beyond installing; a bit set.
 constexpr uint32_t UPGRADE_FLAG_CHECK_MARKER = 1;    ///< refuse a package for another marker
 constexpr uint32_t UPGRADE_FLAG_VERBOSE = 2;         ///< print a line after each region
 constexpr uint32_t UPGRADE_FLAG_FACTORY_DEFAULT = 4; ///< do not carry the settings over
-
-/// What this board accepts: its marker and layout version, from "/usr/upgrade" and
-/// "/etc/oem_marker.conf".
-PackageExpectation ReadPackageExpectation(uint32_t flags);
 
 /// Installs the package `package_path` on the three partitions and carries the settings across.
 ///

@@ -51,8 +51,8 @@ struct Pass {
     PieceResult (*handle)(int device, Piece piece);
 };
 
-// The create flag does nothing to a device node. A partition whose node is missing thus becomes a
-// plain file, deliberately: the attempt is lost all the same.
+// The create flag does nothing to a device node, and CFlash_Erase, which never creates, comes
+// first.
 constexpr Pass kWritePass{"CFlash_NWrite", O_WRONLY | O_CREAT, WritePiece};
 constexpr Pass kComparePass{"CFlash_Confirm", O_RDONLY | O_CREAT, ComparePiece};
 
@@ -97,7 +97,7 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
 
 int RunPass(const Pass &pass, const char *source, const char *device, int32_t offset, int32_t size)
 {
-    sleep(1); // lets the partition settle, whatever comes next
+    sleep(1); // deliberately before anything else, the look at the arguments included
     if (source == nullptr || device == nullptr) {
         return -1;
     }

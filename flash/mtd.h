@@ -24,7 +24,8 @@ int CFlash_NWrite(const char *source, const char *device, int32_t offset, int32_
 /// Compares `size` bytes of the file `source`, from `offset` on, with the beginning of `device`, in
 /// pieces of 512 bytes, after a pause of one second. A source that ends early is no error.
 ///
-/// @return 0 when equal; -1 when not, or with a message as of CFlash_NWrite
+/// @return 0 when equal; -1 when not, with a line on standard output only, or when a step fails,
+///         with a message as of CFlash_NWrite
 int CFlash_Confirm(const char *source, const char *device, int32_t offset, int32_t size);
 
 /// Writes `count` bytes, with as many calls as it takes.

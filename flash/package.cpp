@@ -60,8 +60,9 @@ const PackageLayout *FindPackageLayout(int32_t version)
 
 int32_t Package::RegionStart(size_t index) const
 {
-    // Wraps as the board's words do; what a hostile header makes of it fails at the seek.
-    auto start = static_cast<uint32_t>(header.length);
+    // Wraps as the board's words do. Negative sizes can make a start that no seek reaches, and pass
+    // the checks all the same: writing such a region fails, after its partition was erased.
+    auto start = static_cast<uint32_t>(layout->header_length);
     for (size_t i = 0; i < index; ++i) {
         start += static_cast<uint32_t>(header.size[i]);
     }
@@ -70,7 +71,7 @@ int32_t Package::RegionStart(size_t index) const
 
 int64_t Package::ExpectedFileSize() const
 {
-    return int64_t{header.length} + header.size[0] + header.size[1] + header.size[2];
+    return int64_t{layout->header_length} + header.size[0] + header.size[1] + header.size[2];
 }
 
 uint32_t MarkerWord(std::span<const char> marker)
@@ -105,8 +106,8 @@ PackageFault ReadPackage(const char *path, const PackageExpectation &expectation
     if (layout == nullptr) {
         return PackageFault::kUnknownLayout;
     }
-    header.length = layout->header_length;
-    const auto rest = static_cast<size_t>(header.length) - FirmwarePackageHeader::kStartSize;
+    const auto rest =
+        static_cast<size_t>(layout->header_length) - FirmwarePackageHeader::kStartSize;
     if (!ReadExactly(fd.get(), all.subspan(FirmwarePackageHeader::kStartSize, rest))) {
         return PackageFault::kUnreadable;
     }
@@ -118,7 +119,7 @@ PackageFault ReadPackage(const char *path, const PackageExpectation &expectation
     if (fstat(fd.get(), &status) != 0) {
         return PackageFault::kUnreadable;
     }
-    package = {header, status.st_size};
+    package = {header, layout, status.st_size};
     return PackageFault::kNone;
 }
 
@@ -130,9 +131,8 @@ PackageFault CheckPackageContents(const char *path, const Package &package)
     if (CFlash_CheckImage(path, package.RegionStart(0)) != 0) {
         return PackageFault::kBadKernelImage;
     }
-    const PackageLayout *layout = FindPackageLayout(package.header.version);
-    const bool checks_file_system = layout != nullptr && layout->checks_file_system;
-    if (checks_file_system && CFlash_CheckJffs2(path, package.RegionStart(2)) != 0) {
+    if (package.layout->checks_file_system &&
+        CFlash_CheckJffs2(path, package.RegionStart(2)) != 0) {
         return PackageFault::kBadFileSystem;
     }
     return PackageFault::kNone;

@@ -17,8 +17,7 @@ struct FirmwarePackageHeader {
     static constexpr size_t kMaxSize = 64;
 
     uint32_t magic;              ///< the first four characters of the device marker
-    int32_t version;             ///< the layout: 1 or 3
-    int32_t length;              ///< of the header itself, in bytes
+    int32_t version;             ///< of the layout
     std::array<int32_t, 3> size; ///< of regions 1 to 3, in bytes
 };
 
@@ -36,7 +35,8 @@ const PackageLayout *FindPackageLayout(int32_t version);
 /// A package that was opened and measured.
 struct Package {
     FirmwarePackageHeader header;
-    int64_t file_size; ///< bytes
+    const PackageLayout *layout; ///< never null
+    int64_t file_size;           ///< bytes
 
     /// Where region `index` (0 to 2) begins in the file.
     [[nodiscard]] int32_t RegionStart(size_t index) const;

@@ -55,7 +55,8 @@ SettingPlace FindWebPort()
     return access("/bin/webs", R_OK) == 0 ? kWebsPort : kLighttpdPort;
 }
 
-/// The number at the place, or the default when its file cannot be opened.
+/// The number at the place, or the default when its file cannot be opened. A file without the key
+/// gives the value of its last line, as every lookup on the board does.
 int32_t ReadValue(const SettingPlace &place, int32_t default_value)
 {
     std::array<char, 256> text{};
@@ -78,12 +79,14 @@ void WriteValue(const SettingPlace &place, int32_t value)
 void CarriedSettings::Save()
 {
     RunShell(kSaveCommands);
-    for (size_t i = 0; i < kValues.size(); ++i) {
+    const auto read = [this](size_t i) {
         values_[i] = ReadValue(kValues[i].place, kValues[i].default_value);
-        if (i == 0) { // the web port is read second and written last
-            web_place_ = FindWebPort();
-            web_port_ = ReadValue(web_place_, kDefaultWebPort);
-        }
+    };
+    read(0);
+    web_place_ = FindWebPort(); // the web port is read second and written last
+    web_port_ = ReadValue(web_place_, kDefaultWebPort);
+    for (size_t i = 1; i < kValues.size(); ++i) {
+        read(i);
     }
 }
 

@@ -18,8 +18,9 @@ public:
     /// Copies the settings files to /tmp and reads the single values.
     void Save();
 
-    /// Copies the files back into the new /etc and writes the values into its files. A value that
-    /// the old /etc did not have is written with its default.
+    /// Copies the files back into the new /etc and writes the values into its files. The value of a
+    /// file that the old /etc lacked is written with its default; a file that lacked the key has
+    /// given the value of its last line.
     void Restore() const;
 
     static constexpr size_t kValueCount = 5;

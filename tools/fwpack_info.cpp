@@ -53,7 +53,7 @@ struct Region {
 
 Region RegionOf(const Package &package, size_t index)
 {
-    int64_t start = package.header.length;
+    int64_t start = package.layout->header_length;
     for (size_t i = 0; i < index; ++i) {
         start += package.header.size[i];
     }
@@ -142,7 +142,7 @@ int Print(const char *path)
     }
     const int64_t expected = package.ExpectedFileSize();
     std::printf("layout      %d, header of %d bytes\n", package.header.version,
-                package.header.length);
+                package.layout->header_length);
     std::printf("marker      %s\n", MarkerText(package.header.magic).c_str());
     std::printf("file size   %" PRId64 " bytes, %s\n", package.file_size,
                 expected == package.file_size

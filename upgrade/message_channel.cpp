@@ -50,7 +50,7 @@ bool SendTo(int fd, uint16_t port, std::span<const uint8_t> message, ssize_t &la
     }
     TimeStamp now;
     CUTIL_GetTimeOfDay(now);
-    const int32_t deadline = now.seconds + kSendSeconds;
+    const int64_t deadline = int64_t{now.seconds} + kSendSeconds;
 
     const sockaddr_in address = LoopbackAddress(port);
     while (!message.empty()) {
@@ -67,11 +67,6 @@ bool SendTo(int fd, uint16_t port, std::span<const uint8_t> message, ssize_t &la
         }
     }
     return true;
-}
-
-MessageHeader *HeaderIn(std::array<uint8_t, kMessageSize> &buffer)
-{
-    return reinterpret_cast<MessageHeader *>(buffer.data());
 }
 
 } // namespace
@@ -116,14 +111,16 @@ int CICOMM_Send(CICOMM *channel, uint32_t id, uint16_t port, const void *payload
         std::printf("[%s] error, reason(size over %d vs %d)\n", "CICOMM_Send", size, kMaxPayload);
         return -2;
     }
-    *HeaderIn(channel->send_buffer) = {{'I', 'C', 'O', 'M'}, 1, id, channel->port, size, {}};
+    Message &message = channel->send_buffer;
+    message.header = {{'I', 'C', 'O', 'M'}, 1, id, channel->port, size, {}};
     const auto payload_size = static_cast<size_t>(size);
     if (payload_size != 0) {
-        std::memcpy(&channel->send_buffer[sizeof(MessageHeader)], payload, payload_size);
+        std::memcpy(message.payload.data(), payload, payload_size);
     }
     const size_t total = sizeof(MessageHeader) + payload_size;
     ssize_t last;
-    if (!SendTo(channel->fd, port, std::span{channel->send_buffer}.first(total), last)) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&message);
+    if (!SendTo(channel->fd, port, {bytes, total}, last)) {
         std::printf("[%s] error, reason(SendTo %d vs %d)\n", "CICOMM_Send", static_cast<int>(last),
                     static_cast<int>(total));
         return -4;
@@ -136,24 +133,24 @@ int CICOMM_Recv(CICOMM *channel, uint32_t *id)
     if (channel->fd < 0) {
         return -1;
     }
-    if (recvfrom(channel->fd, channel->receive_buffer.data(), channel->receive_buffer.size(), 0,
-                 nullptr, nullptr) < 1) {
+    if (recvfrom(channel->fd, &channel->receive_buffer, sizeof channel->receive_buffer, 0, nullptr,
+                 nullptr) < 1) {
         std::printf("[%s] error, reason(recvfrom)\n", "CICOMM_Recv");
         return -1;
     }
-    const MessageHeader *header = CICOMM_GetRecvHeader(channel);
+    const MessageHeader &header = channel->receive_buffer.header;
     if (id != nullptr) {
-        *id = header->id;
+        *id = header.id;
     }
-    return header->payload_size;
+    return header.payload_size;
 }
 
 const MessageHeader *CICOMM_GetRecvHeader(CICOMM *channel)
 {
-    return HeaderIn(channel->receive_buffer);
+    return &channel->receive_buffer.header;
 }
 
 const uint8_t *CICOMM_GetRecvData(CICOMM *channel)
 {
-    return &channel->receive_buffer[sizeof(MessageHeader)];
+    return channel->receive_buffer.payload.data();
 }

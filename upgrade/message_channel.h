@@ -19,8 +19,14 @@ struct MessageHeader {
 };
 static_assert(sizeof(MessageHeader) == 32 && offsetof(MessageHeader, payload_size) == 16);
 
-constexpr size_t kMessageSize = 102400; ///< of the longest message, header included
-constexpr int32_t kMaxPayload = kMessageSize - sizeof(MessageHeader);
+constexpr int32_t kMaxPayload = 102368; ///< bytes
+
+/// The longest message.
+struct Message {
+    MessageHeader header;
+    std::array<uint8_t, kMaxPayload> payload;
+};
+static_assert(sizeof(Message) == 102400);
 
 /// A channel and its operations. Larger than 200 KB: keep it in static storage.
 struct CICOMM {
@@ -35,8 +41,8 @@ struct CICOMM {
 
     int32_t fd; ///< -1 while not open
     uint32_t port;
-    alignas(MessageHeader) std::array<uint8_t, kMessageSize> send_buffer;
-    alignas(MessageHeader) std::array<uint8_t, kMessageSize> receive_buffer;
+    Message send_buffer;
+    Message receive_buffer;
     Operations operations;
 };
 

@@ -24,7 +24,7 @@ struct Request {
     uint32_t flags = 0;
 };
 
-// What is stopped when the package is the default one: whoever stored it stopped the rest.
+// What is stopped with fewer than two arguments.
 constexpr ServiceSignal kQuietStops[] = {
     {"/bin/webs", SIGKILL},
     {"/bin/lighttpd", SIGKILL},
@@ -101,7 +101,6 @@ void Report(const char *outcome, uint32_t flags)
     syslog(LOG_ALERT, "%s", outcome); // success too: the line must pass every log filter
     if ((flags & UPGRADE_FLAG_VERBOSE) != 0) {
         std::puts(outcome);
-        std::fflush(stdout); // the reboot ends this process without its own flush
     }
 }
 

@@ -16,8 +16,8 @@ struct CWDT {
     int32_t timeout; ///< seconds: the last one requested, then the one that the driver took
 };
 
-/// Opens the watchdog with a time-out of 30 seconds. When that fails it prints so, and all
-/// operations of the handle do nothing.
+/// Opens the watchdog with a time-out of 30 seconds. When that fails it prints so, and no operation
+/// of the handle reaches a device.
 void CWDT_Init(CWDT *handle);
 
 /// Feeds the watchdog: writes one zero byte. Returns write's result; the negative descriptor when

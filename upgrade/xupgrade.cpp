@@ -142,7 +142,6 @@ void Upgrade(const Options &options)
     const int result = CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3",
                                        InstallerFlags(options));
     std::puts(result == 0 ? "Upgrade complete." : "Upgrade fail.");
-    std::fflush(stdout); // a reboot ends this process without its own flush
 }
 
 } // namespace

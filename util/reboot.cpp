@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "util/process.h"
 #include "util/shell.h"
 
@@ -20,6 +22,7 @@ namespace
     RunShell("ifconfig rausb0 down");
     RunShell("rmmod rt73");
     usleep(100);
+    std::fflush(stdout); // nobody else will: the restart ends this process
     RunShell("/sbin/reboot");
     // Only the restart ends this process. The empty statement keeps the loop from being removed.
     for (;;) {
