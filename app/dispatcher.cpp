@@ -8,8 +8,6 @@
 namespace
 {
 
-const char *const kNoName = "";
-
 void PrintListing()
 {
     std::printf("QVE ver. 1.0.0 (%s) multi-call binary\n", QVE_BUILD_STAMP);
@@ -38,12 +36,14 @@ AppletHandler *FindHandler(const char *name)
 
 int Dispatch(int argc, char **argv)
 {
+    const char *name = "";
     if (argc > 0) {
         if (char *slash = std::strrchr(argv[0], '/'); slash != nullptr) {
             argv[0] = slash + 1;
         }
+        name = argv[0];
     }
-    if (AppletHandler *handler = FindHandler(argc > 0 ? argv[0] : kNoName); handler != nullptr) {
+    if (AppletHandler *handler = FindHandler(name); handler != nullptr) {
         // Deliberately without effect on the exit status: an applet that must fail visibly ends
         // the process itself.
         handler(argc, argv);

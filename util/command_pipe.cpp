@@ -74,9 +74,8 @@ int CUTIL_SendCommand(int fd, int32_t code, int32_t length, const void *data)
     if (length == 0) {
         return 0;
     }
-    // A negative length reaches the kernel as a count that it refuses, as any bad buffer.
     const ssize_t data_result = write(fd, data, static_cast<size_t>(length));
-    if (data_result != length) {
+    if (data_result < 0 || data_result != length) { // a negative length is a count that fails
         std::printf("ERROR ! CUTIL_SendCommand() => data write return is (%d != %d)\n",
                     static_cast<int>(data_result), length);
         return -1;

@@ -39,7 +39,8 @@ struct Job {
     LineMatch matches;
 };
 
-enum class Outcome { kDone, kTargetUnreadable, kScratchUnwritable, kRenameFailed };
+/// As CUTIL_SetConfValue returns them.
+enum Outcome { kDone = 0, kTargetUnreadable = -1, kScratchUnwritable = -2, kRenameFailed = -3 };
 
 void WriteEntry(const Job &job, std::FILE *scratch)
 {
@@ -73,12 +74,12 @@ Outcome Rewrite(const Job &job, std::span<char> line)
     File target{job.path, "r"};
     if (!target) {
         PrintCannotOpen(job, job.path);
-        return Outcome::kTargetUnreadable;
+        return kTargetUnreadable;
     }
     File scratch{job.scratch_path, "w"};
     if (!scratch) {
         PrintCannotOpen(job, job.scratch_path);
-        return Outcome::kScratchUnwritable;
+        return kScratchUnwritable;
     }
     CopyLines(job, target.get(), scratch.get(), line);
 
@@ -90,9 +91,9 @@ Outcome Rewrite(const Job &job, std::span<char> line)
     const bool closed = scratch.Close();
     if (!whole_target || !written || !closed) {
         std::remove(job.scratch_path);
-        return whole_target ? Outcome::kScratchUnwritable : Outcome::kTargetUnreadable;
+        return whole_target ? kScratchUnwritable : kTargetUnreadable;
     }
-    return std::rename(job.scratch_path, job.path) == 0 ? Outcome::kDone : Outcome::kRenameFailed;
+    return std::rename(job.scratch_path, job.path) == 0 ? kDone : kRenameFailed;
 }
 
 bool ScratchInUse()
@@ -105,32 +106,22 @@ bool ScratchInUse()
 
 int CUTIL_SetConfValue(const char *path, const char *key, const char *value)
 {
-    // The test and the creation below are two steps: the board has one writer at a time.
+    // Deliberately no more than this: between the test and the creation another writer may come.
     if (ScratchInUse()) {
         std::puts("[CUTIL_SetConfValue] temp.conf is already used ...");
         return -1;
     }
     std::array<char, 256> line{};
     const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, '=', NameEquals};
-    switch (Rewrite(job, line)) {
-    case Outcome::kDone:
-        return 0;
-    case Outcome::kTargetUnreadable:
-        return -1;
-    case Outcome::kScratchUnwritable:
-        return -2;
-    case Outcome::kRenameFailed:
-        break;
-    }
-    return -3;
+    return Rewrite(job, line);
 }
 
 int CUTIL_SetConfValueSep(char separator, const char *path, const char *key, const char *value)
 {
     std::array<char, 256> line{};
-    // The messages carry the other writer's name, deliberately: log readers look for that one.
+    // The two writers share their messages, deliberately.
     const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, separator, BeginsWith};
-    return Rewrite(job, line) == Outcome::kDone ? 0 : -1;
+    return Rewrite(job, line) == kDone ? 0 : -1;
 }
 
 int CUTIL_SetFileValue(const char *path, const char *scratch_path, const char *key,
@@ -138,5 +129,5 @@ int CUTIL_SetFileValue(const char *path, const char *scratch_path, const char *k
 {
     std::array<char, 262'144> line; // too large to be cleared for nothing
     const Job job{"CUTIL_SetFileValue", path, scratch_path, key, value, '=', BeginsWith};
-    return Rewrite(job, line) == Outcome::kDone ? 0 : -1;
+    return Rewrite(job, line) == kDone ? 0 : -1;
 }

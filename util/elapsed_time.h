@@ -14,13 +14,15 @@ int CUTIL_GetTimeOfDay(TimeStamp &stamp);
 
 /// Tells whether `timeout_ms` milliseconds have passed since the given start.
 ///
-/// A run that crosses the turn of a second is taken to be one second longer than it is, and ends
-/// that much earlier. A clock that was set back counts as a time-out.
+/// While the microseconds of the clock are below those of the start, the run is taken to be one
+/// second longer than it is, and a limit that falls into that time ends it early. While the clock
+/// is set back to before the start, only its microseconds count: a limit of a second or more is
+/// then not reached.
 ///
 /// @return -1 while the time has not run out, 0 once it has
 int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32_t timeout_ms);
 
 /// Microseconds since the given start, modulo 2^32.
 ///
-/// From the first full second on the result is one second too large.
+/// From the first turn of a second on the result is one second too large.
 uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds);

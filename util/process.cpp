@@ -71,7 +71,7 @@ void NameList::Read(std::FILE *file)
         // The tail of a line longer than the buffer is no name: taken for one it could be empty,
         // and the empty name kills everything.
         const bool whole_line = line_begins && length < names_[0].size();
-        line_begins = std::strchr(piece.data(), '\n') != nullptr;
+        line_begins = length < piece.size() - 1 || piece[length - 1] == '\n';
         if (whole_line) {
             std::copy_n(piece.begin(), std::strcspn(piece.data(), "\r\n"), names_[count_].begin());
             ++count_;
@@ -104,11 +104,6 @@ size_t ReadCommandLine(int fd, std::span<char> buffer)
     }
     buffer[filled] = '\0';
     return filled;
-}
-
-void TraceEntry(const char *name)
-{
-    std::printf("CUTIL_IsProc dirp->d_name : %s\n", name);
 }
 
 void TraceComparison(const char *name, const char *command_line)
@@ -191,7 +186,10 @@ int CUTIL_IsProc(const char *name, int debug)
         }
         return -1;
     }
-    while (const char *entry = processes.Next(debug != 0 ? TraceEntry : nullptr)) {
+    while (const char *entry = processes.Next()) {
+        if (debug != 0) {
+            std::printf("CUTIL_IsProc dirp->d_name : %s\n", entry);
+        }
         const int id = CUTIL_ParseDecimal(entry);
         if (id >= kFirstFoundId && RunsAs(id, name, debug != 0)) {
             return 1;

@@ -1,20 +1,11 @@
 #include "util/process_list.h"
 
 #include <cstdio>
-#include <string_view>
 
-const char *ProcessList::Next(void (*trace)(const char *name))
+const char *ProcessList::Next()
 {
-    while (const dirent *entry = readdir(directory_)) {
-        if (trace != nullptr) {
-            trace(entry->d_name);
-        }
-        const std::string_view name{entry->d_name};
-        if (name != "." && name != "..") {
-            return entry->d_name;
-        }
-    }
-    return nullptr;
+    const dirent *entry = readdir(directory_);
+    return entry != nullptr ? entry->d_name : nullptr;
 }
 
 bool ProcessList::Close()

@@ -14,9 +14,8 @@ public:
 
     explicit operator bool() const { return directory_ != nullptr; }
 
-    /// The name of the next entry that is not "." or "..", or null at the end. With `trace` set it
-    /// is called with every entry's name, those two included.
-    const char *Next(void (*trace)(const char *name) = nullptr);
+    /// The name of the next entry, or null at the end. The processes have numbers for names.
+    const char *Next();
 
     /// Returns false when closing failed.
     bool Close();

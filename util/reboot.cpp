@@ -22,8 +22,8 @@ namespace
     RunShell("ifconfig rausb0 down");
     RunShell("rmmod rt73");
     usleep(100);
-    std::fflush(stdout); // nobody else will: the restart ends this process
     RunShell("/sbin/reboot");
+    std::fflush(stdout); // nobody else will; not earlier, since it may find its reader gone
     // Only the restart ends this process. The empty statement keeps the loop from being removed.
     for (;;) {
         asm volatile("");

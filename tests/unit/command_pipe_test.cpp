@@ -58,10 +58,12 @@ TEST_F(CommandPipe, SendsAHeaderAndItsData)
     EXPECT_EQ(board.Run(CUTIL_SendCommand, ends[1], 258, 3, "abc"), -1);
     board.Fail("write", 0, 2);
     EXPECT_EQ(board.Run(CUTIL_SendCommand, ends[1], 258, 3, "abc"), -1);
+    EXPECT_EQ(board.Run(CUTIL_SendCommand, ends[1], 258, -1, nullptr), -1);
     EXPECT_EQ(board.transcript(), R"(
 out ERROR ! CUTIL_SendCommand() invalid param => fd is (-1)
 out ERROR ! CUTIL_SendCommand() => header write return is (-1 != 8)
 out ERROR ! CUTIL_SendCommand() => data write return is (0 != 3)
+out ERROR ! CUTIL_SendCommand() => data write return is (-1 != -1)
 )");
     close(ends[0]);
     close(ends[1]);

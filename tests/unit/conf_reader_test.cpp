@@ -49,6 +49,7 @@ TEST_F(ConfReader, LooksUpKeys)
         {"=5\na=1\n", "", "5"},
         // A '#' or '[' behind the '=' makes it no key line; behind a blank, the value before it.
         {"y=5\nkey=#x\n", "key", "5"},
+        {"y=5\nkey=a=#b\n", "key", "a"},
         {"y=5\nkey=[x\nz=7\n", "key", "7"},
         {"y=5\nkey= #x\nz=7\n", "key", "5"},
         // What does not fit: keys are cut, lines go on as lines of their own.

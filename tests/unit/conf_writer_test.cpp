@@ -40,6 +40,8 @@ TEST_F(ConfWriter, RewritesItsLines)
         {Set, " key=1\n", " key=1\nkey=9\n"},
         {Set, "keyboard=1\n", "keyboard=1\nkey=9\n"},
         {Set, "key#=1\n", "key#=1\nkey=9\n"},
+        {Set, "key=a#b\n", "key=9\n"},
+        {Set, "key", "key=9\n"},
         {Set, "key\n", "key\nkey=9\n"},
         {Set, "#key=1\n", "#key=1\nkey=9\n"},
         {Set, x255 + "key=1\n", x255 + "key=9\n"}, // a piece counts as a line

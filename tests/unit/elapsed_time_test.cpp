@@ -31,7 +31,7 @@ TEST_F(ElapsedTime, RunsOut)
     }
 }
 
-TEST_F(ElapsedTime, IsASecondTooLongFromTheFirstFullOneOn)
+TEST_F(ElapsedTime, IsASecondTooLongFromTheFirstTurnOn)
 {
     const std::tuple<int, int, int64_t, uint32_t> cases[] = {
         {10, 100'000, 11'200'000, 2'100'000},

@@ -73,9 +73,14 @@ TEST(ProcessScan, GoesOnPastWhatCannotBeRead)
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
     board.Fail("fopen", ENOENT, 1, "/proc/30");
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
+    board.AddProcess(31, "/bin/foo");
+    board.Fail("kill", ESRCH);
+    EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
     EXPECT_EQ(board.transcript(), R"(
 out CUTIL_IsProc error while open /proc/30/cmdline
 out CUTIL_IsProc error while open /proc
+kill 31 9
+kill 30 9
 kill 31 9
 )");
 }

@@ -54,4 +54,7 @@ TEST(XKill, TakesAnUnreadableProcForAlive)
     board.Fail("opendir", EMFILE);
     board.Start({"xkill", "alive", "/bin/foo"});
     EXPECT_EQ(board.transcript(), "\nout Alive /bin/foo\n");
+    board.Fail("opendir", EMFILE, 2); // the first one is the killer's
+    board.Start({"xkill", "/bin/foo"});
+    EXPECT_EQ(board.transcript({"usleep"}), "\nusleep 0\n");
 }
