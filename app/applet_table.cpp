@@ -5,7 +5,7 @@
 // Each applet is defined in its own file.
 AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade, xupgrade;
-AppletHandler xkill;
+AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
 
 namespace
 {
@@ -14,18 +14,18 @@ namespace
 // listing; the installation makes one link per row.
 constexpr Applet kApplets[] = {
     {"tev_arp", not_built_yet},
-    {"load_drv", not_built_yet},
-    {"get_boot_param", not_built_yet},
+    {"load_drv", load_drv},
+    {"get_boot_param", get_boot_param},
     {"init_upgrade", no_op},
     {"upgrade", upgrade},
     {"xupgrade", xupgrade},
-    {"xfactorydefault", not_built_yet},
+    {"xfactorydefault", xfactorydefault},
     {"xbootenv", xbootenv},
     {"xgpio", not_built_yet},
     {"xi2c", not_built_yet},
     {"xgpioi2c", not_built_yet},
     {"xkill", xkill},
-    {"xtime", not_built_yet},
+    {"xtime", xtime},
     {"test_dio", no_op},
     {"test_led", no_op},
     {"test_rs485", not_built_yet},

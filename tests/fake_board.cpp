@@ -158,7 +158,7 @@ void FakeBoard::Shell(const std::string &command)
     std::istringstream stream{command};
     const std::vector<std::string> words{std::istream_iterator<std::string>{stream}, {}};
     std::error_code failure; // is the command's own
-    if (words[0].ends_with("cp")) {
+    if (words[0].ends_with("cp") && words.size() >= 4) {
         fs::copy_file(Map(words[2]), Map(words[3]), fs::copy_options::overwrite_existing, failure);
     } else if (words[0].ends_with("rm")) {
         fs::remove(Map(words[2]), failure);

@@ -195,6 +195,15 @@ int ioctl(int fd, unsigned long request, ...) __THROW
                              : (errno = ENOTTY, -1);
 }
 
+off_t lseek(int fd, off_t offset, int origin) __THROW
+{
+    if (DeviceAt(fd) == nullptr) {
+        return REAL64(lseek)(fd, offset, origin);
+    }
+    Board().open_files[fd].position = static_cast<size_t>(offset); // from the beginning
+    return offset;
+}
+
 std::FILE *fopen(const char *path, const char *mode)
 {
     if (Active() == nullptr) {

@@ -58,7 +58,7 @@ has "# xgpio 1 1" "0 " "# xgpio 1 1 5" "# xgpio 1 1" "1 " "# xgpio 7 4 -1" "# xg
     "# xgpio 9 0" "Error : get '-1'" "# xgpio 4 32 1" \
     "requests of xgpio 7 4: 0x1 0x2 0x3" "requests of xgpio 0 2 0: 0x2 0x1 0x2" \
     "# xi2c 0x50 010 0x1ab" "# xi2c 0x50 8" "0xAB" "# xgpioi2c 80 255" "0xAC" "# xi2c 0x40 1" "0xFF" \
-    "# xtime" "$(time_line 2009)" "${esc}[0;39m2009-03-07T05:04" \
+    "# xtime" "$(time_line 2009)" "${esc}[0;39mSat Mar  7 05:04:09 UTC 2009" "2009-03-07T05:04" \
     "# xtime" "$(time_line 2011)" "# xtime" "$(time_line 2011)" \
     "# xtime" "${esc}[1;31mGET RTC ERROR !" "" \
     "${esc}[0;39m# xgpio 0 0" "Error : open_gpio can not open '/dev/misc/hi3512_reg'" \

@@ -1,0 +1,166 @@
+// get_boot_param FILE: shows the MAC address, serial number and product code that the factory left
+// in the boot loader's environment, and writes them to FILE for scripts.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <span>
+
+#include "bringup/colour.h"
+#include "util/fd.h"
+#include "util/shell.h"
+
+namespace
+{
+
+constexpr off_t kEnvironmentOffset = 0x40000;            // in the boot loader's partition
+constexpr int kEnvironmentWindow = 512;                  // bytes that are looked at
+constexpr const char *kDefaultMac = "02:51:56:00:00:00"; // locally administered
+
+using Value = std::array<char, 256>;
+
+/// Copies `value` with "%%" made one '%', as the text is a format without arguments. What follows
+/// any other '%' has no argument to print and stays as it stands.
+void FormatValue(const char *value, std::span<char> out)
+{
+    size_t length = 0;
+    for (; *value != '\0' && length + 1 < out.size(); ++value) {
+        out[length++] = *value;
+        if (value[0] == '%' && value[1] == '%') {
+            ++value;
+        }
+    }
+    out[length] = '\0';
+}
+
+/// Finds `key` byte by byte and collects the value behind it.
+class Scanner
+{
+public:
+    Scanner(const char *key, size_t max_length) : key_(key), max_length_(max_length) {}
+
+    /// Takes the next byte. Returns true when the value is complete.
+    bool Take(char byte)
+    {
+        if (*key_ == '\0') {
+            return TakeValue(byte);
+        }
+        Match(byte);
+        return false;
+    }
+    [[nodiscard]] const char *value() const { return value_.data(); }
+
+private:
+    void Match(char byte);
+    bool TakeValue(char byte);
+
+    const char *key_;
+    size_t max_length_;
+    size_t matched_ = 0;
+    size_t length_ = 0;
+    Value value_{};
+};
+
+void Scanner::Match(char byte)
+{
+    // The byte that breaks a match is dropped, deliberately: it begins no new one.
+    matched_ = byte == key_[matched_] ? matched_ + 1 : 0;
+    if (key_[matched_] == '\0') {
+        key_ += matched_;
+    }
+}
+
+bool Scanner::TakeValue(char byte)
+{
+    // What is longer than the buffer is read to its end and kept as far as it fits.
+    if (length_ < value_.size() - 1) {
+        value_[length_] = byte;
+    }
+    ++length_;
+    return byte == '\0' || length_ == max_length_;
+}
+
+/// Copies the value behind `key` in the boot loader's environment, at most `max_length` characters,
+/// to `out`. Key and value must end within the environment's first 512 bytes.
+///
+/// @return 0 when found, -1 when not
+int CUTIL_GetBootParam(const char *key, size_t max_length, std::span<char> out)
+{
+    const Fd fd{open("/dev/mtd/0", O_RDONLY, 0666)};
+    if (!fd) {
+        std::puts("err dev file");
+        return -1;
+    }
+    lseek(fd.get(), kEnvironmentOffset, SEEK_SET);
+    Scanner scanner{key, max_length};
+    for (int i = 0; i < kEnvironmentWindow; ++i) {
+        char byte;
+        if (read(fd.get(), &byte, 1) != 1) {
+            std::printf("read err!"); // without a line end, deliberately
+            return -1;
+        }
+        if (scanner.Take(byte)) {
+            FormatValue(scanner.value(), out);
+            return 0;
+        }
+    }
+    return -1;
+}
+
+struct BootParameter {
+    const char *key;
+    size_t max_length; ///< characters of the value
+    const char *label; ///< on the console
+    const char *write; ///< the command that writes the value to a file
+};
+
+constexpr std::array<BootParameter, 3> kParameters{{
+    {"ethaddr=", 17, "MAC", "echo \"MAC=%s\" > %s"},
+    {"serial_no=", 10, "SERIAL_NO", "echo \"SERIAL_NO=%s\" >> %s"},
+    {"product_code=", 512, "PRODUCT_CODE", "echo \"PRODUCT_CODE=%s\" >> %s"},
+}};
+
+/// The value goes into the shell's double quotes as it is: who may write the environment may as
+/// well write the firmware.
+void WriteParameter(const BootParameter &parameter, const Value &value, const char *path)
+{
+    std::array<char, 1024> command;
+    const int length =
+        std::snprintf(command.data(), command.size(), parameter.write, value.data(), path);
+    // A cut command would write to a file of another name.
+    if (length < static_cast<int>(command.size())) {
+        RunShell(command.data());
+    }
+}
+
+} // namespace
+
+int get_boot_param(int argc, char **argv)
+{
+    if (argc != 2) {
+        std::printf("%s[GET_BOOT_PARAM] ERROR ! argc is %d\n%s", kRed, argc, kEndColour);
+        return -1;
+    }
+    std::array<Value, kParameters.size()> values{};
+    for (size_t i = 0; i < values.size(); ++i) {
+        // A parameter that is not there stays empty.
+        CUTIL_GetBootParam(kParameters[i].key, kParameters[i].max_length, values[i]);
+    }
+    std::printf("%sGET BOOT PARAM%s", kGreen, kEndColour);
+    Value &mac = values[0];
+    if (mac[0] == '\0') {
+        std::printf("%s    Invalid mac address ... set to default%s", kGreen, kEndColour);
+        std::snprintf(mac.data(), mac.size(), "%s", kDefaultMac);
+    }
+    for (size_t i = 0; i < values.size(); ++i) {
+        std::printf("%s    %s [%s]%s", kGreen, kParameters[i].label, values[i].data(), kEndColour);
+    }
+    std::fflush(stdout); // before what the commands may print
+    for (size_t i = 0; i < values.size(); ++i) {
+        WriteParameter(kParameters[i], values[i], argv[1]);
+    }
+    return 0;
+}
