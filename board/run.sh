@@ -27,10 +27,12 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 90)
+  --cut TEXT:SECONDS cuts the power, once, so long after the first line with TEXT
 
 The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
 status is the last job's; 75 when the board was reset during the last job, 76 when it did not boot
-or hung. A job that fails ends the run, one that resets the board hands over to the next.
+or hung. A job that fails ends the run, one that resets the board or loses its power hands over to
+the next.
 END
 }
 
@@ -43,6 +45,7 @@ parse() {
     jobs=()
     modules=
     extras=()
+    cut=
     log_times=
     limit=90
     console=$work/console
@@ -66,6 +69,7 @@ parse() {
             ;;
         --console) console=$2 ;;
         --timeout) limit=$2 ;;
+        --cut) cut=$2 ;;
         --log-times) log_times=yes && shift && continue ;;
         --help) usage && exit 0 ;;
         -*) usage >&2 && exit "$usage_status" ;;
@@ -106,7 +110,8 @@ qemu() {
     local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G -accel "tcg,thread=multi"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
         -append "console=ttyS4,115200n8 quiet panic=1 vmalloc=640M board.modules=$modules"
-        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nodefaults -no-reboot)
+        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nodefaults -no-reboot
+        -pidfile "$work/pid")
     exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"
 }
 
@@ -129,9 +134,16 @@ relay() {
             line="log: ${BASH_REMATCH[1]}"
         fi
         say "$line"
+        [ -z "$cut" ] || [[ $line != *"${cut%:*}"* ]] || cut_power "${cut##*:}"
     done
     [ -n "$began" ] || rc=none
     echo "$rc" >"$work/rc"
+}
+
+# cut_power SECONDS: what was written by then stays in the flash file, nothing else does.
+cut_power() {
+    cut=
+    (sleep "$1" && touch "$work/cut" && kill -9 "$(cat "$work/pid")") </dev/null >/dev/null 2>&1 &
 }
 
 say() {
@@ -148,6 +160,12 @@ boot() {
     local ended=0
     (qemu -serial "file:$console" -serial stdio "${extras[@]}" </dev/null) | relay || ended=$?
     status=$(cat "$work/rc")
+    if [ -e "$work/cut" ]; then
+        rm "$work/cut"
+        cut=
+        say "board: power cut"
+        return
+    fi
     [ "$ended" -ne 124 ] || hang "the board did not end within $limit seconds"
     [ "$ended" -eq 0 ] || hang "the emulator ended with status $ended"
     [ "$status" != none ] || hang "the board did not get to its job"
