@@ -133,6 +133,7 @@ uint32_t InstallerFlags(const Options &options)
 
 void Upgrade(const Options &options)
 {
+    OutliveConsole();
     // The system manager feeds the watchdog; from here on that falls to us.
     CUTIL_KillProc("/bin/TEVSysMgr", SIGTERM);
     sleep(1);
