@@ -109,6 +109,7 @@ FakeBoard *FakeBoard::Active()
 
 void FakeBoard::Record(const std::string &line, size_t bytes)
 {
+    EndPiece();
     if (transcript_.empty() || transcript_.back().text != line) {
         transcript_.push_back({line, 0, 0});
     }
@@ -118,9 +119,22 @@ void FakeBoard::Record(const std::string &line, size_t bytes)
 
 void FakeBoard::Print(const std::string &stream, const std::string &text)
 {
-    std::istringstream lines{text};
-    for (std::string line; std::getline(lines, line);) {
-        Record(stream + (line.empty() ? "" : " ") + line + (lines.eof() ? "\\c" : ""));
+    if (!piece_.starts_with(stream)) {
+        EndPiece();
+    }
+    for (const char c : text) {
+        if (c == '\n') {
+            Record(piece_.empty() ? stream : std::exchange(piece_, ""));
+        } else {
+            piece_ += piece_.empty() ? stream + " " + c : std::string{c};
+        }
+    }
+}
+
+void FakeBoard::EndPiece()
+{
+    if (!piece_.empty()) {
+        Record(std::exchange(piece_, "") + "\\c");
     }
 }
 
@@ -253,6 +267,7 @@ void FakeBoard::End()
     }
     std::fclose(std::exchange(stdout, saved_streams_[0]));
     std::fclose(std::exchange(stderr, saved_streams_[1]));
+    EndPiece();
     g_active = nullptr;
 }
 

@@ -35,6 +35,8 @@ public:
     virtual ssize_t Read(OpenFile &file, void *buffer, size_t count);
     virtual ssize_t Write(OpenFile &file, const void *buffer, size_t count);
     virtual int Request(OpenFile &file, unsigned long request, void *argument);
+    /// Tells whether select finds something to read.
+    virtual bool HasInput() { return true; }
 };
 
 /// A flash partition: erased to 0xFF by block, and a write can only clear bits.
@@ -121,7 +123,10 @@ public:
     static FakeBoard *Active();
     /// Adds a line; one that repeats the line before it is counted, and the bytes summed up.
     void Record(const std::string &line, size_t bytes = 0);
+    /// Records what a stream puts out. A line that comes in pieces is one line, unless something
+    /// else is recorded in between: then the piece stands before it, and ends in "\c".
     void Print(const std::string &stream, const std::string &text);
+    void EndPiece();
     bool Fails(const std::string &function, const std::string &path);
     [[nodiscard]] std::string Map(const std::string &path) const;
     void Shell(const std::string &command);
@@ -160,6 +165,7 @@ private:
 
     std::filesystem::path root_;
     std::vector<Line> transcript_;
+    std::string piece_; ///< of a line that a stream puts out, with the stream's name
     std::vector<Fault> faults_;
     int calls_ = 0;
     std::FILE *saved_streams_[2] = {};

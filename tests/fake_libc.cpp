@@ -8,11 +8,13 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <syslog.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,6 +83,16 @@ int OpenOnBoard(const char *function, const char *path, int flags)
         Board().open_files[fd] = {path, flags};
     }
     return fd;
+}
+
+int RequestOf(const char *function, int fd, unsigned long request, void *argument)
+{
+    if (Fails(function, PathOf(fd))) {
+        return -1;
+    }
+    FakeDevice *device = DeviceAt(fd);
+    return device != nullptr ? device->Request(Board().open_files[fd], request, argument)
+                             : (errno = ENOTTY, -1);
 }
 
 // A stream on the board's files: the C library's own buffering and error handling, above reads and
@@ -187,12 +199,57 @@ int ioctl(int fd, unsigned long request, ...) __THROW
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    if (Fails("ioctl", PathOf(fd))) {
+    return RequestOf("ioctl", fd, request, argument);
+}
+
+// To the device, the terminal calls are the requests that the C library makes of them, but for the
+// arguments: the C library's own record, and always by its address.
+
+int tcgetattr(int fd, termios *settings) __THROW
+{
+    return RequestOf("tcgetattr", fd, TCGETS, settings);
+}
+
+int tcsetattr(int fd, int when, const termios *settings) __THROW
+{
+    termios copy = *settings;
+    return RequestOf("tcsetattr", fd, TCSETS + static_cast<unsigned>(when), &copy);
+}
+
+int tcflush(int fd, int queue) __THROW
+{
+    return RequestOf("tcflush", fd, TCFLSH, &queue);
+}
+
+int tcdrain(int fd)
+{
+    return RequestOf("tcdrain", fd, TCSBRK, nullptr);
+}
+
+/// Waits for input only. A wait in vain takes 10 ms at least, so that a spinning program gets on.
+int select(int count, fd_set *__restrict input, fd_set *__restrict output,
+           fd_set *__restrict exceptions, timeval *__restrict timeout)
+{
+    if (Active() == nullptr) {
+        return REAL(select)(count, input, output, exceptions, timeout);
+    }
+    const int64_t limit = int64_t{timeout->tv_sec} * 1'000'000 + timeout->tv_usec;
+    Board().Record("select " + std::to_string(limit));
+    if (Fails("select")) {
         return -1;
     }
-    FakeDevice *device = DeviceAt(fd);
-    return device != nullptr ? device->Request(Board().open_files[fd], request, argument)
-                             : (errno = ENOTTY, -1);
+    int ready = 0;
+    for (int fd = 0; fd < count; ++fd) {
+        if (FD_ISSET(fd, input)) {
+            FakeDevice *device = DeviceAt(fd);
+            const bool has_input = device != nullptr && device->HasInput();
+            has_input ? ++ready : (FD_CLR(fd, input), 0);
+        }
+    }
+    if (ready == 0) {
+        Board().Pause(std::max<int64_t>(limit, 10'000));
+    }
+    return ready;
 }
 
 off_t lseek(int fd, off_t offset, int origin) __THROW
