@@ -6,6 +6,7 @@
 AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
+AppletHandler test_rs485, test_rs232;
 
 namespace
 {
@@ -28,8 +29,8 @@ constexpr Applet kApplets[] = {
     {"xtime", xtime},
     {"test_dio", no_op},
     {"test_led", no_op},
-    {"test_rs485", not_built_yet},
-    {"test_rs232", not_built_yet},
+    {"test_rs485", test_rs485},
+    {"test_rs232", test_rs232},
     {"test_sdcard", not_built_yet},
     {"test_usb", not_built_yet},
     {"test_key", no_op},

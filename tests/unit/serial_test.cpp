@@ -1,0 +1,218 @@
+// The serial ports: loopback tests.
+#include <fcntl.h>
+#include <linux/serial.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+
+#include <cstring>
+#include <functional>
+
+#include "hwtest/serial_loopback.h"
+#include "hwtest/serial_port.h"
+#include "tests/fake_board.h"
+
+namespace
+{
+
+using Pieces = std::deque<std::string>;
+
+/// A port and what is at the other end of its line.
+struct SerialLine : FakeDevice {
+    bool HasInput() override { return !input.empty(); }
+
+    ssize_t Read(OpenFile & /*file*/, void *buffer, size_t count) override
+    {
+        const size_t taken = input.front().copy(static_cast<char *>(buffer), count);
+        FakeBoard::Active()->Record("read " + std::to_string(count) + ":", taken);
+        if (input.front().erase(0, taken).empty()) {
+            input.pop_front();
+        }
+        return static_cast<ssize_t>(taken);
+    }
+
+    ssize_t Write(OpenFile &file, const void *buffer, size_t count) override
+    {
+        EXPECT_EQ(file.flags, O_RDWR | O_NOCTTY | O_NONBLOCK);
+        const std::string frame{static_cast<const char *>(buffer), count};
+        FakeBoard::Active()->Record("write " + Hex(frame));
+        FakeBoard::Active()->clock += send_time;
+        std::ranges::copy(answer ? answer(frame) : Pieces{}, std::back_inserter(input));
+        return static_cast<ssize_t>(count);
+    }
+
+    int Request(OpenFile & /*file*/, unsigned long request, void *argument) override
+    {
+        auto *value = static_cast<int *>(argument);
+        std::string line = "drain";
+        if (request == TCGETS) {
+            std::memcpy(argument, &settings, sizeof settings);
+            line = "get" + SettingsText();
+        } else if (request == TCSETS) {
+            std::memcpy(&settings, argument, sizeof settings);
+            line = "set" + SettingsText();
+        } else if (request == TCFLSH) {
+            input.clear();
+            line = "flush " + std::to_string(*value);
+        } else if (request == TIOCMGET) {
+            *value = modem_lines;
+            line = "get modem lines";
+        } else if (request == TIOCMSET) {
+            modem_lines = *value;
+            line = "set modem lines " + std::to_string(*value);
+        } else if (request == TIOCSERGETLSR) {
+            *value = --busy_polls > 0 ? 0 : TIOCSER_TEMT;
+            line = "get line status";
+        }
+        FakeBoard::Active()->Record(line);
+        return 0;
+    }
+
+    /// Every byte of the record that is not zero, behind its offset. The modes for input, output,
+    /// control and local matters are at 0, 4, 8 and 12, VTIME and VMIN at 22 and 23.
+    [[nodiscard]] std::string SettingsText() const
+    {
+        std::string text;
+        for (size_t i = 0; i < sizeof settings; ++i) {
+            const std::string byte{reinterpret_cast<const char *>(&settings)[i]};
+            text += byte[0] != 0 ? " " + std::to_string(i) + ":" + Hex(byte) : "";
+        }
+        return text;
+    }
+
+    std::function<Pieces(const std::string &frame)> answer; ///< none is a silent line
+    Pieces input;                                           ///< a read takes of the first only
+    termios settings{ICRNL, OPOST, B115200, ECHO, 0, {3}, 0, 0};
+    int modem_lines = TIOCM_DTR | TIOCM_RTS;
+    int64_t send_time = 0; ///< microseconds that a write takes
+    int busy_polls = 3;    ///< of the transmitter
+};
+
+class Serial : public BoardTest
+{
+protected:
+    Serial() { board.devices["/dev/ttyAMA1"] = board.devices["/dev/ttyAMA2"] = &line; }
+
+    SerialLine line;
+};
+
+} // namespace
+
+TEST_F(Serial, Rs485DrivesRtsAndWaitsForItsFrame)
+{
+    EXPECT_EQ(board.Start({"test_rs485", "-v"}), 0);
+    EXPECT_EQ(board.transcript(), R"(
+get 1:01 4:01 8:02 9:10 12:08 17:03
+flush 0
+set 0:04 8:bd 9:08 23:01
+get modem lines
+set modem lines 2
+get modem lines
+set modem lines 6
+write a5 a5 a5 a5 a5 a5 a5 a5 a5 a5
+get line status x3
+out PATTERN [0xA5] => \c
+select 1 x300
+out RECV [       0]:  : failed
+set 1:01 4:01 8:02 9:10 12:08 17:03
+out failed
+)");
+}
+
+TEST_F(Serial, Rs232DrainsItsFrame)
+{
+    line.input = {"left from before"};
+    line.send_time = 1'000'000; // counts against the 3 seconds
+    line.answer = [](const std::string &frame) {
+        return frame[0] == '\xA5' ? Pieces{frame.substr(1), frame} : Pieces{};
+    };
+    board.Fail("read", EAGAIN, 1);
+    board.Fail("read", 0, 2);
+    board.Fail("select", EINTR, 2);
+    EXPECT_EQ(board.Start({"test_rs232", "-v"}), 0);
+    EXPECT_EQ(board.transcript(), R"(
+out
+get 1:01 4:01 8:02 9:10 12:08 17:03
+flush 0
+set 0:04 8:bd 9:08 23:01
+write a5 a5 a5 a5 a5 a5 a5 a5 a5 a5
+drain
+out PATTERN [0xA5] => \c
+select 1 x4
+read 10: 9 bytes
+select 1
+read 10: 10 bytes
+out RECV [      19]: A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5  : successful
+write 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a
+drain
+out PATTERN [0x5A] => \c
+select 1 x200
+out RECV [       0]:  : failed
+set 1:01 4:01 8:02 9:10 12:08 17:03
+out failed
+)");
+}
+
+TEST_F(Serial, PassesTenCyclesOfFourPatterns)
+{
+    std::string cycles;
+    for (int i = 0; i < 10; ++i) {
+        cycles += {'\xA5', '\x5A', '\xFF', '\0'};
+    }
+    // The byte of the last frame that is wrong; the eleventh comes too late to count.
+    for (const size_t wrong : {0, 9, 10}) {
+        for (const char *applet : {"test_rs485", "test_rs232"}) {
+            std::string sent;
+            line.answer = [&](const std::string &frame) {
+                sent += frame[0];
+                std::string echo = frame + frame[0];
+                echo[wrong] = sent.size() == 40 ? '!' : echo[wrong];
+                return Pieces{echo.substr(0, 4), echo.substr(4)};
+            };
+            EXPECT_EQ(board.Start({applet, "-V", "-v"}), 0);
+            EXPECT_EQ(Hex(sent), Hex(cycles));
+        }
+    }
+    EXPECT_EQ(board.transcript({"out"}), "\nout failed\nout\nout failed\nout failed\nout\n"
+                                         "out failed\nout successful\nout\nout successful\n");
+}
+
+TEST_F(Serial, ASilentPortPassesThePatternOfZeros)
+{
+    for (const auto exchange : {CSERIAL_Rs485Exchange, CSERIAL_Rs232Exchange}) {
+        board.Run([exchange] {
+            const Fd fd{open("/dev/ttyAMA1", O_RDWR | O_NOCTTY | O_NONBLOCK)};
+            EXPECT_EQ(exchange(fd.get(), 0x00), 0);
+            EXPECT_EQ(exchange(fd.get(), 0x01), -1);
+            return 0;
+        });
+    }
+}
+
+TEST_F(Serial, SaysThatAPortDoesNotOpen)
+{
+    board.devices.clear();
+    for (const char *name : {"test_rs485", "test_rs232"}) {
+        EXPECT_EQ(board.Start({name, "-v"}), FakeBoard::kExited + 255);
+    }
+    EXPECT_EQ(board.transcript(), R"(
+syslog alert /dev/ttyAMA1 device open fail !!!
+err /dev/ttyAMA1 device open fail !!!
+out
+syslog alert /dev/ttyAMA2 device open fail !!!
+err /dev/ttyAMA2 device open fail !!!
+)");
+}
+
+TEST_F(Serial, GoesOnWithADriverThatRefuses)
+{
+    line.answer = [](const std::string &frame) { return Pieces{frame}; };
+    for (const char *function : {"tcgetattr", "tcflush", "tcsetattr", "tcdrain"}) {
+        board.Fail(function, ENOTTY);
+    }
+    for (int nth = 1; nth <= 5; ++nth) { // the line status too: it would never be reported
+        board.Fail("ioctl", ENOTTY, nth);
+    }
+    board.Start({"test_rs485"});
+    board.Start({"test_rs232"});
+    EXPECT_EQ(board.transcript({"out"}), "\nout successful\nout\nout successful\n");
+}
