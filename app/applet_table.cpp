@@ -6,7 +6,7 @@
 AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
-AppletHandler test_rs485, test_rs232;
+AppletHandler test_rs485, test_rs232, get_cb_cam_info;
 
 namespace
 {
@@ -37,7 +37,7 @@ constexpr Applet kApplets[] = {
     {"test_rtc", no_op},
     {"test_send_watchdog", not_built_yet},
     {"test_audio", no_op},
-    {"get_cb_cam_info", not_built_yet},
+    {"get_cb_cam_info", get_cb_cam_info},
     {nullptr, nullptr},
 };
 

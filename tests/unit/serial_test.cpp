@@ -1,4 +1,4 @@
-// The serial ports: loopback tests.
+// The serial ports: loopback tests, camera board.
 #include <fcntl.h>
 #include <linux/serial.h>
 #include <sys/ioctl.h>
@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 
+#include "hwtest/camera_board.h"
 #include "hwtest/serial_loopback.h"
 #include "hwtest/serial_port.h"
 #include "tests/fake_board.h"
@@ -191,12 +192,15 @@ TEST_F(Serial, ASilentPortPassesThePatternOfZeros)
 TEST_F(Serial, SaysThatAPortDoesNotOpen)
 {
     board.devices.clear();
-    for (const char *name : {"test_rs485", "test_rs232"}) {
+    for (const char *name : {"test_rs485", "test_rs232", "get_cb_cam_info"}) {
         EXPECT_EQ(board.Start({name, "-v"}), FakeBoard::kExited + 255);
     }
     EXPECT_EQ(board.transcript(), R"(
 syslog alert /dev/ttyAMA1 device open fail !!!
 err /dev/ttyAMA1 device open fail !!!
+out
+syslog alert /dev/ttyAMA2 device open fail !!!
+err /dev/ttyAMA2 device open fail !!!
 out
 syslog alert /dev/ttyAMA2 device open fail !!!
 err /dev/ttyAMA2 device open fail !!!
@@ -215,4 +219,105 @@ TEST_F(Serial, GoesOnWithADriverThatRefuses)
     board.Start({"test_rs485"});
     board.Start({"test_rs232"});
     EXPECT_EQ(board.transcript({"out"}), "\nout successful\nout\nout successful\n");
+}
+
+TEST_F(Serial, AsksTheCameraBoard)
+{
+    line.send_time = 2'000'000; // counts against the 3 seconds
+    line.answer = [](const std::string &frame) {
+        return frame[1] == '\xE0'   ? Pieces{"abcdef\x46hij"}
+               : frame[1] == '\x5C' ? Pieces{"klmnop"}
+                                    : Pieces{};
+    };
+    EXPECT_EQ(board.Start({"get_cb_cam_info", "-v"}), 0);
+    // The second reply is too short, the third does not come: the first one shows through.
+    EXPECT_EQ(board.transcript(), R"(
+out
+get 1:01 4:01 8:02 9:10 12:08 17:03
+flush 0
+set 0:04 8:bd 9:08 23:01
+write ff e0 01 00 00 00 00 00 00 e0
+drain
+select 1
+read 256: 10 bytes
+out RECV [      10]: 61 62 63 64 65 66 46 68 69 6A 
+write ff 5c 01 00 00 00 00 00 00 5c
+drain
+select 1
+read 256: 6 bytes
+select 1 x100
+out RECV [       6]: 6B 6C 6D 6E 6F 70 
+write ff e3 01 00 00 00 00 00 00 e3
+drain
+select 1 x100
+out RECV [       0]: 
+out VERSION=46
+out MODEL=2M Sony
+out RESOLUTION=720p
+set 1:01 4:01 8:02 9:10 12:08 17:03
+)");
+}
+
+TEST_F(Serial, KnowsTheSensorsOfTheCameraBoard)
+{
+    const std::tuple<char, std::string, std::string, std::string> cases[] = {
+        {0x26, "2M Panasonic", "1080p", "720p"},
+        {0x36, "2M OmniVision", "1080p", "720p"},
+        {0x46, "2M Sony", "1080p", "720p"},
+        {0x16, "1.3M Panasonic", "720p", "1280x1024"},
+        {0x27, "Unknown 27", "", ""},
+        {'\xF6', "Unknown F6", "", ""},
+    };
+    std::string expected = "\n";
+    for (const auto &[code, model, resolution, other_resolution] : cases) {
+        for (const char flag : {'\0', '\x80'}) {
+            line.answer = [&, code = code](const std::string &frame) {
+                const char byte = frame[1] == '\xE0' ? code : frame[1] == '\x5C' ? flag : '\x12';
+                // Noise behind the reply, as much as can come at once.
+                return Pieces{std::string{"\xFFnoise"} + byte + "..", std::string(256, '\xAA')};
+            };
+            board.Start({"get_cb_cam_info", "-V"});
+            expected += "out\nout VERSION=12\nout MODEL=" + model +
+                        "\nout RESOLUTION=" + (flag == 0 ? resolution : other_resolution) + "\n";
+        }
+    }
+    EXPECT_EQ(board.transcript({"out"}), expected);
+}
+
+TEST_F(Serial, DoesWithoutACameraBoard)
+{
+    board.Start({"get_cb_cam_info"});
+    EXPECT_EQ(board.transcript({"out", "select"}),
+              "\nout\nselect 1 x300\nselect 1 x300\nselect 1 x300\n"
+              "out VERSION=00\nout MODEL=Unknown 00\nout RESOLUTION=\n");
+}
+
+TEST_F(Serial, SendsAndReadsForTheCamera)
+{
+    line.input = {"abc"};
+    board.Fail("write", EIO, 2);
+    board.Run([] {
+        const std::array<uint8_t, 7> parameters = {1, 2, 3, 4, 5, 6, 0xF0};
+        std::array<uint8_t, 4> buffer{};
+        const Fd fd{open("/dev/ttyAMA2", O_RDWR | O_NOCTTY | O_NONBLOCK)};
+        EXPECT_EQ(CCAM_SendCommand(fd.get(), 0x81, parameters), 10);
+        EXPECT_EQ(CCAM_SendCommand(fd.get(), 0x81, parameters), -1);
+        EXPECT_EQ(CCAM_SendCommand(-1, 0x81, parameters), -1);
+        EXPECT_EQ(CCAM_ReadTimeout(fd.get(), buffer.data(), 2, 0, 1), 2);
+        EXPECT_EQ(CCAM_ReadTimeout(fd.get(), buffer.data(), 4, 0, 1), 1);
+        EXPECT_EQ(CCAM_ReadTimeout(fd.get(), buffer.data(), 4, 2, 500'000), -1);
+        EXPECT_EQ(CCAM_ReadTimeout(fd.get(), nullptr, 4, 0, 1), -1);
+        EXPECT_EQ(CCAM_ReadTimeout(-1, buffer.data(), 4, 0, 1), -1);
+        EXPECT_EQ(CCAM_ReadTimeout(FD_SETSIZE, buffer.data(), 4, 0, 1), -1);
+        return 0;
+    });
+    EXPECT_EQ(board.transcript(), R"(
+write ff 81 01 02 03 04 05 06 f0 85
+drain x2
+select 1
+read 2: 2 bytes
+select 1
+read 4: 1 bytes
+select 2500000
+)");
 }
