@@ -38,11 +38,13 @@ camera() { # MODEL FLAG VERSION
 camera 26 00 10 && camera 36 01 11 && camera 46 00 12 && camera 16 01 13 && camera 16 00 14
 camera 27 00 15
 echo "== short replies" && plug 2 camera E0=0000 5C=$(seventh 01) E3=FF && check 2 get_cb_cam_info
-echo "== long replies"
-plug 2 camera E0=$(seventh 46)$(seventh 99) 5C=$(seventh 00) E3=$(seventh 12)
+echo "== noise" && plug 2 camera E0=FFE001FFFFFF46A55AFF 5C=00000000000000FFFFFF E3=FFFFFFFFFFFF12FFFFFF
 check 2 get_cb_cam_info -v
-rm /dev/ttyAMA2 && check 2 test_rs232
-check 2 get_cb_cam_info
+rm /dev/ttyAMA2
+test_rs232
+echo "exit status $?"
+get_cb_cam_info
+echo "exit status $?"
 END
 status=0
 board --timeout 150 --serial "pipe:$work/line1" --serial "pipe:$work/line2" --job "$work/job" ||
@@ -58,8 +60,10 @@ has "== test_rs485 " "successful" "exit status 0" \
     "== test_rs485 -v" "PATTERN [0xA5] => RECV [      10]: $(frame A5) : successful" \
     "PATTERN [0xFF] => RECV [      10]: FF FF FF FF FE FF FF FF FF FF  : failed" "failed" \
     "== test_rs232 -V" "" "failed" \
-    "== test_rs232 -v" "" "PATTERN [0xA5] => RECV [      19]: $(frame A5)$(frame A5 | cut -c 4-) : successful" \
-    "PATTERN [0x5A] => RECV [      19]: $(frame 5A)$(frame 5A | cut -c 4-) : successful" "successful"
+    "== test_rs232 -v" ""
+# The driver hands over what is in the UART's FIFO: eleven to all nineteen bytes.
+grep -Eqx "PATTERN \[0xA5\] => RECV \[      1[1-9]\]: (A5 ){11,19} : successful" "$work/output" ||
+    fail "nine and then ten bytes"
 has "VERSION=10" "MODEL=2M Panasonic" "RESOLUTION=1080p" \
     "VERSION=11" "MODEL=2M OmniVision" "RESOLUTION=720p" \
     "VERSION=12" "MODEL=2M Sony" "RESOLUTION=1080p" \
@@ -67,7 +71,8 @@ has "VERSION=10" "MODEL=2M Panasonic" "RESOLUTION=1080p" \
     "VERSION=14" "MODEL=1.3M Panasonic" "RESOLUTION=720p" \
     "VERSION=15" "MODEL=Unknown 27" "RESOLUTION=" \
     "== short replies" "VERSION=01" "MODEL=Unknown 00" "RESOLUTION=" \
-    "== long replies" "VERSION=12" "MODEL=2M Sony" "RESOLUTION=1080p" \
-    "== test_rs232 " "" "/dev/ttyAMA2 device open fail !!!" "exit status 255" \
-    "== get_cb_cam_info " "" "/dev/ttyAMA2 device open fail !!!" "exit status 255"
+    "== noise" "RECV [      10]: FF E0 01 FF FF FF 46 A5 5A FF " "VERSION=12" "MODEL=2M Sony" \
+    "RESOLUTION=1080p" \
+    "" "/dev/ttyAMA2 device open fail !!!" "exit status 255" \
+    "" "/dev/ttyAMA2 device open fail !!!" "exit status 255"
 has_not "settings changed"
