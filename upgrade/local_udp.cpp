@@ -1,11 +1,12 @@
 #include "upgrade/local_udp.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "util/loopback.h"
 
 namespace
 {
@@ -17,15 +18,6 @@ int BindLoopback(int fd, uint16_t port)
 }
 
 } // namespace
-
-sockaddr_in LoopbackAddress(uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 int TEV_OpenLocalUDPSSocket(uint16_t port)
 {

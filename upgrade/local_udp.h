@@ -1,14 +1,10 @@
 // Datagrams between the board's own processes, on 127.0.0.1.
 #pragma once
 
-#include <netinet/in.h>
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
-
-/// The address 127.0.0.1 with `port`.
-sockaddr_in LoopbackAddress(uint16_t port);
 
 /// Opens a socket that receives on `port`. Prints what failed. A socket that cannot be set up stays
 /// open.

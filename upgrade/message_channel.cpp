@@ -10,6 +10,7 @@
 
 #include "upgrade/local_udp.h"
 #include "util/elapsed_time.h"
+#include "util/loopback.h"
 
 namespace
 {

@@ -15,7 +15,7 @@ inline uint32_t LoadBe32(const uint8_t *bytes)
            static_cast<uint32_t>(bytes[2]) << 8 | static_cast<uint32_t>(bytes[3]);
 }
 
-inline void StoreLe32(uint8_t *bytes, uint32_t value)
+constexpr void StoreLe32(uint8_t *bytes, uint32_t value)
 {
     for (int i = 0; i < 4; ++i) {
         bytes[i] = static_cast<uint8_t>(value >> (8 * i));

@@ -5,20 +5,28 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "util/byte_order.h"
+
 constexpr uint16_t kSystemManagerPort = 4100;
 
-/// What every such datagram begins with: "SYSP", four zero bytes, a command of four characters.
+// The commands: four characters, the first one in the lowest byte.
+constexpr uint32_t kUpgradeCommand = 0x52475055; // "UPGR": a firmware upgrade begins
+constexpr uint32_t kAliveCommand = 0x56494C41;   // "ALIV"
+
+/// What every datagram begins with: "SYSP", four zero bytes, the command.
 struct SystemManagerHeader {
     static constexpr size_t kSize = 12;
-    std::array<char, kSize> bytes{'S', 'Y', 'S', 'P'};
+    std::array<uint8_t, kSize> bytes{'S', 'Y', 'S', 'P'};
 
-    explicit constexpr SystemManagerHeader(const std::array<char, 4> &command)
-    {
-        for (size_t i = 0; i < command.size(); ++i) {
-            bytes[8 + i] = command[i];
-        }
-    }
+    explicit constexpr SystemManagerHeader(uint32_t command) { StoreLe32(&bytes[8], command); }
 };
 
-/// Announces a firmware upgrade.
-constexpr SystemManagerHeader kUpgradeNotice{{'U', 'P', 'G', 'R'}};
+constexpr SystemManagerHeader kUpgradeNotice{kUpgradeCommand};
+
+/// Sends a datagram with `length` bytes of `data`, at most 256, behind the header. Prints what
+/// failed.
+///
+/// @param data  may be null when there is none
+/// @return 0, also when sending failed; -1 for data that it refuses, which is not reported, and
+///         without a socket
+int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length);

@@ -1,0 +1,54 @@
+#include "util/system_manager.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "util/fd.h"
+#include "util/loopback.h"
+
+namespace
+{
+
+constexpr int32_t kHeaderSize = SystemManagerHeader::kSize;
+constexpr int32_t kMaxData = 256;
+
+void Send(int fd, const uint8_t *packet, size_t size)
+{
+    const sockaddr_in address = LoopbackAddress(kSystemManagerPort);
+    if (sendto(fd, packet, size, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address) ==
+        -1) {
+        std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", std::strerror(errno));
+    }
+}
+
+} // namespace
+
+int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length)
+{
+    if (length > kMaxData || (data == nullptr && length > 0)) {
+        return -1;
+    }
+    std::array<uint8_t, kHeaderSize + kMaxData> packet;
+    const SystemManagerHeader header{command};
+    std::copy(header.bytes.begin(), header.bytes.end(), packet.begin());
+    if (length > 0) {
+        std::copy_n(data, length, packet.begin() + kHeaderSize);
+    }
+
+    const int number = socket(AF_INET, SOCK_DGRAM, 0);
+    if (number < 0) {
+        std::puts("[CSYSMGR_SendPacket] local socket error. exit");
+        return -1;
+    }
+    if (number == 0) { // counts as a failure, deliberately, and stays open
+        return -1;
+    }
+    const Fd fd{number};
+    // A negative length is not refused, deliberately: it cuts the header short.
+    Send(fd.get(), packet.data(), static_cast<size_t>(std::max(kHeaderSize + length, 0)));
+    return 0;
+}
