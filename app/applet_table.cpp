@@ -7,6 +7,7 @@ AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
 AppletHandler test_rs485, test_rs232, get_cb_cam_info;
+AppletHandler xgpio, xi2c;
 
 namespace
 {
@@ -22,9 +23,9 @@ constexpr Applet kApplets[] = {
     {"xupgrade", xupgrade},
     {"xfactorydefault", xfactorydefault},
     {"xbootenv", xbootenv},
-    {"xgpio", not_built_yet},
-    {"xi2c", not_built_yet},
-    {"xgpioi2c", not_built_yet},
+    {"xgpio", xgpio},
+    {"xi2c", xi2c},
+    {"xgpioi2c", xi2c},
     {"xkill", xkill},
     {"xtime", xtime},
     {"test_dio", no_op},

@@ -28,3 +28,10 @@ int32_t ParseLeadingInteger(const char *text)
     constexpr long long kHighest = std::numeric_limits<int32_t>::max();
     return static_cast<int32_t>(std::clamp(std::strtoll(text, nullptr, 10), kLowest, kHighest));
 }
+
+uint32_t ParseLeadingUnsigned(const char *text)
+{
+    constexpr long long kHighest = std::numeric_limits<uint32_t>::max();
+    const long long value = std::strtoll(text, nullptr, 0);
+    return static_cast<uint32_t>(value < -kHighest || value > kHighest ? kHighest : value);
+}

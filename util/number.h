@@ -1,4 +1,4 @@
-// Decimal numbers in text.
+// Numbers in text.
 #pragma once
 
 #include <cstdint>
@@ -13,3 +13,8 @@ int32_t CUTIL_ParseDecimal(const char *text);
 /// stand before it, anything may follow, and a text without a number is 0. A value beyond 32 bits
 /// becomes the nearest that fits.
 int32_t ParseLeadingInteger(const char *text);
+
+/// The unsigned number at the beginning of `text`: hexadecimal after "0x", octal after "0",
+/// otherwise decimal. Blanks and a sign may stand before it ("-1" is the highest number), anything
+/// may follow, and a text without a number is 0. A value beyond 32 bits becomes the highest number.
+uint32_t ParseLeadingUnsigned(const char *text);
