@@ -211,13 +211,19 @@ void FakeBoard::Signal(int id, int signal_number)
     }
 }
 
-void FakeBoard::Unmount(const std::string &path)
+bool FakeBoard::Unmount(const std::string &path)
 {
     Record("umount " + path);
+    for (const auto &[fd, file] : open_files) {
+        if (file.path.starts_with(path + "/")) {
+            return false;
+        }
+    }
     g_active = nullptr;
     fs::remove_all(Map(path));
     fs::create_directory(Map(path));
     g_active = this;
+    return true;
 }
 
 FakeBoard::Turn FakeBoard::QueueTurn(int64_t microseconds_from_now)

@@ -131,8 +131,8 @@ public:
     [[nodiscard]] std::string Map(const std::string &path) const;
     void Shell(const std::string &command);
     void Signal(int id, int signal_number);
-    void Unmount(const std::string &path);
-    [[noreturn]] void Leave(int result); ///< the call that Run has made
+    bool Unmount(const std::string &path); ///< unless a file on it is open
+    [[noreturn]] void Leave(int result);   ///< the call that Run has made
     /// The device behind the path or descriptor; null for anything else.
     [[nodiscard]] FakeDevice *DeviceAt(const std::string &path) const;
     [[nodiscard]] FakeDevice *DeviceAt(int fd) const { return DeviceAt(PathOf(fd)); }

@@ -331,13 +331,20 @@ int remove(const char *path) __THROW
     return Fails("remove", path) ? -1 : REAL(remove)(MapPath(path).c_str());
 }
 
+int mount(const char *source, const char *target, const char *type, unsigned long flags,
+          const void *data) __THROW
+{
+    Board().Record("mount " + std::string{source} + " " + target + " " + type + " flags " +
+                   std::to_string(flags) + (data != nullptr ? " data" : ""));
+    return Fails("mount", target) ? -1 : 0;
+}
+
 int umount(const char *path) __THROW
 {
     if (Board().Fails("umount", path)) {
         return -1;
     }
-    Board().Unmount(path);
-    return 0;
+    return Board().Unmount(path) ? 0 : (errno = EBUSY, -1);
 }
 
 void exit(int status) __THROW

@@ -1,0 +1,76 @@
+// test_sdcard [-v], test_usb [-v]: tell whether the medium in the slot can be mounted and read.
+// It holds a file "test.txt" with a line that begins with "test device".
+
+#include <sys/mount.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "util/file.h"
+
+namespace
+{
+
+struct Slot {
+    const char *device;
+    const char *mount_point;
+    const char *test_file;
+    const char *unmount_path;
+};
+
+constexpr Slot kSdCard{"/dev/mmcblk0p1", "/mnt/sd/", "/mnt/sd/test.txt", "/mnt/sd"};
+constexpr Slot kUsb{"/dev/sda1", "/mnt/usb/", "/mnt/usb/test.txt", "/mnt/usb"};
+
+/// A longer line is looked at in pieces of 255 characters, each as a line.
+bool FindMarker(const char *path, bool verbose)
+{
+    const File file{path, "r"};
+    if (!file) {
+        if (verbose) {
+            std::printf("can't find file [%s]\n", path);
+        }
+        return false;
+    }
+    if (verbose) {
+        std::puts("READ : ");
+    }
+    std::array<char, 256> line{};
+    while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
+        if (verbose) {
+            std::fputs(line.data(), stdout);
+        }
+        if (std::string_view{line.data()}.starts_with("test device")) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int TestStorage(const Slot &slot, int argc, char **argv)
+{
+    const bool verbose = argc > 1 && std::string_view{argv[1]} == "-v";
+
+    if (mount(slot.device, slot.mount_point, "vfat", 0, nullptr) < 0 && verbose) {
+        std::printf("mount, errno : %d, %s\n", errno, std::strerror(errno));
+    }
+    // Without a medium too: the file may lie in the mount point itself.
+    const bool found = FindMarker(slot.test_file, verbose);
+    umount(slot.unmount_path);
+    std::puts(found ? "successful" : "failed");
+    return 0;
+}
+
+} // namespace
+
+int test_sdcard(int argc, char **argv)
+{
+    return TestStorage(kSdCard, argc, argv);
+}
+
+int test_usb(int argc, char **argv)
+{
+    return TestStorage(kUsb, argc, argv);
+}
