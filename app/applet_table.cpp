@@ -8,7 +8,7 @@ AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
 AppletHandler test_rs485, test_rs232, get_cb_cam_info;
 AppletHandler xgpio, xi2c;
-AppletHandler test_sdcard, test_usb;
+AppletHandler test_sdcard, test_usb, test_send_watchdog;
 
 namespace
 {
@@ -41,7 +41,7 @@ constexpr Applet kApplets[] = {
     {"test_usb", test_usb},
     {"test_key", no_op},
     {"test_rtc", no_op},
-    {"test_send_watchdog", not_built_yet},
+    {"test_send_watchdog", test_send_watchdog},
     {"test_audio", no_op},
     {"get_cb_cam_info", get_cb_cam_info},
     {nullptr, nullptr},

@@ -115,6 +115,7 @@ void FakeBoard::Record(const std::string &line, size_t bytes)
     }
     ++transcript_.back().count;
     transcript_.back().bytes += bytes;
+    on_line(line);
 }
 
 void FakeBoard::Print(const std::string &stream, const std::string &text)

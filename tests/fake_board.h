@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -88,6 +89,8 @@ public:
     size_t longest_send = SIZE_MAX;             ///< what one call takes of a datagram
     std::deque<std::string> datagrams{};        ///< sent and not yet received
     int may_stay_open = 0;                      ///< descriptors
+    /// Is called with each line of the transcript as it is added.
+    std::function<void(const std::string &line)> on_line = [](const std::string &) {};
 
     // --- what the test runs
 
