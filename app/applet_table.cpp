@@ -6,9 +6,8 @@
 AppletHandler no_op, xbootenv, not_built_yet;
 AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
-AppletHandler test_rs485, test_rs232, get_cb_cam_info;
 AppletHandler xgpio, xi2c;
-AppletHandler test_sdcard, test_usb, test_send_watchdog;
+AppletHandler test_rs485, test_rs232, test_sdcard, test_usb, test_send_watchdog, get_cb_cam_info;
 
 namespace
 {
@@ -33,10 +32,6 @@ constexpr Applet kApplets[] = {
     {"test_led", no_op},
     {"test_rs485", test_rs485},
     {"test_rs232", test_rs232},
-    {"test_sdcard", not_built_yet},
-    {"test_usb", not_built_yet},
-    {"test_rs485", not_built_yet},
-    {"test_rs232", not_built_yet},
     {"test_sdcard", test_sdcard},
     {"test_usb", test_usb},
     {"test_key", no_op},
