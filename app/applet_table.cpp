@@ -8,6 +8,8 @@ AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
 AppletHandler xgpio, xi2c;
 AppletHandler test_rs485, test_rs232, test_sdcard, test_usb, test_send_watchdog, get_cb_cam_info;
+AppletHandler get_boot_param, load_drv, tev_arp, xfactorydefault, xkill, xtime;
+AppletHandler test_rs485, test_rs232, get_cb_cam_info;
 
 namespace
 {
@@ -15,7 +17,7 @@ namespace
 // A new applet is its own file, a declaration above and one row here. The order is that of the
 // listing; the installation makes one link per row.
 constexpr Applet kApplets[] = {
-    {"tev_arp", not_built_yet},
+    {"tev_arp", tev_arp},
     {"load_drv", load_drv},
     {"get_boot_param", get_boot_param},
     {"init_upgrade", no_op},

@@ -6,8 +6,6 @@
 #include <sstream>
 #include <utility>
 
-#include "app/dispatcher.h"
-
 namespace fs = std::filesystem;
 
 namespace
@@ -73,14 +71,14 @@ void FakeBoard::Fail(const std::string &function, int error, int nth, const std:
     faults_.push_back({function, error, nth, path});
 }
 
-int FakeBoard::Start(std::vector<std::string> words)
+int FakeBoard::Start(std::vector<std::string> words, AppletHandler *entry)
 {
     std::vector<char *> arguments;
     for (std::string &word : words) {
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-    return Run(Dispatch, static_cast<int>(words.size()), arguments.data());
+    return Run(entry, static_cast<int>(words.size()), arguments.data());
 }
 
 std::string FakeBoard::transcript(const std::vector<std::string> &words) const

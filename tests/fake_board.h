@@ -20,6 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "app/applet_table.h"
+#include "app/dispatcher.h"
+
 /// A file that the program has open.
 struct OpenFile {
     std::string path;
@@ -38,6 +41,8 @@ public:
     virtual int Request(OpenFile &file, unsigned long request, void *argument);
     /// Tells whether select finds something to read.
     virtual bool HasInput() { return true; }
+    /// What is ready; 0 after `timeout` milliseconds in which nothing became so.
+    virtual short Poll(int timeout);
 };
 
 /// A flash partition: erased to 0xFF by block, and a write can only clear bits.
@@ -60,6 +65,9 @@ struct FakeWatchdog : FakeDevice {
 
     int timeout = 30; ///< seconds: what the driver makes of any request
 };
+
+/// The path of the device behind a packet socket, which a test makes.
+constexpr const char *kPacketSocket = "/dev/packet";
 
 class FakeBoard
 {
@@ -110,8 +118,9 @@ public:
         End();
         return result;
     }
-    /// Starts the program under the name and with the arguments of `words`.
-    int Start(std::vector<std::string> words);
+    /// Starts the program under the name and with the arguments of `words`, or only an applet, for
+    /// its result.
+    int Start(std::vector<std::string> words, AppletHandler *entry = Dispatch);
 
     // --- what the test looks at
 

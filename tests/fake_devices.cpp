@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <linux/watchdog.h>
 #include <mtd/mtd-user.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
@@ -39,6 +40,11 @@ ssize_t FakeDevice::Write(OpenFile & /*file*/, const void * /*buffer*/, size_t /
 int FakeDevice::Request(OpenFile & /*file*/, unsigned long /*request*/, void * /*argument*/)
 {
     return FailWith(ENOTTY);
+}
+
+short FakeDevice::Poll(int /*timeout*/)
+{
+    return POLLIN;
 }
 
 ssize_t FakeMtd::Read(OpenFile &file, void *buffer, size_t count)

@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -148,6 +149,9 @@ void *ThreadMain(void *memory)
 
 std::string AddressText(const sockaddr *address)
 {
+    if (address->sa_family == AF_PACKET) {
+        return {address->sa_data, strnlen(address->sa_data, sizeof address->sa_data)};
+    }
     sockaddr_in to{};
     std::memcpy(&to, address, sizeof to);
     return inet_ntoa(to.sin_addr) + (":" + std::to_string(ntohs(to.sin_port)));
@@ -408,6 +412,11 @@ void syslog(int priority, const char *format, ...)
 
 int socket(int domain, int type, int protocol) __THROW
 {
+    if (Active() != nullptr && domain == AF_PACKET) {
+        Board().Record("packet socket " + std::to_string(type) + " " +
+                       std::to_string(ntohs(static_cast<uint16_t>(protocol))));
+        return OpenOnBoard("socket", kPacketSocket, O_RDWR);
+    }
     return Fails("socket") ? -1 : REAL(socket)(domain, type, protocol);
 }
 
@@ -453,6 +462,24 @@ ssize_t recvfrom(int /*fd*/, void *buffer, size_t count, int /*flags*/, sockaddr
 int pipe(int ends[2]) __THROW
 {
     return Fails("pipe") ? -1 : REAL(pipe)(ends);
+}
+
+int poll(pollfd *state, nfds_t count, int timeout)
+{
+    if (Active() == nullptr) {
+        return REAL(poll)(state, count, timeout);
+    }
+    if (Fails("poll", PathOf(state->fd))) {
+        return -1;
+    }
+    state->revents = DeviceAt(state->fd)->Poll(timeout);
+    return state->revents != 0 ? 1 : 0;
+}
+
+ssize_t recv(int fd, void *buffer, size_t count, int /*flags*/)
+{
+    return Fails("recv", PathOf(fd)) ? FaultResult()
+                                     : DeviceAt(fd)->Read(Board().open_files[fd], buffer, count);
 }
 
 pid_t fork() __THROW

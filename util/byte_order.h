@@ -1,6 +1,7 @@
 // Words in byte buffers, whatever the alignment of the buffer and the byte order of the CPU.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 inline uint32_t LoadLe32(const uint8_t *bytes)
@@ -20,4 +21,10 @@ constexpr void StoreLe32(uint8_t *bytes, uint32_t value)
     for (int i = 0; i < 4; ++i) {
         bytes[i] = static_cast<uint8_t>(value >> (8 * i));
     }
+}
+
+/// The bytes of a word on the wire.
+constexpr std::array<uint8_t, 2> BytesBe16(uint16_t value)
+{
+    return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
 }

@@ -1,0 +1,162 @@
+// tev_arp INTERFACE ADDRESS MILLISECONDS: tells whether another station uses an IPv4 address,
+// before the board takes it.
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "bringup/arp_probe.h"
+#include "util/byte_order.h"
+#include "util/elapsed_time.h"
+#include "util/fd.h"
+#include "util/number.h"
+
+// A packet socket takes the address of its kind by this size only, and by the interface's name.
+static_assert(sizeof(sockaddr) == 16 && sizeof(sockaddr::sa_data) == 14);
+static_assert(SIOCGIFHWADDR == 0x8927 && sizeof(ifreq::ifr_name) == 16);
+
+namespace
+{
+
+constexpr int kPollTime = 1;             // milliseconds
+constexpr uint32_t kProbeInterval = 100; // milliseconds
+
+/// The address in question, and the board's own end of the Ethernet.
+struct Query {
+    int fd;
+    sockaddr interface;
+    MacAddress own_mac;
+    Ipv4Address ip;
+};
+
+enum class Heard { kNothing, kDropped, kConflict, kFailure };
+
+bool IsExpired(const TimeStamp &since, uint32_t limit)
+{
+    return CUTIL_CheckTimeout(since.seconds, since.microseconds, limit) == 0;
+}
+
+bool IsArp(const ArpFrame &frame)
+{
+    return frame.ether_type == BytesBe16(kArpEtherType) &&
+           (frame.operation == BytesBe16(kArpRequest) || frame.operation == BytesBe16(kArpReply));
+}
+
+/// Another station has the address, or asks for it: to get to it, or to take it as we do.
+bool ShowsConflict(const ArpFrame &frame, const Query &query)
+{
+    const bool has_it = frame.sender_ip == query.ip && frame.sender_mac != query.own_mac;
+    const bool asks_for_it = frame.operation == BytesBe16(kArpRequest) &&
+                             frame.target_ip == query.ip && frame.target_mac != query.own_mac;
+    return has_it || asks_for_it;
+}
+
+/// Waits a moment for a frame and looks at it.
+Heard Listen(const Query &query)
+{
+    pollfd socket_state{query.fd, POLLIN, 0};
+    const int ready = poll(&socket_state, 1, kPollTime);
+    if (ready == 0) {
+        return Heard::kNothing;
+    }
+    if (ready != 1) {
+        return Heard::kFailure;
+    }
+    if ((socket_state.revents & POLLIN) == 0) {
+        return (socket_state.revents & POLLERR) != 0 ? Heard::kFailure : Heard::kDropped;
+    }
+    ArpFrame frame{}; // what a short frame lacks is zero, not left from the frame before
+    if (recv(query.fd, &frame, sizeof frame, 0) < 0) {
+        return Heard::kFailure;
+    }
+    if (!IsArp(frame)) {
+        return Heard::kDropped;
+    }
+    return ShowsConflict(frame, query) ? Heard::kConflict : Heard::kNothing;
+}
+
+/// A failure has been printed and is no reason to stop: the next probe may get out.
+void Probe(const Query &query)
+{
+    CARP_SendProbe(query.fd, query.interface, kArpRequest, query.own_mac, Ipv4Address{},
+                   MacAddress{}, query.ip);
+}
+
+/// Probes and listens for `timeout` milliseconds. Returns 0 when no conflict was seen, else -1.
+int Watch(const Query &query, uint32_t timeout)
+{
+    TimeStamp start;
+    CUTIL_GetTimeOfDay(start);
+    TimeStamp last_probe = start;
+    Probe(query);
+    for (;;) {
+        switch (Listen(query)) {
+        case Heard::kNothing:
+            break;
+        case Heard::kDropped:
+            continue; // deliberately without a look at the time
+        case Heard::kConflict:
+        case Heard::kFailure:
+            return -1;
+        }
+        if (IsExpired(start, timeout)) {
+            return 0;
+        }
+        if (IsExpired(last_probe, kProbeInterval)) {
+            Probe(query);
+            CUTIL_GetTimeOfDay(last_probe);
+        }
+    }
+}
+
+bool ReadHardwareAddress(int fd, std::string_view interface, MacAddress &mac)
+{
+    ifreq request{};
+    interface.copy(request.ifr_name, sizeof request.ifr_name);
+    if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
+        return false;
+    }
+    std::memcpy(mac.data(), request.ifr_hwaddr.sa_data, mac.size());
+    return true;
+}
+
+/// Returns 0 when the address is free; -1 on a conflict or, without a message, on an error.
+int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t timeout)
+{
+    const Fd fd{socket(AF_PACKET, SOCK_PACKET, htons(kArpEtherType))};
+    if (!fd) {
+        return -1;
+    }
+    Query query{fd.get(), {}, {}, ip};
+    query.interface.sa_family = AF_PACKET;
+    interface.copy(query.interface.sa_data, sizeof query.interface.sa_data);
+    if (bind(fd.get(), &query.interface, sizeof query.interface) < 0 ||
+        !ReadHardwareAddress(fd.get(), interface, query.own_mac)) {
+        return -1;
+    }
+    return Watch(query, timeout);
+}
+
+} // namespace
+
+int tev_arp(int argc, char **argv)
+{
+    if (argc != 4) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], "bad option");
+        // The time-out is not named, deliberately: the text is kept for those who look for it.
+        std::fprintf(stderr, "Usage: %s ifname IP\n", argv[0]);
+        std::exit(-1);
+    }
+    in_addr address{}; // stays 0.0.0.0 when the text is no address
+    inet_aton(argv[2], &address);
+    return CheckAddress(argv[1], std::bit_cast<Ipv4Address>(address),
+                        static_cast<uint32_t>(ParseLeadingInteger(argv[3])));
+}
