@@ -3,13 +3,11 @@
 #include <iterator>
 
 // Each applet is defined in its own file.
-AppletHandler no_op, xbootenv, not_built_yet;
+AppletHandler no_op, xbootenv;
 AppletHandler upgrade, xupgrade;
-AppletHandler get_boot_param, load_drv, xfactorydefault, xkill, xtime;
+AppletHandler get_boot_param, load_drv, tev_arp, xfactorydefault, xkill, xtime;
 AppletHandler xgpio, xi2c;
 AppletHandler test_rs485, test_rs232, test_sdcard, test_usb, test_send_watchdog, get_cb_cam_info;
-AppletHandler get_boot_param, load_drv, tev_arp, xfactorydefault, xkill, xtime;
-AppletHandler test_rs485, test_rs232, get_cb_cam_info;
 
 namespace
 {

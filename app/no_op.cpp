@@ -1,7 +1,5 @@
 // The applets that do nothing. Scripts on the board call them by name and expect success.
 
-#include <cstdio>
-
 int no_op(int /*argc*/, char ** /*argv*/)
 {
     return 0;
@@ -12,11 +10,5 @@ int xbootenv(int /*argc*/, char ** /*argv*/)
 {
     char scratch[512 * 1024];
     asm volatile("" : : "r"(scratch)); // keeps the area reserved
-    return 0;
-}
-
-int not_built_yet(int /*argc*/, char **argv)
-{
-    std::printf("%s: not built yet\n", argv[0]);
     return 0;
 }
