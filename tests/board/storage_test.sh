@@ -32,6 +32,7 @@ put 'no\ntest devic\n' && try test_sdcard
 put '%0255dtest device\n' 7 && try test_sdcard # the beginning of a second piece
 put '%0256dtest device\n' 7 && try test_sdcard
 put && try test_sdcard -v
+exit 0
 END
 board --sd "$work/sd" --usb "$work/usb" --job "$work/job" || fail "status $?"
 has "# test_sdcard" "successful" "# test_sdcard -v" "READ : " "hello" "test device 01" "successful" \
