@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdarg>
 #include <cstdio>
 #include <span>
+#include <string_view>
 
 #include "bringup/colour.h"
 #include "util/fd.h"
@@ -36,58 +36,11 @@ void FormatValue(const char *value, std::span<char> out)
     out[length] = '\0';
 }
 
-/// Finds `key` byte by byte and collects the value behind it.
-class Scanner
-{
-public:
-    Scanner(const char *key, size_t max_length) : key_(key), max_length_(max_length) {}
-
-    /// Takes the next byte. Returns true when the value is complete.
-    bool Take(char byte)
-    {
-        if (*key_ == '\0') {
-            return TakeValue(byte);
-        }
-        Match(byte);
-        return false;
-    }
-    [[nodiscard]] const char *value() const { return value_.data(); }
-
-private:
-    void Match(char byte);
-    bool TakeValue(char byte);
-
-    const char *key_;
-    size_t max_length_;
-    size_t matched_ = 0;
-    size_t length_ = 0;
-    Value value_{};
-};
-
-void Scanner::Match(char byte)
-{
-    // The byte that breaks a match is dropped, deliberately: it begins no new one.
-    matched_ = byte == key_[matched_] ? matched_ + 1 : 0;
-    if (key_[matched_] == '\0') {
-        key_ += matched_;
-    }
-}
-
-bool Scanner::TakeValue(char byte)
-{
-    // What is longer than the buffer is read to its end and kept as far as it fits.
-    if (length_ < value_.size() - 1) {
-        value_[length_] = byte;
-    }
-    ++length_;
-    return byte == '\0' || length_ == max_length_;
-}
-
 /// Copies the value behind `key` in the boot loader's environment, at most `max_length` characters,
 /// to `out`. Key and value must end within the environment's first 512 bytes.
 ///
 /// @return 0 when found, -1 when not
-int CUTIL_GetBootParam(const char *key, size_t max_length, std::span<char> out)
+int CUTIL_GetBootParam(std::string_view key, size_t max_length, std::span<char> out)
 {
     const Fd fd{open("/dev/mtd/0", O_RDONLY, 0666)};
     if (!fd) {
@@ -95,15 +48,27 @@ int CUTIL_GetBootParam(const char *key, size_t max_length, std::span<char> out)
         return -1;
     }
     lseek(fd.get(), kEnvironmentOffset, SEEK_SET);
-    Scanner scanner{key, max_length};
+    size_t matched = 0; // characters of the key
+    size_t length = 0;  // of the value
+    Value value{};
     for (int i = 0; i < kEnvironmentWindow; ++i) {
         char byte;
         if (read(fd.get(), &byte, 1) != 1) {
             std::printf("read err!"); // without a line end, deliberately
             return -1;
         }
-        if (scanner.Take(byte)) {
-            FormatValue(scanner.value(), out);
+        if (matched < key.size()) {
+            // The byte that breaks a match is dropped, deliberately: it begins no new one.
+            matched = byte == key[matched] ? matched + 1 : 0;
+            continue;
+        }
+        // What is longer than the buffer is read to its end and kept as far as it fits.
+        if (length < value.size() - 1) {
+            value[length] = byte;
+        }
+        ++length;
+        if (byte == '\0' || length == max_length) {
+            FormatValue(value.data(), out);
             return 0;
         }
     }
