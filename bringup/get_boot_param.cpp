@@ -36,6 +36,12 @@ void FormatValue(const char *value, std::span<char> out)
     out[length] = '\0';
 }
 
+int FailToRead()
+{
+    std::printf("read err!"); // without a line end, deliberately
+    return -1;
+}
+
 /// Copies the value behind `key` in the boot loader's environment, at most `max_length` characters,
 /// to `out`. Key and value must end within the environment's first 512 bytes.
 ///
@@ -47,15 +53,16 @@ int CUTIL_GetBootParam(std::string_view key, size_t max_length, std::span<char> 
         std::puts("err dev file");
         return -1;
     }
-    lseek(fd.get(), kEnvironmentOffset, SEEK_SET);
+    if (lseek(fd.get(), kEnvironmentOffset, SEEK_SET) != kEnvironmentOffset) {
+        return FailToRead(); // what stands elsewhere is no environment
+    }
     size_t matched = 0; // characters of the key
     size_t length = 0;  // of the value
     Value value{};
     for (int i = 0; i < kEnvironmentWindow; ++i) {
         char byte;
         if (read(fd.get(), &byte, 1) != 1) {
-            std::printf("read err!"); // without a line end, deliberately
-            return -1;
+            return FailToRead();
         }
         if (matched < key.size()) {
             // The byte that breaks a match is dropped, deliberately: it begins no new one.

@@ -22,12 +22,11 @@ void Copy(const char *operands)
     RunShell(command.data());
 }
 
-/// Whether the list goes on with another line behind this piece.
+/// Whether the piece is the rest of its line. One that a damaged list cuts short with a zero byte
+/// is not.
 bool EndsLine(const char *piece, std::FILE *list)
 {
-    const size_t length = std::strlen(piece);
-    return length < kLineSize - 1 || piece[length - 1] == '\n' ||
-           std::ungetc(std::getc(list), list) == EOF;
+    return std::strchr(piece, '\n') != nullptr || std::ungetc(std::getc(list), list) == EOF;
 }
 
 void CopyListed(std::FILE *list)
@@ -51,7 +50,7 @@ int xfactorydefault(int argc, char **argv)
 {
     if (argc != 2) {
         std::printf("'%s' usage : \n", argv[0]);
-        std::puts("        <replace filename> ");
+        std::puts("        <replace filename> "); // the blank at the end is deliberate
         return 0;
     }
     const File list{argv[1], "r"};

@@ -1,5 +1,6 @@
 #include "tests/fake_board.h"
 
+using namespace std::string_literals;
 using XFactoryDefault = BoardTest;
 
 TEST_F(XFactoryDefault, CopiesWhatTheListSays)
@@ -7,9 +8,10 @@ TEST_F(XFactoryDefault, CopiesWhatTheListSays)
     board.Write("/etc/default/a.conf", "factory");
     board.Write("/etc/a.conf", "user");
     const std::string longest = "/a " + std::string(251, 'b'); // 254 characters and the line end
-    board.Write("/etc/list",
-                "[files]\n#comment\n/etc/default/a.conf /etc/a.conf\n\n #no\n-r x y\n" + longest +
-                    "\n" + longest + "bb\n# " + std::string(300, 'c') + "\n" + longest + "c");
+    board.Write("/etc/list", "[files]\n/a /b\0.conf\ndropped with it\n#comment\n"s +
+                                 "/etc/default/a.conf /etc/a.conf\n\n #no\n-r x y\n" + longest +
+                                 "\n" + longest + "bb\n# " + std::string(300, 'c') + "\n" +
+                                 longest + "c");
     EXPECT_EQ(board.Start({"xfactorydefault", "/etc/list"}), 0);
     EXPECT_EQ(board.transcript(), "\nsh cp -f /etc/default/a.conf /etc/a.conf\n\nsh cp -f \n\n"
                                   "sh cp -f  #no\n\nsh cp -f -r x y\n\n"
