@@ -97,14 +97,32 @@ constexpr std::array<BootParameter, 3> kParameters{{
 
 /// The value goes into the shell's double quotes as it is: who may write the environment may as
 /// well write the firmware.
-void WriteParameter(const BootParameter &parameter, const Value &value, const char *path)
+class WriteCommand
 {
-    std::array<char, 1024> command;
-    const int length =
-        std::snprintf(command.data(), command.size(), parameter.write, value.data(), path);
-    // A cut command would write to a file of another name.
-    if (length < static_cast<int>(command.size())) {
-        RunShell(command.data());
+public:
+    WriteCommand(const BootParameter &parameter, const Value &value, const char *path)
+        : length_(std::snprintf(text_.data(), text_.size(), parameter.write, value.data(), path))
+    {
+    }
+    [[nodiscard]] bool fits() const { return static_cast<size_t>(length_) < text_.size(); }
+    [[nodiscard]] const char *text() const { return text_.data(); }
+
+private:
+    std::array<char, 1024> text_;
+    int length_;
+};
+
+void WriteParameters(const std::array<Value, kParameters.size()> &values, const char *path)
+{
+    // All or none: a cut command would write to a file of another name, and a file that lacks a
+    // line of this run could keep one of an earlier run.
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (!WriteCommand{kParameters[i], values[i], path}.fits()) {
+            return;
+        }
+    }
+    for (size_t i = 0; i < values.size(); ++i) {
+        RunShell(WriteCommand{kParameters[i], values[i], path}.text());
     }
 }
 
@@ -131,8 +149,6 @@ int get_boot_param(int argc, char **argv)
         std::printf("%s    %s [%s]%s", kGreen, kParameters[i].label, values[i].data(), kEndColour);
     }
     std::fflush(stdout); // before what the commands may print
-    for (size_t i = 0; i < values.size(); ++i) {
-        WriteParameter(kParameters[i], values[i], argv[1]);
-    }
+    WriteParameters(values, argv[1]);
     return 0;
 }

@@ -1,5 +1,7 @@
 // load_drv: loads the kernel modules and sets the registers that the board's model needs.
 
+#include <cstddef>
+#include <span>
 #include <string_view>
 
 #include "bringup/model.h"
@@ -19,7 +21,7 @@ constexpr const char *kDs1339 = "/sbin/insmod /dvs/extdrv/ds_1339.ko"; // clock
 constexpr const char *kOv2643 = "/sbin/insmod /dvs/extdrv/ov_2643.ko"; // sensor
 constexpr const char *kHiUsb = "/sbin/insmod /dvs/extdrv/hiusb.ko";
 
-constexpr size_t kMostCommands = 12;
+constexpr size_t kMostCommands = 11;
 
 /// What one model gets beyond what its whole group gets, in this order.
 struct DriverPlan {

@@ -5,8 +5,8 @@
 
 using ModelName = std::array<char, 128>;
 
-/// The model, "VM01" to "VM54", as "/etc/cam_model.conf" has it (key "cam_model"); "VM01" when that
-/// file cannot be opened. Without the key it is the value of the file's last line.
+/// The model, such as "VM01", as "/etc/cam_model.conf" has it (key "cam_model"); "VM01" when that
+/// file cannot be opened. Without the key it is the value of the file's last key line.
 ModelName ReadModel();
 
 /// The board family of the model: 2 for the second one, 0 for all other texts.

@@ -19,7 +19,8 @@
 #include "util/fd.h"
 #include "util/number.h"
 
-// A packet socket takes the address of its kind by this size only, and by the interface's name.
+// bind takes the address of a packet socket of this kind by this size only, and by the interface's
+// name.
 static_assert(sizeof(sockaddr) == 16 && sizeof(sockaddr::sa_data) == 14);
 static_assert(SIOCGIFHWADDR == 0x8927 && sizeof(ifreq::ifr_name) == 16);
 

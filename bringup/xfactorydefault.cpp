@@ -22,11 +22,19 @@ void Copy(const char *operands)
     RunShell(command.data());
 }
 
-/// Whether the piece is the rest of its line. One that a damaged list cuts short with a zero byte
-/// is not.
+/// Whether the piece is the rest of its line, whose end is taken along. One that a damaged list
+/// cuts short with a zero byte is not.
 bool EndsLine(const char *piece, std::FILE *list)
 {
-    return std::strchr(piece, '\n') != nullptr || std::ungetc(std::getc(list), list) == EOF;
+    if (std::strchr(piece, '\n') != nullptr) {
+        return true;
+    }
+    const int next = std::getc(list);
+    if (next == EOF || (next == '\n' && std::strlen(piece) == kLineSize - 1)) {
+        return true;
+    }
+    std::ungetc(next, list);
+    return false;
 }
 
 void CopyListed(std::FILE *list)

@@ -25,6 +25,7 @@ if(QVE_STATIC)
 endif()
 
 # The program and one link per applet. The names come from the applet table itself.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS app/applet_table.cpp)
 file(STRINGS app/applet_table.cpp rows REGEX "^    {\"[a-z0-9_]+\", ")
 list(TRANSFORM rows REPLACE "^    {\"([a-z0-9_]+)\".*" "\\1" OUTPUT_VARIABLE QVE_APPLETS)
 install(TARGETS qve RUNTIME DESTINATION bin)

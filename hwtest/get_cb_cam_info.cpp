@@ -2,6 +2,8 @@
 // prints them as key=value lines; -v prints each reply.
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <span>
 #include <string_view>
@@ -44,7 +46,7 @@ class Inquiry
 public:
     Inquiry(int fd, bool verbose) : fd_(fd), verbose_(verbose) {}
 
-    /// Asks once and waits 3 seconds at most. Returns the one byte of the reply that counts.
+    /// Asks once and waits for about 3 seconds. Returns the one byte of the reply that counts.
     uint8_t Ask(const Query &query)
     {
         TimeStamp start;
@@ -84,8 +86,8 @@ void PrintModel(uint8_t code, uint8_t resolution_flag)
 int get_cb_cam_info(int argc, char **argv)
 {
     const bool verbose = argc > 1 && std::string_view{argv[1]} == "-v";
+    std::setvbuf(stdout, nullptr, _IONBF, 0); // not after something was printed
     std::puts("");
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
 
     const SerialPort port{"/dev/ttyAMA2"};
     Inquiry inquiry{port.fd(), verbose};

@@ -1,7 +1,7 @@
 // The SoC's GPIO pins, through the register driver "/dev/misc/hi3512_reg".
 //
-// Groups are 0 to 7, the pins of a group 0 to 7. Neither is checked: an unknown group has no
-// registers, and any other pin gives whatever mask and register its number computes to.
+// Groups are 0 to 7, the pins of a group 0 to 7. An unknown group has no registers; the pin is not
+// checked, any other one gives whatever mask and register its number computes to.
 #pragma once
 
 /// Opens the driver. Prints what failed.
@@ -14,7 +14,7 @@ int close_gpio(int handle);
 
 /// Makes the pin an input and reads it. Prints when the handle is invalid.
 ///
-/// @return the data register masked to the pin: above 0 when it is high, 0 when low; -1 for an
+/// @return the data register masked to the pin: not 0 when it is high, 0 when low; -1 for an
 ///         invalid handle, an unknown group and a failure of the driver
 int get_gpio(int handle, int group, int pin);
 

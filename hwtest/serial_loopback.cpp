@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <span>
 #include <string_view>
 
 #include "hwtest/serial_port.h"
@@ -46,18 +47,24 @@ void AwaitTransmitterEmpty(int fd)
     }
 }
 
+void Write(int fd, const Frame &frame)
+{
+    // A frame that was not sent does not come back either.
+    [[maybe_unused]] const ssize_t written = write(fd, frame.data(), frame.size());
+}
+
 void SendRs485(int fd, const Frame &frame)
 {
     // Cleared, then set, and set it stays, deliberately: the step is wanted before the frame only.
     SetRts(fd, false);
     SetRts(fd, true);
-    write(fd, frame.data(), frame.size());
+    Write(fd, frame);
     AwaitTransmitterEmpty(fd);
 }
 
 void SendRs232(int fd, const Frame &frame)
 {
-    write(fd, frame.data(), frame.size());
+    Write(fd, frame);
     tcdrain(fd);
 }
 
@@ -98,9 +105,11 @@ bool Passes(const char *device, ExchangeRoutine exchange)
     return true;
 }
 
-int Test(const char *device, ExchangeRoutine exchange)
+/// @param heading  printed first
+int Test(const char *heading, const char *device, ExchangeRoutine exchange)
 {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    std::setvbuf(stdout, nullptr, _IONBF, 0); // not after something was printed
+    std::printf("%s", heading);
     std::puts(Passes(device, exchange) ? "successful" : "failed");
     return 0;
 }
@@ -125,12 +134,11 @@ int CSERIAL_Rs232Exchange(int fd, uint8_t pattern)
 int test_rs485(int argc, char **argv)
 {
     g_rs485_verbose = IsVerbose(argc, argv);
-    return Test("/dev/ttyAMA1", CSERIAL_Rs485Exchange);
+    return Test("", "/dev/ttyAMA1", CSERIAL_Rs485Exchange);
 }
 
 int test_rs232(int argc, char **argv)
 {
     g_rs232_verbose = IsVerbose(argc, argv);
-    std::puts("");
-    return Test("/dev/ttyAMA2", CSERIAL_Rs232Exchange);
+    return Test("\n", "/dev/ttyAMA2", CSERIAL_Rs232Exchange);
 }

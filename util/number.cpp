@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <string_view>
 
 int32_t CUTIL_ParseDecimal(const char *text)
 {
@@ -32,6 +34,9 @@ int32_t ParseLeadingInteger(const char *text)
 uint32_t ParseLeadingUnsigned(const char *text)
 {
     constexpr long long kHighest = std::numeric_limits<uint32_t>::max();
-    const long long value = std::strtoll(text, nullptr, 0);
+    const std::string_view digits = std::string_view{text}.substr(std::strspn(text, " \t+-"));
+    // Newer C libraries take base 0 for binary numbers too.
+    const bool is_binary = digits.starts_with("0b") || digits.starts_with("0B");
+    const long long value = is_binary ? 0 : std::strtoll(text, nullptr, 0);
     return static_cast<uint32_t>(value < -kHighest || value > kHighest ? kHighest : value);
 }

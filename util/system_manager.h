@@ -24,9 +24,9 @@ struct SystemManagerHeader {
 constexpr SystemManagerHeader kUpgradeNotice{kUpgradeCommand};
 
 /// Sends a datagram with `length` bytes of `data`, at most 256, behind the header. Prints what
-/// failed.
+/// failed. A negative length is not refused and cuts the header short.
 ///
 /// @param data  may be null when there is none
-/// @return 0, also when sending failed; -1 for data that it refuses, which is not reported, and
-///         without a socket
+/// @return 0, also when sending failed; -1 without a socket; -1 in silence for data that it refuses
+///         and for a socket with descriptor 0, which stays open
 int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length);

@@ -65,7 +65,7 @@ TEST(GetBootParam, FindsItsKeysInTheEnvironment)
 TEST(GetBootParam, SaysWhatItLacks)
 {
     FakeBoard board;
-    board.Start({"get_boot_param", std::string(1010, 'f')}); // the device; a path too long to run
+    board.Start({"get_boot_param", std::string(1000, 'f')}); // no device; a path too long for one
     FakeMtd flash = BootPartition("ethaddr=");               // ends within the value
     board.devices["/dev/mtd/0"] = &flash;
     board.Start({"get_boot_param", "/tmp/p"});

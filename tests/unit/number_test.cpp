@@ -22,6 +22,7 @@ TEST(Number, IsDigitsOnlyOrTheBeginningOfAText)
         {"1/", -1, 1, 1},
         {"x1", -1, 0, 0},
         {"0x1aB", -1, 0, 427},
+        {"-0b11", -1, 0, 0},
         {"0x100000012", -1, 0, 4294967295},
     };
     for (const auto &[text, decimal, leading, in_any_base] : cases) {

@@ -10,13 +10,14 @@ TEST_F(XFactoryDefault, CopiesWhatTheListSays)
     const std::string longest = "/a " + std::string(251, 'b'); // 254 characters and the line end
     board.Write("/etc/list", "[files]\n/a /b\0.conf\ndropped with it\n#comment\n"s +
                                  "/etc/default/a.conf /etc/a.conf\n\n #no\n-r x y\n" + longest +
-                                 "\n" + longest + "bb\n# " + std::string(300, 'c') + "\n" +
-                                 longest + "c");
+                                 "\n" + longest + "b\n" + longest + "bb\n# " +
+                                 std::string(300, 'c') + "\n" + longest + "c");
     EXPECT_EQ(board.Start({"xfactorydefault", "/etc/list"}), 0);
     EXPECT_EQ(board.transcript(), "\nsh cp -f /etc/default/a.conf /etc/a.conf\n\nsh cp -f \n\n"
                                   "sh cp -f  #no\n\nsh cp -f -r x y\n\n"
                                   "sh cp -f " +
-                                      longest + "\n\nsh cp -f " + longest + "c\n");
+                                      longest + "\n\nsh cp -f " + longest + "b\nsh cp -f " +
+                                      longest + "c\n");
     EXPECT_EQ(board.Read("/etc/a.conf"), "factory");
 }
 
