@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <condition_variable>
 #include <csetjmp>
 #include <cstdint>
@@ -45,6 +46,14 @@ public:
     virtual short Poll(int timeout);
 };
 
+/// A weak place of a flash partition.
+struct BadSpot {
+    int place = -1;
+    int times = INT_MAX; ///< that it shows
+
+    bool Shows(size_t where) { return static_cast<int>(where) == place && times-- > 0; }
+};
+
 /// A flash partition: erased to 0xFF by block, and a write can only clear bits.
 struct FakeMtd : FakeDevice {
     static constexpr uint32_t kBlock = 4096;
@@ -54,8 +63,11 @@ struct FakeMtd : FakeDevice {
     int Request(OpenFile &file, unsigned long request, void *argument) override;
 
     std::vector<uint8_t> bytes;
-    int failing_block = -1;     ///< does not erase
-    int stuck_byte = -1;        ///< its lowest bit stays set
+    struct BadSpots {
+        BadSpot unerasable_block{}, unwritable_block{};
+        BadSpot stuck_byte{};    ///< its lowest bit stays set
+        BadSpot flipping_byte{}; ///< its lowest bit turns round after it was written
+    } bad;
     size_t transfer = SIZE_MAX; ///< the most that one read or write moves
 };
 
@@ -84,8 +96,9 @@ public:
     void AddProcess(int id, const std::string &command_line);
     /// Lets the `nth` coming call of a C library function fail, on paths that contain `path`. Those
     /// on streams are "fopen", "fread", "fwrite" and "fclose"; "" is any call at all. Error 0 lets
-    /// a call that moves bytes move none.
+    /// a call that moves bytes move none, and others alone.
     void Fail(const std::string &function, int error, int nth = 1, const std::string &path = "");
+    bool faults_last = false; ///< what fails once fails from then on
 
     std::map<std::string, FakeDevice *> devices; ///< by path; the flash and the watchdog are there
     std::map<std::string, FakeMtd> mtd;          ///< the flash partitions, by path
@@ -128,7 +141,9 @@ public:
     /// Begins with a line end, as a raw string literal does.
     [[nodiscard]] std::string transcript(const std::vector<std::string> &words = {""}) const;
     [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
-    [[nodiscard]] int calls() const { return calls_; }             ///< that could have failed
+    /// The first call that failed on purpose, "" without one: "read /dev/mtd/1 2.3" is the third
+    /// read since the second time that this path was opened.
+    [[nodiscard]] const std::string &failed() const { return failed_; }
 
     // --- what the C library calls use
 
@@ -141,7 +156,7 @@ public:
     void EndPiece();
     bool Fails(const std::string &function, const std::string &path);
     [[nodiscard]] std::string Map(const std::string &path) const;
-    void Shell(const std::string &command);
+    int Shell(const std::string &command);
     void Signal(int id, int signal_number);
     bool Unmount(const std::string &path); ///< unless a file on it is open
     [[noreturn]] void Leave(int result);   ///< the call that Run has made
@@ -172,6 +187,11 @@ private:
         std::string path;
     };
 
+    struct Uses {
+        int openings = 0;
+        std::map<std::string, int> calls; ///< by function, since the last opening
+    };
+
     void Begin();
     void End();
 
@@ -179,7 +199,8 @@ private:
     std::vector<Line> transcript_;
     std::string piece_; ///< of a line that a stream puts out, with the stream's name
     std::vector<Fault> faults_;
-    int calls_ = 0;
+    std::map<std::string, Uses> uses_; ///< by path
+    std::string failed_;
     std::FILE *saved_streams_[2] = {};
     sigjmp_buf ended_ = {};
     int open_before_;

@@ -60,10 +60,13 @@ ssize_t FakeMtd::Write(OpenFile &file, const void *buffer, size_t count)
 {
     const auto *data = static_cast<const uint8_t *>(buffer);
     count = std::min({count, bytes.size() - file.position, transfer});
+    if (bad.unwritable_block.Shows(file.position / kBlock)) {
+        return FailWith(EIO);
+    }
     for (size_t i = 0; i < count; ++i, ++file.position) {
-        const bool is_stuck = static_cast<int>(file.position) == stuck_byte;
         bytes[file.position] &= data[i];
-        bytes[file.position] |= is_stuck ? 1 : 0;
+        bytes[file.position] |= uint8_t{bad.stuck_byte.Shows(file.position)};
+        bytes[file.position] ^= uint8_t{bad.flipping_byte.Shows(file.position)};
     }
     Record("write " + file.path, count);
     return static_cast<ssize_t>(count);
@@ -83,7 +86,7 @@ int FakeMtd::Request(OpenFile &file, unsigned long request, void *argument)
     const auto *block = static_cast<erase_info_user *>(argument);
     Record("erase " + file.path);
     if (block->length != kBlock || (file.flags & O_ACCMODE) != O_RDWR ||
-        block->start == kBlock * static_cast<uint32_t>(failing_block)) {
+        bad.unerasable_block.Shows(block->start / kBlock)) {
         return FailWith(EIO);
     }
     std::fill_n(bytes.begin() + block->start, block->length, uint8_t{0xFF});

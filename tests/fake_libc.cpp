@@ -106,7 +106,8 @@ struct Stream {
 ssize_t ReadStream(void *cookie, char *buffer, size_t count)
 {
     const auto *stream = static_cast<Stream *>(cookie);
-    return Fails("fread", stream->path) ? -1 : syscall(SYS_read, stream->fd, buffer, count);
+    return Fails("fread", stream->path) ? FaultResult()
+                                        : syscall(SYS_read, stream->fd, buffer, count);
 }
 
 ssize_t WriteStream(void *cookie, const char *buffer, size_t count)
@@ -117,7 +118,8 @@ ssize_t WriteStream(void *cookie, const char *buffer, size_t count)
 
 int SeekStream(void *cookie, off_t *offset, int origin)
 {
-    *offset = lseek64(static_cast<Stream *>(cookie)->fd, *offset, origin);
+    const auto *stream = static_cast<Stream *>(cookie);
+    *offset = Fails("fseek", stream->path) ? -1 : lseek64(stream->fd, *offset, origin);
     return *offset < 0 ? -1 : 0;
 }
 
@@ -367,8 +369,7 @@ int kill(pid_t id, int signal_number) __THROW
 
 int system(const char *command)
 {
-    Board().Shell(command);
-    return Fails("system") ? -1 : 0;
+    return Board().Shell(command);
 }
 
 unsigned sleep(unsigned seconds)

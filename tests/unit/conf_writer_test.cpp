@@ -1,7 +1,5 @@
 #include "util/conf_writer.h"
 
-#include <functional>
-
 #include "tests/fake_board.h"
 
 using ConfWriter = BoardTest;
@@ -59,38 +57,6 @@ TEST_F(ConfWriter, RewritesItsLines)
     EXPECT_EQ(board.transcript(), "\n");
 }
 
-TEST_F(ConfWriter, KeepsTheTargetWholeWhateverFails)
-{
-    const std::string kShort = "key=1\n";
-    const std::string kLong = std::string(100'000, 'x') + "\n";
-    // The result of CUTIL_SetConfValue, that of the others being -1, and the path in the message.
-    const std::tuple<std::string, int, std::string, std::string, int, std::string> cases[] = {
-        {"fopen", 1, "/etc/a.conf", kShort, -1, "/etc/a.conf"},
-        {"fopen", 2, "/etc/temp.conf", kShort, -2, "/etc/temp.conf"}, // the first is the test
-        {"fread", 1, "/etc/a.conf", kShort, -1, ""},
-        {"fread", 2, "/etc/a.conf", kLong, -1, ""},
-        {"fwrite", 1, "/etc/temp.conf", kShort, -2, ""}, // at the flush
-        {"fwrite", 1, "/etc/temp.conf", kLong, -2, ""},
-        {"fclose", 1, "/etc/temp.conf", kShort, -2, ""},
-        {"rename", 1, "/etc/temp.conf", kShort, -3, ""},
-    };
-    for (const auto &[function, nth, path, text, result, named] : cases) {
-        for (const bool is_variant : {false, true}) {
-            SCOPED_TRACE(function + " " + path);
-            FakeBoard other;
-            other.Write("/etc/a.conf", text);
-            other.Fail(function, ENOSPC, is_variant && function == "fopen" ? 1 : nth, path);
-            EXPECT_EQ(other.Run(is_variant ? SetSep : Set), is_variant ? -1 : result);
-            EXPECT_EQ(other.Read("/etc/a.conf"), text);
-            EXPECT_EQ(other.Read("/etc/temp.conf") != "(none)", result == -3);
-            EXPECT_EQ(other.transcript(),
-                      named.empty()
-                          ? "\n"
-                          : "\nout [CUTIL_SetConfValue] we can't open the file : " + named + "\n");
-        }
-    }
-}
-
 TEST_F(ConfWriter, StaysOutWhileTheScratchFileIsThere)
 {
     board.Write("/etc/a.conf", "key=1\n");
@@ -99,16 +65,4 @@ TEST_F(ConfWriter, StaysOutWhileTheScratchFileIsThere)
     EXPECT_EQ(board.transcript(), "\nout [CUTIL_SetConfValue] temp.conf is already used ...\n");
     EXPECT_EQ(board.Read("/etc/a.conf") + board.Read("/etc/temp.conf"), "key=1\nanother writer's");
     EXPECT_EQ(board.Run(SetSep), 0); // this one does not look
-}
-
-TEST_F(ConfWriter, NamesTheFileThatItCannotOpen)
-{
-    EXPECT_EQ(board.Run(SetFile), -1);
-    board.Write("/etc/a.conf", "key=1\n");
-    board.Fail("fopen", EACCES, 1, "/etc/my.tmp");
-    EXPECT_EQ(board.Run(SetFile), -1);
-    EXPECT_EQ(board.transcript(), R"(
-out [CUTIL_SetFileValue] we can't open the file : /etc/a.conf
-out [CUTIL_SetFileValue] we can't open the file : /etc/my.tmp
-)");
 }

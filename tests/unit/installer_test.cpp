@@ -225,7 +225,6 @@ TEST_F(Installer, StopsAtACheckThatFails)
     using Spoil = std::function<void(FakeBoard &, std::string &)>;
     const std::tuple<std::string, Spoil, std::string> cases[] = {
         {"no package", [](auto &, auto &package) { package.clear(); }, "\n"},
-        {"unreadable", [](auto &b, auto &) { b.Fail("open", EIO); }, "\n"},
         {"7 bytes", [](auto &, auto &package) { package.resize(7); }, "\n"},
         {"19 bytes", [](auto &, auto &package) { package.resize(19); }, kVersionChecked},
         {"63 bytes of the long header",
@@ -244,10 +243,6 @@ TEST_F(Installer, StopsAtACheckThatFails)
              package[4] = 2;
          },
          versions("2 vs 2", true)},
-        {"fstat", [](auto &b, auto &) { b.Fail("fstat", EIO); }, kVersionChecked},
-        {"umount", [](auto &b, auto &) { b.Fail("umount", EBUSY); },
-         kVersionChecked + kSaving + ReleasingEtc() + "out [ERROR] /etc : umount " +
-             "[CFlash_TEVWrite], errno : 16, Device or resource busy\n"},
         {"one byte longer", [](auto &, auto &package) { package += "x"; },
          unmounted + "syslog alert Firmware image size : 1111 vs 1112\\n\n" +
              "out [ERROR] CFlash_TEVWrite : Firmware image size : 1111 vs 1112\n"},
@@ -268,31 +263,6 @@ TEST_F(Installer, StopsAtACheckThatFails)
         const bool saved = transcript.find("cp -dpR") != std::string::npos;
         EXPECT_EQ(other.Read("/tmp/system.conf"), saved ? "old" : "(none)") << name;
     }
-}
-
-TEST_F(Installer, GoesOnWhenARegionFailsThreeTimes)
-{
-    board.mtd["/dev/mtd/1"].stuck_byte = 3; // 0x56 becomes 0x57
-    board.devices.erase("/dev/mtd/2");
-    board.Fail("write", EIO, 1, "/dev/mtd/3");
-    EXPECT_EQ(Install(board, PackageBuilder{}.Build(), UPGRADE_FLAG_VERBOSE), 0);
-    EXPECT_EQ(board.transcript({"syslog alert [CFlash_TEVW", "out CF", "sh /bin/m"}), R"(
-syslog alert [CFlash_TEVWrite] write [/dev/mtd/1]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/1 cmp fail[0]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/1 cmp fail[1]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/1 cmp fail[2]\n
-out CFlash_TEVWrite : flash1 complete
-syslog alert [CFlash_TEVWrite] write [/dev/mtd/2]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/2 erase fail[0]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/2 erase fail[1]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/2 erase fail[2]\n
-out CFlash_TEVWrite : flash2 complete
-syslog alert [CFlash_TEVWrite] write [/dev/mtd/3]\n
-syslog alert [CFlash_TEVWrite] /dev/mtd/3 write fail[0]\n
-out CFlash_TEVWrite : flash3 complete
-sh /bin/mount -t jffs2 /dev/mtdblock/3 /etc
-)");
-    EXPECT_TRUE(Holds(board.mtd["/dev/mtd/3"], PackageBuilder{}.etc));
 }
 
 TEST_F(Installer, RefusesDescriptorZero)

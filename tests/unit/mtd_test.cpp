@@ -34,7 +34,7 @@ protected:
 
 TEST_F(Mtd, IsErasedBlockByBlockPastOneThatFails)
 {
-    flash.failing_block = 2;
+    flash.bad.unerasable_block.place = 2;
     EXPECT_EQ(board.Run(CFlash_Erase, kDevice), 0);
     EXPECT_EQ(board.transcript(), R"(
 syslog alert [CFlash_Erase] =================> [/dev/mtd/1]\n

@@ -1,5 +1,3 @@
-#include <regex>
-
 #include "tests/fake_board.h"
 #include "tests/unit/package_builder.h"
 
@@ -131,23 +129,5 @@ TEST(UpgradeOptions, ReachTheInstaller)
         EXPECT_EQ(board.transcript({"out Up", "out CF"}), verbose ? kFlash : "\n");
         EXPECT_EQ(board.transcript({"sh /bin/cp"}) != "\n", carries);
         EXPECT_EQ(board.transcript({"sleep 2"}) != "\n", pauses || words.size() < 3);
-    }
-}
-
-TEST(UpgradeOptions, EndInARebootWhateverCallFails)
-{
-    for (int nth = 1, calls = 1; nth <= calls; ++nth) {
-        SCOPED_TRACE(nth);
-        FakeBoard board; // which also looks for descriptors that stay open
-        board.Write("/tmp/flash3", PackageBuilder{}.Build());
-        board.Write("/etc/tcp_server.conf", "server_port=7001\n");
-        board.new_etc["/etc/tcp_server.conf"] = "server_port=1\n";
-        board.AddProcess(30, "/bin/webs");
-        board.Fail("", EIO, nth);
-        EXPECT_EQ(board.Start({"upgrade", "/tmp/flash3", "-v"}), FakeBoard::kRebooted);
-        const std::string settings = board.Read("/etc/tcp_server.conf");
-        EXPECT_TRUE(std::regex_match(settings, std::regex{"server_port=\\d+\n|\\(none\\)"}))
-            << settings;
-        calls = board.calls();
     }
 }
