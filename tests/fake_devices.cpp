@@ -58,6 +58,9 @@ ssize_t FakeMtd::Read(OpenFile &file, void *buffer, size_t count)
 
 ssize_t FakeMtd::Write(OpenFile &file, const void *buffer, size_t count)
 {
+    if (file.position == bytes.size()) {
+        return FailWith(ENOSPC);
+    }
     const auto *data = static_cast<const uint8_t *>(buffer);
     count = std::min({count, bytes.size() - file.position, transfer});
     if (bad.unwritable_block.Shows(file.position / kBlock)) {

@@ -48,15 +48,16 @@ void WriteEntry(const Job &job, std::FILE *scratch)
 }
 
 /// Copies the target to the scratch file with the key's lines replaced, or the entry appended.
-void CopyLines(const Job &job, std::FILE *target, std::FILE *scratch, std::span<char> line)
+void CopyLines(const Job &job, File &target, std::FILE *scratch, std::span<char> buffer)
 {
     bool replaced = false;
-    while (std::fgets(line.data(), static_cast<int>(line.size()), target) != nullptr) {
-        if (job.matches(line.data(), job.key)) {
+    while (const size_t length = target.ReadLine(buffer)) {
+        const std::string_view line{buffer.data(), length};
+        if (job.matches(line, job.key)) {
             WriteEntry(job, scratch);
             replaced = true;
         } else {
-            std::fputs(line.data(), scratch);
+            std::fwrite(line.data(), 1, line.size(), scratch);
         }
     }
     if (!replaced) {
@@ -81,7 +82,7 @@ Outcome Rewrite(const Job &job, std::span<char> line)
         PrintCannotOpen(job, job.scratch_path);
         return kScratchUnwritable;
     }
-    CopyLines(job, target.get(), scratch.get(), line);
+    CopyLines(job, target, scratch.get(), line);
 
     // The errors of all reads and writes are kept by the streams. A target that was not read to
     // its end or a scratch file that is not whole must never replace the settings.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <span>
 
 class File
 {
@@ -14,6 +15,21 @@ public:
 
     explicit operator bool() const { return stream_ != nullptr; }
     [[nodiscard]] std::FILE *get() const { return stream_; }
+
+    /// Reads up to the end of the line, that included, or as much of it as fits; terminates it. As
+    /// fgets, but a NUL byte in the file is a byte like others.
+    ///
+    /// @return the bytes read; 0 at the end of the file and after an error
+    size_t ReadLine(std::span<char> line)
+    {
+        size_t length = 0;
+        int c = 0;
+        while (length + 1 < line.size() && c != '\n' && (c = std::getc(stream_)) != EOF) {
+            line[length++] = static_cast<char>(c);
+        }
+        line[length] = '\0';
+        return std::ferror(stream_) == 0 ? length : 0;
+    }
 
     /// Flushes and closes now, for writers who must know. Returns false when either failed.
     bool Close()

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 #include "util/fd.h"
 #include "util/file.h"
@@ -51,7 +52,7 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
 class NameList
 {
 public:
-    void Read(std::FILE *file);
+    void Read(File &file);
     [[nodiscard]] std::span<const std::array<char, 32>> names() const
     {
         return std::span{names_}.first(count_);
@@ -62,18 +63,19 @@ private:
     size_t count_ = 0;
 };
 
-void NameList::Read(std::FILE *file)
+void NameList::Read(File &file)
 {
-    std::array<char, 256> piece;
+    std::array<char, 256> buffer;
     bool line_begins = true;
-    while (count_ < names_.size() && std::fgets(piece.data(), piece.size(), file) != nullptr) {
-        const size_t length = std::strlen(piece.data());
-        // The tail of a line longer than the buffer is no name: taken for one it could be empty,
-        // and the empty name kills everything.
-        const bool whole_line = line_begins && length < names_[0].size();
-        line_begins = length < piece.size() - 1 || piece[length - 1] == '\n';
-        if (whole_line) {
-            std::copy_n(piece.begin(), std::strcspn(piece.data(), "\r\n"), names_[count_].begin());
+    while (const size_t length = count_ < names_.size() ? file.ReadLine(buffer) : 0) {
+        const std::string_view piece{buffer.data(), length};
+        // The tail of a line longer than the buffer is no name, nor is a line with a NUL byte:
+        // taken for one it could be empty, and the empty name kills everything.
+        const bool is_name =
+            line_begins && length < names_[0].size() && piece.find('\0') == std::string_view::npos;
+        line_begins = piece.ends_with('\n');
+        if (is_name) {
+            piece.copy(names_[count_].data(), piece.find_first_of("\r\n"));
             ++count_;
         }
     }
@@ -159,12 +161,12 @@ int CUTIL_KillProcAll(const char *list_path, int signal_number)
 
     NameList list;
     {
-        const File file{list_path, "r"};
+        File file{list_path, "r"};
         if (!file) {
             syslog(LOG_INFO, "[CUTIL_KillProcAll] - list open err[%s]\n", list_path);
             return -1;
         }
-        list.Read(file.get());
+        list.Read(file);
     }
     ProcessList processes;
     if (!processes) {

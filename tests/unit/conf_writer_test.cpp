@@ -2,6 +2,7 @@
 
 #include "tests/fake_board.h"
 
+using namespace std::string_literals;
 using ConfWriter = BoardTest;
 
 namespace
@@ -43,6 +44,7 @@ TEST_F(ConfWriter, RewritesItsLines)
         {Set, "key\n", "key\nkey=9\n"},
         {Set, "#key=1\n", "#key=1\nkey=9\n"},
         {Set, x255 + "key=1\n", x255 + "key=9\n"}, // a piece counts as a line
+        {Set, "a\0b\nkey=1\n\0"s, "a\0b\nkey=9\n\0"s},
         {SetSep, "key:1\nkeyboard\n key:2\n", "key:9\nkey:9\n key:2\n"},
         {SetSep, "a=1\n", "a=1\nkey:9\n"},
         {SetFile, "key:1\nkeyboard\n key=2\n", "key=9\nkey=9\n key=2\n"},

@@ -3,7 +3,13 @@
 namespace
 {
 
-/// Bit by bit, and so nothing like the program's.
+uint32_t Size(const std::string &bytes)
+{
+    return static_cast<uint32_t>(bytes.size());
+}
+
+} // namespace
+
 uint32_t Crc32(const std::string &bytes)
 {
     uint32_t crc = 0xFFFFFFFF;
@@ -15,13 +21,6 @@ uint32_t Crc32(const std::string &bytes)
     }
     return ~crc;
 }
-
-uint32_t Size(const std::string &bytes)
-{
-    return static_cast<uint32_t>(bytes.size());
-}
-
-} // namespace
 
 std::string LittleEndian(uint32_t word)
 {

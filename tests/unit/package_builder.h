@@ -29,5 +29,8 @@ struct PackageBuilder {
     [[nodiscard]] std::string Build() const;
 };
 
+/// Bit by bit, and so nothing like the program's.
+uint32_t Crc32(const std::string &bytes);
+
 std::string BigEndian(uint32_t word);
 std::string LittleEndian(uint32_t word);

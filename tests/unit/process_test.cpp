@@ -119,9 +119,10 @@ TEST_F(Process, IsSignalledForEachNameOfAList)
     const std::string n30(30, 'n');
     board.AddProcess(40, n30);
     board.AddProcess(41, std::string(31, 'm'));
-    // The end of a line that is too long is no name, least of all the empty one.
+    // The end of a line that is too long is no name, nor is one with a NUL byte, least of all the
+    // empty one.
     board.Write("/etc/list", x255 + "/usr\n" + x255 + "\n" + std::string(31, 'm') +
-                                 "\n/bin/foob\r\n" + n30 + "\n/bin/f");
+                                 "\n\0\n/bin/foob\r\n"s + n30 + "\n/bin/f");
     EXPECT_EQ(board.Run(CUTIL_KillProcAll, "/etc/list", 15), 0);
     EXPECT_EQ(board.transcript(), R"(
 syslog info [CUTIL_KillProcAll]\n
