@@ -2,7 +2,7 @@
 
 #include <array>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 #include "util/file.h"
 #include "util/shell.h"
@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr size_t kLineSize = 256;
+constexpr size_t kLineSize = 257; // 255 characters, the line end and what terminates them
 constexpr char kCopy[] = "cp -f ";
 
 /// Runs the line as it stands, its line end included. The buffer takes every line that the reader
@@ -22,31 +22,18 @@ void Copy(const char *operands)
     RunShell(command.data());
 }
 
-/// Whether the piece is the rest of its line, whose end is taken along. One that a damaged list
-/// cuts short with a zero byte is not.
-bool EndsLine(const char *piece, std::FILE *list)
+void CopyListed(File &list)
 {
-    if (std::strchr(piece, '\n') != nullptr) {
-        return true;
-    }
-    const int next = std::getc(list);
-    if (next == EOF || (next == '\n' && std::strlen(piece) == kLineSize - 1)) {
-        return true;
-    }
-    std::ungetc(next, list);
-    return false;
-}
-
-void CopyListed(std::FILE *list)
-{
-    std::array<char, kLineSize> line{};
+    std::array<char, kLineSize> buffer;
     bool begins = true;
-    while (std::fgets(line.data(), static_cast<int>(line.size()), list) != nullptr) {
-        // A line that is too long for the reader comes in pieces, none of which may run.
-        const bool ends = EndsLine(line.data(), list);
+    while (const size_t length = list.ReadLine(buffer)) {
+        const std::string_view line{buffer.data(), length};
+        // None of the pieces of a line that is too long may run, nor what a zero byte cuts short.
+        const bool ends = line.ends_with('\n') || std::feof(list.get()) != 0;
+        const bool is_whole = begins && ends && line.find('\0') == std::string_view::npos;
         const bool is_copy = line[0] != '[' && line[0] != '#';
-        if (begins && ends && is_copy) {
-            Copy(line.data());
+        if (is_whole && is_copy) {
+            Copy(buffer.data());
         }
         begins = ends;
     }
@@ -61,9 +48,9 @@ int xfactorydefault(int argc, char **argv)
         std::puts("        <replace filename> "); // the blank at the end is deliberate
         return 0;
     }
-    const File list{argv[1], "r"};
+    File list{argv[1], "r"};
     if (list) {
-        CopyListed(list.get());
+        CopyListed(list);
     }
     return 0;
 }
