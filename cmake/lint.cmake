@@ -8,7 +8,7 @@ file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh board/*.sh b
 
 add_custom_target(lint
     COMMAND clang-format --dry-run --Werror ${sources} ${headers} ${test_sources}
-    COMMAND clang-tidy -p ${CMAKE_BINARY_DIR} --quiet ${sources}
+    COMMAND run-clang-tidy -quiet -p ${CMAKE_BINARY_DIR} ${sources}
     COMMAND cppcheck --quiet --error-exitcode=1 --inline-suppr --std=c++20
             --enable=warning,style,performance,portability
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm
