@@ -11,9 +11,9 @@ int CUTIL_KillProc(const char *name, int signal_number);
 
 /// Sends `signal_number` as CUTIL_KillProc does, for every name in the file `list_path`.
 ///
-/// One name per line, at most 31 characters with its newline, at most 16 names (further ones are not
-/// read). Longer lines are skipped, and lines with a NUL byte. A process that two names match gets
-/// the signal twice. A blank line is the empty name, which matches every process.
+/// One name per line, at most 31 characters with its newline, at most 16 names (further ones are
+/// not read). Longer lines are skipped, and lines with a NUL byte. A process that two names match
+/// gets the signal twice. A blank line is the empty name, which matches every process.
 ///
 /// Logs its steps to the system log.
 ///
