@@ -7,10 +7,12 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include "bringup/arp_probe.h"
@@ -118,10 +120,16 @@ int Watch(const Query &query, uint32_t timeout)
     }
 }
 
+/// As far as it fits; what is left of `out` stays as it is, zero.
+void CopyName(std::string_view name, std::span<char> out)
+{
+    std::copy_n(name.begin(), std::min(name.size(), out.size()), out.begin());
+}
+
 bool ReadHardwareAddress(int fd, std::string_view interface, MacAddress &mac)
 {
     ifreq request{};
-    interface.copy(request.ifr_name, sizeof request.ifr_name);
+    CopyName(interface, request.ifr_name);
     if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
         return false;
     }
@@ -138,7 +146,7 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     }
     Query query{fd.get(), {}, {}, ip};
     query.interface.sa_family = AF_PACKET;
-    interface.copy(query.interface.sa_data, sizeof query.interface.sa_data);
+    CopyName(interface, query.interface.sa_data);
     if (bind(fd.get(), &query.interface, sizeof query.interface) < 0 ||
         !ReadHardwareAddress(fd.get(), interface, query.own_mac)) {
         return -1;

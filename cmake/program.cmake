@@ -17,18 +17,38 @@ set_source_files_properties(app/dispatcher.cpp PROPERTIES
 add_executable(qve app/main.cpp)
 target_link_libraries(qve PRIVATE qve_objects)
 target_compile_options(qve PRIVATE -fno-exceptions -fno-rtti)
-# Linked as C: whatever would need the C++ runtime library fails here and not on the board.
-set_target_properties(qve PROPERTIES LINKER_LANGUAGE C)
+# Linked as C, without what CMake adds to that for C++ objects: whatever would need the C++ runtime
+# library fails here and not on the board.
+if(NOT QVE_SANITIZE) # which need that library, and code that is not optimized
+    set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+    set_target_properties(qve PROPERTIES LINKER_LANGUAGE C)
+endif()
 target_link_options(qve PRIVATE -Wl,--gc-sections)
 if(QVE_STATIC)
     target_link_options(qve PRIVATE -static -s)
 endif()
 
+# On a board the commands lie where its scripts look for them. Anywhere else they stay out of the
+# path: "xkill" is another program there, and "upgrade" must not be started by mistake.
+if(CMAKE_CROSSCOMPILING)
+    set(QVE_BINDIR bin)
+    set(QVE_SHAREDIR usr/share)
+else()
+    set(QVE_BINDIR lib/qve)
+    set(QVE_SHAREDIR share)
+endif()
+
+# qve_install_link(TARGET PATH [EXCLUDE_FROM_ALL]): PATH becomes a link to TARGET.
+function(qve_install_link target path)
+    install(CODE "file(CREATE_LINK ${target} \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${path}\" SYMBOLIC)"
+            COMPONENT program ${ARGN})
+endfunction()
+
 # The program and one link per applet. The names come from the applet table itself.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS app/applet_table.cpp)
 file(STRINGS app/applet_table.cpp rows REGEX "^    {\"[a-z0-9_]+\", ")
 list(TRANSFORM rows REPLACE "^    {\"([a-z0-9_]+)\".*" "\\1" OUTPUT_VARIABLE QVE_APPLETS)
-install(TARGETS qve RUNTIME DESTINATION bin)
+install(TARGETS qve RUNTIME DESTINATION ${QVE_BINDIR} COMPONENT program)
 foreach(applet IN LISTS QVE_APPLETS)
-    install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/${applet}\" SYMBOLIC)")
+    qve_install_link(qve ${QVE_BINDIR}/${applet})
 endforeach()

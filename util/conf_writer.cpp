@@ -21,7 +21,7 @@ bool NameEquals(std::string_view line, std::string_view key)
 {
     const size_t end = line.find_first_of(" =#");
     const bool ended = end != std::string_view::npos && line[end] != '#';
-    return line.substr(0, ended ? end : std::string_view::npos) == key;
+    return std::string_view{line.data(), ended ? end : line.size()} == key;
 }
 
 bool BeginsWith(std::string_view line, std::string_view key)

@@ -34,7 +34,7 @@ int32_t ParseLeadingInteger(const char *text)
 uint32_t ParseLeadingUnsigned(const char *text)
 {
     constexpr long long kHighest = std::numeric_limits<uint32_t>::max();
-    const std::string_view digits = std::string_view{text}.substr(std::strspn(text, " \t+-"));
+    const std::string_view digits{text + std::strspn(text, " \t+-")};
     // Newer C libraries take base 0 for binary numbers too.
     const bool is_binary = digits.starts_with("0b") || digits.starts_with("0B");
     const long long value = is_binary ? 0 : std::strtoll(text, nullptr, 0);

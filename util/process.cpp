@@ -75,7 +75,8 @@ void NameList::Read(File &file)
             line_begins && length < names_[0].size() && piece.find('\0') == std::string_view::npos;
         line_begins = piece.ends_with('\n');
         if (is_name) {
-            piece.copy(names_[count_].data(), piece.find_first_of("\r\n"));
+            const size_t end = std::min(piece.find_first_of("\r\n"), length);
+            std::copy_n(buffer.begin(), end, names_[count_].begin());
             ++count_;
         }
     }
