@@ -1,0 +1,26 @@
+################################################################################
+#
+# qve
+#
+################################################################################
+
+QVE_VERSION = 1.0.0
+QVE_SITE = $(BR2_EXTERNAL_QVE_PATH)/../..
+QVE_SITE_METHOD = local
+QVE_LICENSE = PROPRIETARY
+QVE_REDISTRIBUTE = NO
+
+QVE_CONF_OPTS = -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF -DQVE_TESTS=OFF
+HOST_QVE_CONF_OPTS = -DQVE_TESTS=OFF
+
+# The board's scripts look for the commands in /bin.
+define QVE_INSTALL_TARGET_CMDS
+	DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix /
+endef
+
+define HOST_QVE_INSTALL_CMDS
+	$(BR2_CMAKE) --install $(HOST_QVE_BUILDDIR) --prefix $(HOST_DIR) --component tools
+endef
+
+$(eval $(cmake-package))
+$(eval $(host-cmake-package))

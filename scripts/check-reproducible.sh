@@ -1,0 +1,27 @@
+#!/bin/bash
+# The same sources give the same bytes, wherever and whenever they are built: makes the board's
+# program and its package in two folders and compares. SOURCE_DATE_EPOCH stands for the time.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export SOURCE_DATE_EPOCH=1700000000
+
+build() {
+    cmake --preset arm && cmake --build --preset arm && cd build/arm && cpack
+}
+
+for place in one another/place; do
+    mkdir -p "$work/$place"
+    tar --exclude=./build --exclude=./.git --exclude=./.cache -cf - . | tar -xmf - -C "$work/$place"
+    ln -s "$PWD/.cache" "$work/$place/.cache"
+    (cd "$work/$place" && build) >"$work/log" 2>&1 || { cat "$work/log" >&2 && exit 1; }
+done
+cd "$work"
+for product in qve qve_1.0.0_armel.deb; do
+    cmp one/build/arm/$product another/place/build/arm/$product
+done
+grep -q '2023.11.14-22:13+0000' one/build/arm/qve || {
+    echo "the banner does not have the time of SOURCE_DATE_EPOCH" >&2
+    exit 1
+}
