@@ -1,7 +1,7 @@
 #!/bin/bash
-# power_cut_test.sh SECONDS...: the power fails so long after an upgrade began to write, the board
-# boots on what is in flash then, and the same upgrade is run again. A line per moment: what the cut
-# left of each region, what the board came up with, and whether the second try made it whole.
+# power_cut_test.sh REGION:SECONDS...: the power fails so long after an upgrade began with the region,
+# 1 to 3; the board boots on what is in flash then, and the same upgrade is run again. A line per
+# moment: what the cut left, what the board came up with, and whether the second try made it whole.
 . "${BASH_SOURCE%/*}/common.sh"
 
 make_package new 1 "$work/package"
@@ -32,13 +32,13 @@ state() {
     fi
 }
 
-printf '%7s  %-8s %-8s %-10s %-16s %s\n' "cut at" kernel app boots "/etc and port" "second try"
+printf '%9s  %-8s %-8s %-10s %-16s %s\n' "cut after" kernel app boots "/etc and port" "second try"
 for moment in "$@"; do
     cp "$work/factory" "$work/flash"
     status=0
-    board --put "$work/package:/tmp/flash3" --cut "write [/dev/mtd/1]:$moment" --timeout 120 \
+    board --put "$work/package:/tmp/flash3" --cut "write [/dev/mtd/${moment/:/]:}" --timeout 120 \
         --job "$work/upgrade" || status=$?
-    grep -q '^board: power cut' "$work/output" || fail "no cut at $moment s (status $status)"
+    grep -q '^board: power cut' "$work/output" || fail "no cut at $moment (status $status)"
     left=("$(state kernel)" "$(state app)")
     status=0
     board --put "$work/package:/tmp/flash3" --timeout 120 --job "$work/again" --job "$work/look" ||
@@ -53,6 +53,6 @@ for moment in "$@"; do
     case $found in
     "old 9000") [ "$finally" = "new 9000" ] || fail "settings lost: '$finally'" ;;
     esac
-    printf '%5s s  %-8s %-8s %-10s %-16s %s\n' "$moment" "${left[@]}" "${boots:-recovery}" \
+    printf '%9s  %-8s %-8s %-10s %-16s %s\n' "$moment" "${left[@]}" "${boots:-recovery}" \
         "$found" "whole, port ${finally#* }"
 done
