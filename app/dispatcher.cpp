@@ -1,5 +1,7 @@
 #include "app/dispatcher.h"
 
+#include <syslog.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -44,6 +46,8 @@ int Dispatch(int argc, char **argv)
         name = argv[0];
     }
     if (AppletHandler *handler = FindHandler(name); handler != nullptr) {
+        // Not every C library names the program in the log by itself.
+        openlog(name, 0, LOG_USER);
         // Deliberately without effect on the exit status: an applet that must fail visibly ends
         // the process itself.
         handler(argc, argv);

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "util/byte_order.h"
+#include "util/error_text.h"
 
 namespace
 {
@@ -34,7 +35,7 @@ int CARP_SendProbe(int fd, const sockaddr &address, uint16_t operation,
     };
     if (sendto(fd, &frame, sizeof frame, 0, &address, sizeof address) < 0) {
         const int error = errno; // printing may change it
-        std::perror("sendto");
+        std::fprintf(stderr, "sendto: %s\n", ErrorText(error));
         return -error;
     }
     return 0;

@@ -6,12 +6,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "flash/mtd.h"
 #include "flash/package.h"
 #include "flash/settings.h"
 #include "util/conf_reader.h"
+#include "util/error_text.h"
 #include "util/number.h"
 #include "util/shell.h"
 
@@ -62,7 +62,7 @@ int UnmountEtc()
     }
     // Deliberately the other way round than the other error lines: path first, then the name.
     std::printf("[ERROR] %s : umount [%s], errno : %d, %s\n", "/etc", kName, errno,
-                std::strerror(errno));
+                ErrorText(errno));
     return -1;
 }
 

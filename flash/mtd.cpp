@@ -10,9 +10,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <span>
 
+#include "util/error_text.h"
 #include "util/fd.h"
 #include "util/file.h"
 
@@ -58,7 +58,7 @@ constexpr Pass kComparePass{"CFlash_Confirm", O_RDONLY | O_CREAT, ComparePiece};
 
 int Fail(const Pass &pass, const char *step, const char *path)
 {
-    const char *reason = std::strerror(errno);
+    const char *reason = ErrorText(errno);
     syslog(LOG_ALERT, "[%s] %s : %s : %s", pass.operation, step, path, reason);
     std::printf("[%s] %s : %s : %s\n", pass.operation, step, path, reason);
     return -1;
@@ -88,7 +88,7 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
             return Fail(pass, "full_write", device);
         case PieceResult::kDifferent:
             // The error text is that of whatever failed last; only standard output gets this line.
-            std::printf("[%s] cmp error : %s : %s\n", pass.operation, device, std::strerror(errno));
+            std::printf("[%s] cmp error : %s : %s\n", pass.operation, device, ErrorText(errno));
             return -1;
         }
     }
@@ -123,7 +123,7 @@ void EraseBlocks(const char *device, int fd, const mtd_info_user &info)
         std::fflush(stdout); // progress printed so far reaches the terminal before the long erase
         erase_info_user block{static_cast<uint32_t>(start), info.erasesize};
         if (ioctl(fd, MEMERASE, &block) < 0) {
-            std::fprintf(stderr, "\n%s: MTD Erase failure: %s\n", device, std::strerror(errno));
+            std::fprintf(stderr, "\n%s: MTD Erase failure: %s\n", device, ErrorText(errno));
             syslog(LOG_ALERT, "    [CFlash_Erase] MTD Erase failure [%s]\n", device);
         }
     }
@@ -151,7 +151,7 @@ int CFlash_Erase(const char *device)
 
     Fd fd{open(device, O_RDWR)};
     if (!fd) {
-        std::fprintf(stderr, "%s: %s\n", device, std::strerror(errno));
+        std::fprintf(stderr, "%s: %s\n", device, ErrorText(errno));
         syslog(LOG_ALERT, "    [CFlash_Erase] open [%s]\n", device);
         return -1;
     }

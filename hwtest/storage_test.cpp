@@ -6,9 +6,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
+#include "util/error_text.h"
 #include "util/file.h"
 
 namespace
@@ -54,7 +54,7 @@ int TestStorage(const Slot &slot, int argc, char **argv)
     const bool verbose = argc > 1 && std::string_view{argv[1]} == "-v";
 
     if (mount(slot.device, slot.mount_point, "vfat", 0, nullptr) < 0 && verbose) {
-        std::printf("mount, errno : %d, %s\n", errno, std::strerror(errno));
+        std::printf("mount, errno : %d, %s\n", errno, ErrorText(errno));
     }
     // Without a medium too: the file may lie in the mount point itself.
     const bool found = FindMarker(slot.test_file, verbose);

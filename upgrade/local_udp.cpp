@@ -4,8 +4,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "util/error_text.h"
 #include "util/loopback.h"
 
 namespace
@@ -44,7 +44,7 @@ int TEV_OpenLocalUDPCSocket()
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) {
         std::printf("[TEV_OpenLocalUDPCSocket] local socket error. exit : %d, %s\n", errno,
-                    std::strerror(errno));
+                    ErrorText(errno));
         return -1;
     }
     return fd;
@@ -56,8 +56,7 @@ ssize_t TEV_SendLocalUDPData(int fd, uint16_t port, const void *buffer, size_t l
     const ssize_t sent =
         sendto(fd, buffer, length, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     if (sent == -1) {
-        std::printf("[TEV_SendLocalUDPData] : error while send message : %s\n",
-                    std::strerror(errno));
+        std::printf("[TEV_SendLocalUDPData] : error while send message : %s\n", ErrorText(errno));
     }
     return sent;
 }

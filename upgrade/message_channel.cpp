@@ -10,6 +10,7 @@
 
 #include "upgrade/local_udp.h"
 #include "util/elapsed_time.h"
+#include "util/error_text.h"
 #include "util/loopback.h"
 
 namespace
@@ -38,7 +39,7 @@ bool TrySend(int fd, const sockaddr_in &address, std::span<const uint8_t> bytes,
         usleep(1);
         return true;
     }
-    std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, std::strerror(errno));
+    std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, ErrorText(errno));
     return false;
 }
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "util/error_text.h"
 #include "util/fd.h"
 #include "util/loopback.h"
 
@@ -21,7 +21,7 @@ void Send(int fd, const uint8_t *packet, size_t size)
     const sockaddr_in address = LoopbackAddress(kSystemManagerPort);
     if (sendto(fd, packet, size, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address) ==
         -1) {
-        std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", std::strerror(errno));
+        std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", ErrorText(errno));
     }
 }
 
