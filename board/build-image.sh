@@ -6,7 +6,7 @@ set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where depmod is, also for those who are not root
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
-release=bookworm
+. "$(dirname "$here")/scripts/private-apt.sh"
 
 # What runs on the board. The program itself is put in at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc kmod sed grep tar diffutils iproute2
@@ -32,32 +32,13 @@ step() {
 
 # The image is remade when anything that goes into it changes.
 fingerprint() {
-    (cd "$here" && find build-image.sh rootfs -type f -print0 | sort -z | xargs -0 sha256sum) |
-        sha256sum | cut -d ' ' -f 1
-}
-
-# A package state of our own, so that the system's stays as it is: armhf, main only.
-apt_state() {
-    local mirror
-    # shellcheck disable=SC2016 # apt's own placeholders
-    mirror=$(apt-get indextargets --format '$(CREATED_BY) $(CODENAME) $(COMPONENT) $(REPO_URI)' |
-        awk -v r=$release '$1 == "Packages" && $2 == r && $3 == "main" { print $4; exit }')
-    [ -n "$mirror" ] || fail "no apt source for $release main on this machine"
-    mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial"
-    : >"$work/apt/status"
-    echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" \
-        >"$work/apt/sources.list"
-    apt_options=(-qq -oAPT::Architecture=armhf -oAPT::Architectures=armhf
-        -oDir::Etc::sourcelist="$work/apt/sources.list" -oDir::Etc::sourceparts=-
-        -oDir::State::lists="$work/apt/lists" -oDir::State::status="$work/apt/status"
-        -oDir::Cache="$work/apt/cache" -oAcquire::Languages=none -oAcquire::Retries=3
-        -oDebug::NoLocking=1 -oAPT::Sandbox::User=root)
+    (cd "$here" && find build-image.sh ../scripts/private-apt.sh rootfs -type f -print0 | sort -z |
+        xargs -0 sha256sum) | sha256sum | cut -d ' ' -f 1
 }
 
 download() {
     step "downloading Debian packages for armhf"
-    # Its exit status says little; what follows tells whether it worked.
-    apt-get "${apt_options[@]}" update || true
+    private_apt armhf "$work/apt" || fail "no packages"
     kernel_package=$(apt-cache "${apt_options[@]}" depends linux-image-armmp |
         sed -n 's/.*Depends: \(linux-image-6[^ ]*\)/\1/p' | head -n 1)
     [ -n "$kernel_package" ] || fail "the package lists could not be fetched"
@@ -72,7 +53,7 @@ unpack() {
     mkdir "$work/root" "$work/kernel"
     dpkg -x "$work"/apt/linux-image-*.deb "$work/kernel"
     local package
-    for package in "$work"/apt/cache/archives/*.deb; do
+    for package in "$work"/apt/archives/*.deb; do
         dpkg -x "$package" "$work/root"
     done
     rm -rf "$work"/root/usr/share "$work"/root/usr/lib/arm-linux-gnueabihf/gconv
@@ -153,7 +134,6 @@ main() {
     work=$(mktemp -d "$cache.XXXXXX")
     trap 'rm -rf "$work"' EXIT
     mkdir "$work/new"
-    apt_state
     download
     unpack
     add_modules
