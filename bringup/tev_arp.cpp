@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -121,15 +122,15 @@ int Watch(const Query &query, uint32_t timeout)
 }
 
 /// As far as it fits; what is left of `out` stays as it is, zero.
-void CopyName(std::string_view name, std::span<char> out)
+void CopyText(std::string_view text, std::span<char> out)
 {
-    std::copy_n(name.begin(), std::min(name.size(), out.size()), out.begin());
+    std::copy_n(text.begin(), std::min(text.size(), out.size()), out.begin());
 }
 
 bool ReadHardwareAddress(int fd, std::string_view interface, MacAddress &mac)
 {
     ifreq request{};
-    CopyName(interface, request.ifr_name);
+    CopyText(interface, request.ifr_name);
     if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
         return false;
     }
@@ -146,12 +147,23 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     }
     Query query{fd.get(), {}, {}, ip};
     query.interface.sa_family = AF_PACKET;
-    CopyName(interface, query.interface.sa_data);
+    CopyText(interface, query.interface.sa_data);
     if (bind(fd.get(), &query.interface, sizeof query.interface) < 0 ||
         !ReadHardwareAddress(fd.get(), interface, query.own_mac)) {
         return -1;
     }
     return Watch(query, timeout);
+}
+
+/// The address up to the first blank; 0.0.0.0 when the text is none.
+Ipv4Address ParseAddress(const char *text)
+{
+    std::array<char, 64> word{};
+    CopyText({text, std::strcspn(text, " \t\n\v\f\r")}, std::span{word}.first<63>());
+    in_addr address{};
+    // Not every C library lets a blank pass, and some leave a part of what is no address.
+    return inet_aton(word.data(), &address) != 0 ? std::bit_cast<Ipv4Address>(address)
+                                                 : Ipv4Address{};
 }
 
 } // namespace
@@ -164,8 +176,6 @@ int tev_arp(int argc, char **argv)
         std::fprintf(stderr, "Usage: %s ifname IP\n", argv[0]);
         std::exit(-1);
     }
-    in_addr address{}; // stays 0.0.0.0 when the text is no address
-    inet_aton(argv[2], &address);
-    return CheckAddress(argv[1], std::bit_cast<Ipv4Address>(address),
+    return CheckAddress(argv[1], ParseAddress(argv[2]),
                         static_cast<uint32_t>(ParseLeadingInteger(argv[3])));
 }
