@@ -25,7 +25,10 @@ if(NOT QVE_SANITIZE) # which need that library, and code that is not optimized
 endif()
 target_link_options(qve PRIVATE -Wl,--gc-sections)
 if(QVE_STATIC)
-    target_link_options(qve PRIVATE -static -s)
+    # Debian's compiler makes position-independent code unless told otherwise.
+    target_compile_options(qve_objects PRIVATE -fno-pie)
+    target_compile_options(qve PRIVATE -fno-pie)
+    target_link_options(qve PRIVATE -static -no-pie -s)
 endif()
 
 # On a board the commands lie where its scripts look for them. Anywhere else they stay out of the

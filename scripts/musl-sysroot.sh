@@ -1,0 +1,39 @@
+#!/bin/bash
+# Puts the small C library that the board's program is linked with, Debian's musl for armel, and the
+# kernel's headers into .cache/musl at the top of the project. One that is there is left alone.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+cache=$(dirname "$here")/.cache/musl
+. "$here/private-apt.sh"
+
+fail() {
+    echo "musl: $*" >&2
+    exit 1
+}
+
+compiler=arm-linux-gnueabi-g++
+command -v $compiler >/dev/null || fail "$compiler is missing; install the package g++-arm-linux-gnueabi"
+version=$($compiler -dumpversion)
+
+# Remade when what makes it changes, or the compiler, whose C++ headers are used.
+wanted=$(cat "$here"/{musl-sysroot,private-apt}.sh - <<<"$version" | sha256sum)
+[ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+
+mkdir -p "$(dirname "$cache")"
+work=$(mktemp -d "$cache.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+echo "musl: downloading Debian's musl-dev and linux-libc-dev for armel"
+private_apt armel "$work/apt" || fail "could not be fetched"
+(cd "$work/apt" && apt-get "${apt_options[@]}" download musl-dev linux-libc-dev) ||
+    fail "could not be fetched"
+for package in "$work"/apt/*.deb; do
+    dpkg -x "$package" "$work/new"
+done
+rm -rf "$work/new/usr/share"
+# The compiler's own, of which only what is in headers can be used.
+ln -s "$(realpath "$($compiler -print-file-name=../include/c++/"$version")")" "$work/new/usr/include/c++"
+echo "$wanted" >"$work/new/fingerprint"
+chmod 755 "$work/new"
+rm -rf "$cache"
+mv "$work/new" "$cache"
