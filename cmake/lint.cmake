@@ -3,8 +3,10 @@ file(GLOB tool_sources CONFIGURE_DEPENDS tools/*.cpp)
 file(GLOB headers CONFIGURE_DEPENDS
     app/*.h util/*.h flash/*.h upgrade/*.h bringup/*.h hwtest/*.h tools/*.h)
 set(sources ${program_sources} ${PROJECT_SOURCE_DIR}/app/main.cpp ${tool_sources})
-file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*.cpp tests/*.h board/*.cpp board/*.h)
-file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh board/*.sh board/rootfs/sbin/* tests/*/*.sh)
+file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*.cpp tests/*.h board/*.cpp board/*.h
+    bench/*.cpp)
+file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh board/*.sh board/rootfs/sbin/* tests/*/*.sh
+    bench/*.sh)
 
 add_custom_target(lint
     COMMAND clang-format --dry-run --Werror ${sources} ${headers} ${test_sources}
