@@ -1,6 +1,8 @@
 // arp_peer INTERFACE [FRAME...] -- COMMAND...: runs COMMAND and is the station at the other end of
 // the wire meanwhile. Prints each ARP frame that comes in, as hexadecimal digits; sends the FRAMEs
 // after the first one. Then prints how and when COMMAND ended.
+//
+// arp_peer INTERFACE FRAME --flood MILLISECONDS: sends FRAME so long without a pause.
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -12,6 +14,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <span>
 #include <string>
 #include <string_view>
@@ -51,6 +54,16 @@ void PrintNext(int wire)
     std::puts("");
 }
 
+int Flood(int wire, const std::string &frame, const char *milliseconds)
+{
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds{std::atoi(milliseconds)};
+    while (std::chrono::steady_clock::now() < end) {
+        Send(wire, frame);
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -61,9 +74,13 @@ int main(int argc, char **argv)
         answers.emplace_back(argv[next]);
     }
     const int wire = argc > 1 ? OpenWire(argv[1]) : -1;
-    if (wire < 0 || next + 1 >= argc) {
+    const bool floods = argc == 5 && std::string_view{argv[3]} == "--flood";
+    if (wire < 0 || (!floods && next + 1 >= argc)) {
         std::perror("arp_peer");
         return 2;
+    }
+    if (floods) {
+        return Flood(wire, argv[2], argv[4]);
     }
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
