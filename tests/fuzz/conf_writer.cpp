@@ -1,8 +1,8 @@
 // The configuration writer in its three forms: afterwards the file is the old one or the new one,
 // whichever call failed on the way, and the new one exactly when the result says so.
 //
-// Input: which form, which call fails ('0' for none), '1' when the scratch file is in use; the key;
-// the value; the file.
+// Input: which form, which call fails ('0' for none), '1' when the scratch file is in use, '1' when
+// only writes fail, from that one on, as on a disk that stays full; the key; the value; the file.
 #include "util/conf_writer.h"
 
 #include "tests/fuzz/fuzz.h"
@@ -66,7 +66,9 @@ void Fuzz(const std::string &input)
     if (in_use) {
         board.Write("/etc/temp.conf", "another writer's");
     }
-    board.Fail("", ENOSPC, failing_call);
+    const bool stays_full = Digit(fields[0], 3) == 1 && failing_call > 0;
+    board.Fail(stays_full ? "fwrite" : "", ENOSPC, failing_call);
+    board.faults_last = stays_full;
     const int result = board.Run(form.set, key.c_str(), value.c_str());
     const std::string after = result == 0 ? Rewritten(fields[3], form, key, value) : fields[3];
     EXPECT_EQ(board.Read(kPath), after);
