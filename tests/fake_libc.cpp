@@ -287,7 +287,9 @@ DIR *opendir(const char *path)
     }
     std::vector<dirent> &listing = g_listings[directory];
     while (const dirent *entry = REAL64(readdir)(directory)) {
-        listing.push_back(*entry);
+        dirent copy{}; // of a record that is only as long as its name needs
+        std::memcpy(&copy, entry, std::min(size_t{entry->d_reclen}, sizeof copy));
+        listing.push_back(copy);
     }
     std::ranges::sort(listing, [](const dirent &left, const dirent &right) {
         return std::strcmp(left.d_name, right.d_name) > 0;
