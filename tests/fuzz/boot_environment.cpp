@@ -8,18 +8,6 @@
 namespace
 {
 
-struct BootPartition : FakeDevice {
-    ssize_t Read(OpenFile &file, void *buffer, size_t count) override
-    {
-        const size_t at = std::min(file.position - 0x40000, environment.size());
-        const size_t taken = environment.copy(static_cast<char *>(buffer), count, at);
-        file.position += taken;
-        return static_cast<ssize_t>(taken);
-    }
-
-    std::string environment;
-};
-
 /// The value behind the key: what is kept of it, with each "%%" as one "%".
 std::string Find(const std::string &environment, const std::string &key, size_t longest)
 {
@@ -48,8 +36,9 @@ std::string Find(const std::string &environment, const std::string &key, size_t 
 
 void Fuzz(const std::string &input)
 {
-    BootPartition partition;
-    partition.environment = input;
+    FakeMtd partition;
+    partition.bytes.assign(0x40000, 0);
+    partition.bytes.insert(partition.bytes.end(), input.begin(), input.end());
     FakeBoard board;
     board.devices["/dev/mtd/0"] = &partition;
     EXPECT_EQ(board.Start({"get_boot_param", "/tmp/p"}), 0);
