@@ -97,32 +97,21 @@ constexpr std::array<BootParameter, 3> kParameters{{
 
 /// The value goes into the shell's double quotes as it is: who may write the environment may as
 /// well write the firmware.
-class WriteCommand
-{
-public:
-    WriteCommand(const BootParameter &parameter, const Value &value, const char *path)
-        : length_(std::snprintf(text_.data(), text_.size(), parameter.write, value.data(), path))
-    {
-    }
-    [[nodiscard]] bool fits() const { return static_cast<size_t>(length_) < text_.size(); }
-    [[nodiscard]] const char *text() const { return text_.data(); }
-
-private:
-    std::array<char, 1024> text_;
-    int length_;
-};
-
 void WriteParameters(const std::array<Value, kParameters.size()> &values, const char *path)
 {
-    // All or none: a cut command would write to a file of another name, and a file that lacks a
-    // line of this run could keep one of an earlier run.
+    std::array<std::array<char, 1024>, kParameters.size()> commands;
     for (size_t i = 0; i < values.size(); ++i) {
-        if (!WriteCommand{kParameters[i], values[i], path}.fits()) {
+        auto &command = commands[i];
+        const int length = std::snprintf(command.data(), command.size(), kParameters[i].write,
+                                         values[i].data(), path);
+        // All or none: a cut command would write to a file of another name, and a file that lacks
+        // a line of this run could keep one of an earlier run.
+        if (static_cast<size_t>(length) >= command.size()) {
             return;
         }
     }
-    for (size_t i = 0; i < values.size(); ++i) {
-        RunShell(WriteCommand{kParameters[i], values[i], path}.text());
+    for (const auto &command : commands) {
+        RunShell(command.data());
     }
 }
 

@@ -49,6 +49,7 @@ FakeBoard::FakeBoard() : open_before_(CountDescriptors())
         devices[device] = &mtd[device];
     }
     devices["/dev/misc/watchdog"] = &watchdog;
+    devices[FakeEthernet::kPath] = &ethernet;
 }
 
 FakeBoard::~FakeBoard()
@@ -70,6 +71,13 @@ void FakeBoard::Write(const std::string &path, const std::string &text)
 void FakeBoard::AddProcess(int id, const std::string &command_line)
 {
     Write("/proc/" + std::to_string(id) + "/cmdline", command_line);
+}
+
+void FakeBoard::AddProcesses(int first_id, const std::vector<std::string> &names)
+{
+    for (const std::string &name : names) {
+        AddProcess(first_id++, "/bin/" + name);
+    }
 }
 
 void FakeBoard::Fail(const std::string &function, int error, int nth, const std::string &path)
@@ -212,12 +220,6 @@ FakeDevice *FakeBoard::DeviceAt(const std::string &path) const
 {
     const auto device = devices.find(path);
     return device != devices.end() ? device->second : nullptr;
-}
-
-std::string FakeBoard::PathOf(int fd) const
-{
-    const auto file = open_files.find(fd);
-    return file != open_files.end() ? file->second.path : "";
 }
 
 void FakeBoard::Signal(int id, int signal_number)

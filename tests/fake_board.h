@@ -6,6 +6,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
 
 #include <climits>
 #include <condition_variable>
@@ -78,8 +81,44 @@ struct FakeWatchdog : FakeDevice {
     int timeout = 30; ///< seconds: what the driver makes of any request
 };
 
-/// The path of the device behind a packet socket, which a test makes.
-constexpr const char *kPacketSocket = "/dev/packet";
+/// What a packet socket is bound to, and the path that stands for it.
+struct FakeEthernet : FakeDevice {
+    static constexpr const char *kPath = "/dev/packet";
+    static constexpr char kAddress[] = "\2\0\0\0\0\1"; ///< the address that it tells
+
+    ssize_t Read(OpenFile &file, void *buffer, size_t count) override;
+    int Request(OpenFile &file, unsigned long request, void *argument) override;
+    short Poll(int timeout) override;
+
+    struct Arrival {
+        std::string frame;
+        short events = POLLIN; ///< as poll tells them; 0 is a time-out
+    };
+    std::deque<Arrival> arrivals;
+};
+
+/// A serial port and what is at the other end of its line.
+struct FakeSerialLine : FakeDevice {
+    using Pieces = std::deque<std::string>;
+
+    ssize_t Read(OpenFile &file, void *buffer, size_t count) override;
+    ssize_t Write(OpenFile &file, const void *buffer, size_t count) override;
+    int Request(OpenFile &file, unsigned long request, void *argument) override;
+    bool HasInput() override { return !input.empty(); }
+
+    std::function<Pieces(const std::string &frame)> answer; ///< none is a silent line
+    Pieces input;                                           ///< a read takes of the first only
+    termios settings{ICRNL, OPOST, B115200, ECHO, 0, {3}, 0, 0};
+    int modem_lines = TIOCM_DTR | TIOCM_RTS;
+    int64_t send_time = 0; ///< microseconds that a write takes
+    int busy_polls = 3;    ///< of the transmitter
+};
+
+/// What every reboot ends with.
+inline const std::string kReboot =
+    "sleep 1\nsh umount /mnt/sd/\nusleep 100\nsh umount /mnt/usb/\n"
+    "usleep 100\nsh ifconfig rausb0 down\nsh rmmod rt73\nusleep 100\n"
+    "sh /sbin/reboot\n";
 
 class FakeBoard
 {
@@ -94,15 +133,18 @@ public:
 
     void Write(const std::string &path, const std::string &text);
     void AddProcess(int id, const std::string &command_line);
+    /// Adds /bin/NAME for each, with ids in this order.
+    void AddProcesses(int first_id, const std::vector<std::string> &names);
     /// Lets the `nth` coming call of a C library function fail, on paths that contain `path`. Those
     /// on streams are "fopen", "fread", "fwrite" and "fclose"; "" is any call at all. Error 0 lets
     /// a call that moves bytes move none, and others alone.
     void Fail(const std::string &function, int error, int nth = 1, const std::string &path = "");
     bool faults_last = false; ///< what fails once fails from then on
 
-    std::map<std::string, FakeDevice *> devices; ///< by path; the flash and the watchdog are there
+    std::map<std::string, FakeDevice *> devices; ///< by path; those below are there
     std::map<std::string, FakeMtd> mtd;          ///< the flash partitions, by path
     FakeWatchdog watchdog;
+    FakeEthernet ethernet;
     std::map<std::string, std::string> new_etc; ///< the files of /etc once it is mounted anew
     bool processes_obey = true;                 ///< a signal ends a process
     int64_t clock = 1'000'000'000'000;          ///< microseconds
@@ -160,10 +202,8 @@ public:
     void Signal(int id, int signal_number);
     bool Unmount(const std::string &path); ///< unless a file on it is open
     [[noreturn]] void Leave(int result);   ///< the call that Run has made
-    /// The device behind the path or descriptor; null for anything else.
+    /// The device behind the path; null for anything else.
     [[nodiscard]] FakeDevice *DeviceAt(const std::string &path) const;
-    [[nodiscard]] FakeDevice *DeviceAt(int fd) const { return DeviceAt(PathOf(fd)); }
-    [[nodiscard]] std::string PathOf(int fd) const;
 
     // Threads run one at a time, each until it pauses: what they do has one order in every run.
     using Turn = std::pair<int64_t, int>; ///< when, and which comes first at that time

@@ -62,14 +62,25 @@ std::string MapPath(const char *path)
     return Active() != nullptr ? Active()->Map(path) : path;
 }
 
-std::string PathOf(int fd)
+/// A file that the program has open; of another descriptor, one without a path.
+OpenFile &FileAt(int fd)
 {
-    return Active() != nullptr ? Active()->PathOf(fd) : "";
+    static OpenFile other;
+    return Active() != nullptr && Active()->open_files.contains(fd) ? Active()->open_files[fd]
+                                                                    : other;
 }
 
 FakeDevice *DeviceAt(int fd)
 {
-    return Active() != nullptr ? Active()->DeviceAt(fd) : nullptr;
+    return Active() != nullptr ? Active()->DeviceAt(FileAt(fd).path) : nullptr;
+}
+
+/// The same for a descriptor that is open to read or write; EINVAL from a device that can neither.
+FakeDevice *DeviceFor(int fd, int mode)
+{
+    static FakeDevice refusal;
+    const int opened = FileAt(fd).flags & O_ACCMODE;
+    return DeviceAt(fd) == nullptr || opened == O_RDWR || opened == mode ? DeviceAt(fd) : &refusal;
 }
 
 /// Devices are there when the board has them; anything else is a file.
@@ -88,12 +99,10 @@ int OpenOnBoard(const char *function, const char *path, int flags)
 
 int RequestOf(const char *function, int fd, unsigned long request, void *argument)
 {
-    if (Fails(function, PathOf(fd))) {
-        return -1;
-    }
     FakeDevice *device = DeviceAt(fd);
-    return device != nullptr ? device->Request(Board().open_files[fd], request, argument)
-                             : (errno = ENOTTY, -1);
+    return Fails(function, FileAt(fd).path) ? -1
+           : device != nullptr              ? device->Request(FileAt(fd), request, argument)
+                                            : (errno = ENOTTY, -1);
 }
 
 // A stream on the board's files: the C library's own buffering and error handling, above reads and
@@ -176,27 +185,24 @@ int close(int fd)
     if (Active() != nullptr) {
         Active()->open_files.erase(fd);
     }
+    errno = ENOTRECOVERABLE; // as any call may leave it
     return static_cast<int>(syscall(SYS_close, fd));
 }
 
 ssize_t read(int fd, void *buffer, size_t count)
 {
-    if (Fails("read", PathOf(fd))) {
-        return FaultResult();
-    }
-    FakeDevice *device = DeviceAt(fd);
-    return device != nullptr ? device->Read(Board().open_files[fd], buffer, count)
-                             : syscall(SYS_read, fd, buffer, count);
+    FakeDevice *device = DeviceFor(fd, O_RDONLY);
+    return Fails("read", FileAt(fd).path) ? FaultResult()
+           : device != nullptr            ? device->Read(FileAt(fd), buffer, count)
+                                          : syscall(SYS_read, fd, buffer, count);
 }
 
 ssize_t write(int fd, const void *buffer, size_t count)
 {
-    if (Fails("write", PathOf(fd))) {
-        return FaultResult();
-    }
-    FakeDevice *device = DeviceAt(fd);
-    return device != nullptr ? device->Write(Board().open_files[fd], buffer, count)
-                             : syscall(SYS_write, fd, buffer, count);
+    FakeDevice *device = DeviceFor(fd, O_WRONLY);
+    return Fails("write", FileAt(fd).path) ? FaultResult()
+           : device != nullptr             ? device->Write(FileAt(fd), buffer, count)
+                                           : syscall(SYS_write, fd, buffer, count);
 }
 
 int ioctl(int fd, unsigned long request, ...) __THROW
@@ -218,8 +224,8 @@ int tcgetattr(int fd, termios *settings) __THROW
 
 int tcsetattr(int fd, int when, const termios *settings) __THROW
 {
-    termios copy = *settings;
-    return RequestOf("tcsetattr", fd, TCSETS + static_cast<unsigned>(when), &copy);
+    return RequestOf("tcsetattr", fd, TCSETS + static_cast<unsigned>(when),
+                     const_cast<termios *>(settings));
 }
 
 int tcflush(int fd, int queue) __THROW
@@ -263,7 +269,7 @@ off_t lseek(int fd, off_t offset, int origin) __THROW
     if (DeviceAt(fd) == nullptr) {
         return REAL64(lseek)(fd, offset, origin);
     }
-    Board().open_files[fd].position = static_cast<size_t>(offset); // from the beginning
+    FileAt(fd).position = static_cast<size_t>(offset); // from the beginning
     return offset;
 }
 
@@ -319,25 +325,19 @@ int closedir(DIR *directory)
     return Fails("closedir") ? -1 : result;
 }
 
-int access(const char *path, int mode) __THROW
-{
-    return Fails("access", path) ? -1 : REAL(access)(MapPath(path).c_str(), mode);
-}
-
-int fstat(int fd, struct stat *status) __THROW
-{
-    return Fails("fstat", PathOf(fd)) ? -1 : REAL64(fstat)(fd, status);
-}
-
-int rename(const char *from, const char *to) __THROW
-{
-    return Fails("rename", from) ? -1 : REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str());
-}
-
-int remove(const char *path) __THROW
-{
-    return Fails("remove", path) ? -1 : REAL(remove)(MapPath(path).c_str());
-}
+// Calls that may fail on purpose and otherwise do what they always do.
+#define FAILING(type, function, parameters, path, call)                                            \
+    type function parameters __THROW                                                               \
+    {                                                                                              \
+        return Fails(#function, path) ? -1 : call;                                                 \
+    }
+FAILING(int, access, (const char *path, int mode), path, REAL(access)(MapPath(path).c_str(), mode))
+FAILING(int, fstat, (int fd, struct stat *status), FileAt(fd).path, REAL64(fstat)(fd, status))
+FAILING(int, rename, (const char *from, const char *to), from,
+        REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str()))
+FAILING(int, remove, (const char *path), path, REAL(remove)(MapPath(path).c_str()))
+FAILING(int, pipe, (int ends[2]), "", REAL(pipe)(ends))
+FAILING(pid_t, fork, (), "", REAL(fork)())
 
 int mount(const char *source, const char *target, const char *type, unsigned long flags,
           const void *data) __THROW
@@ -406,11 +406,15 @@ void syslog(int priority, const char *format, ...)
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    std::string line = priority == LOG_ALERT ? "alert " : priority == LOG_INFO ? "info " : "other ";
-    for (const char *c = text; *c != '\0'; ++c) {
-        line += *c == '\n' ? std::string{"\\n"} : std::string{*c};
+    std::string line = text;
+    for (size_t at = 0; (at = line.find('\n', at)) != std::string::npos; at += 2) {
+        line.replace(at, 1, "\\n");
     }
-    Board().Record("syslog " + line);
+    const char *level = priority == LOG_ALERT  ? "alert "
+                        : priority == LOG_INFO ? "info "
+                                               : "other ";
+    Board().Record(std::string{"syslog "} + level + line);
+    errno = ENOTRECOVERABLE; // as any call may leave it
 }
 
 int socket(int domain, int type, int protocol) __THROW
@@ -418,7 +422,7 @@ int socket(int domain, int type, int protocol) __THROW
     if (Active() != nullptr && domain == AF_PACKET) {
         Board().Record("packet socket " + std::to_string(type) + " " +
                        std::to_string(ntohs(static_cast<uint16_t>(protocol))));
-        return OpenOnBoard("socket", kPacketSocket, O_RDWR);
+        return OpenOnBoard("socket", FakeEthernet::kPath, O_RDWR);
     }
     return Fails("socket") ? -1 : REAL(socket)(domain, type, protocol);
 }
@@ -462,17 +466,12 @@ ssize_t recvfrom(int /*fd*/, void *buffer, size_t count, int /*flags*/, sockaddr
     return static_cast<ssize_t>(std::min(count, datagram.size()));
 }
 
-int pipe(int ends[2]) __THROW
-{
-    return Fails("pipe") ? -1 : REAL(pipe)(ends);
-}
-
 int poll(pollfd *state, nfds_t count, int timeout)
 {
     if (Active() == nullptr) {
         return REAL(poll)(state, count, timeout);
     }
-    if (Fails("poll", PathOf(state->fd))) {
+    if (Fails("poll", FileAt(state->fd).path)) {
         return -1;
     }
     state->revents = DeviceAt(state->fd)->Poll(timeout);
@@ -481,13 +480,8 @@ int poll(pollfd *state, nfds_t count, int timeout)
 
 ssize_t recv(int fd, void *buffer, size_t count, int /*flags*/)
 {
-    return Fails("recv", PathOf(fd)) ? FaultResult()
-                                     : DeviceAt(fd)->Read(Board().open_files[fd], buffer, count);
-}
-
-pid_t fork() __THROW
-{
-    return Fails("fork") ? -1 : REAL(fork)();
+    return Fails("recv", FileAt(fd).path) ? FaultResult()
+                                          : DeviceAt(fd)->Read(FileAt(fd), buffer, count);
 }
 
 int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,

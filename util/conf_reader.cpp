@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string_view>
 
 #include "util/file.h"
+#include "util/text.h"
 
 namespace
 {
@@ -55,16 +55,11 @@ struct Buffers {
     std::span<char> value;
 };
 
-using KeyMatch = bool (*)(const char *found, const char *wanted);
+using KeyMatch = bool (*)(std::string_view found, std::string_view wanted);
 
-bool BeginsWith(const char *found, const char *wanted)
+bool Equals(std::string_view found, std::string_view wanted)
 {
-    return std::strncmp(found, wanted, std::strlen(wanted)) == 0;
-}
-
-bool Equals(const char *found, const char *wanted)
-{
-    return std::strcmp(found, wanted) == 0;
+    return found == wanted;
 }
 
 /// Parses one line into the key and value buffers. Returns false when it is not a key line.

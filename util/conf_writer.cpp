@@ -2,11 +2,11 @@
 
 #include <array>
 #include <cstdio>
-#include <cstring>
 #include <span>
 #include <string_view>
 
 #include "util/file.h"
+#include "util/text.h"
 
 namespace
 {
@@ -22,11 +22,6 @@ bool NameEquals(std::string_view line, std::string_view key)
     const size_t end = line.find_first_of(" =#");
     const bool ended = end != std::string_view::npos && line[end] != '#';
     return std::string_view{line.data(), ended ? end : line.size()} == key;
-}
-
-bool BeginsWith(std::string_view line, std::string_view key)
-{
-    return line.starts_with(key);
 }
 
 struct Job {

@@ -17,6 +17,7 @@
 #include "util/file.h"
 #include "util/number.h"
 #include "util/process_list.h"
+#include "util/text.h"
 
 namespace
 {
@@ -25,11 +26,6 @@ namespace
 constexpr int kFirstSignalledId = 20;
 /// Deliberately one more than the above: id 20 can be signalled but is never found.
 constexpr int kFirstFoundId = 21;
-
-bool BeginsWith(const char *command_line, const char *name)
-{
-    return std::strncmp(command_line, name, std::strlen(name)) == 0;
-}
 
 /// Calls `visit` with the id and command line of every process that may be signalled.
 template<typename Visit>

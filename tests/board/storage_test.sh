@@ -29,15 +29,13 @@ try test_sdcard -v
 try test_usb
 try test_usb -v
 put 'no\ntest devic\n' && try test_sdcard
-put '%0255dtest device\n' 7 && try test_sdcard # the beginning of a second piece
-put '%0256dtest device\n' 7 && try test_sdcard
 put && try test_sdcard -v
 exit 0
 END
 board --sd "$work/sd" --usb "$work/usb" --job "$work/job" || fail "status $?"
 has "# test_sdcard" "successful" "# test_sdcard -v" "READ : " "hello" "test device 01" "successful" \
     "# test_usb" "successful" "# test_usb -v" "READ : " "test devices" "successful" \
-    "# test_sdcard" "failed" "# test_sdcard" "successful" "# test_sdcard" "failed" \
+    "# test_sdcard" "failed" \
     "# test_sdcard -v" "can't find file [/mnt/sd/test.txt]" "failed"
 has_not "still mounted"
 has_not "errno"

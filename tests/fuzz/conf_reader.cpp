@@ -66,16 +66,6 @@ std::string LookUp(const std::string &file, const std::string &key, char separat
     return value;
 }
 
-/// A destination that holds "-", of this size and not a byte more.
-std::vector<char> NewBuffer(size_t size)
-{
-    std::vector<char> buffer(size);
-    if (size > 0) {
-        buffer[0] = '-';
-    }
-    return buffer;
-}
-
 } // namespace
 
 void Fuzz(const std::string &input)
@@ -94,7 +84,7 @@ void Fuzz(const std::string &input)
     FakeBoard board;
     board.Write("/etc/a.conf", file);
     const auto look_up = [&](auto function, char with, Form form, auto... more) {
-        std::vector<char> destination = NewBuffer(size);
+        std::vector<char> destination(size);
         const std::span<char> span{destination};
         EXPECT_EQ(board.Run(function, "/etc/a.conf", key.c_str(), span, more...), 0);
         expect(LookUp(file, key, with, form), destination);
@@ -103,7 +93,7 @@ void Fuzz(const std::string &input)
     look_up(CUTIL_GetConfValueExact, '=', {2047, 1023, 2047, true});
     look_up(CUTIL_GetConfValueSep, separator, {255, 63, 191, false}, separator);
 
-    std::vector<char> token = NewBuffer(size);
+    std::vector<char> token(size, '-');
     const std::string text = file.c_str();
     const char *stop = CUTIL_ParseConfLineSep(separator, token, text.c_str());
     const Parsed parsed = Parse(text, separator);
@@ -111,5 +101,9 @@ void Fuzz(const std::string &input)
     if (stop != nullptr) {
         EXPECT_EQ(stop, parsed.rest);
     }
-    expect(parsed.what == Parsed::kToken ? parsed.token : "-", token);
+    if (parsed.what == Parsed::kToken) {
+        expect(parsed.token, token);
+    } else {
+        EXPECT_EQ(token, std::vector<char>(size, '-'));
+    }
 }

@@ -52,6 +52,8 @@ TEST(GetBootParam, FindsItsKeysInTheEnvironment)
         {std::string(512 - 17, '.') + "product_code=abcd\0"s, Shown(default_mac, "", "", false)},
         {"product_code=" + std::string(400, 'p') + "\0"s,
          Shown(default_mac, "", std::string(255, 'p'), false)},
+        {"product_code=" + std::string(400, '%') + "\0"s,
+         Shown(default_mac, "", std::string(128, '%'), false)},
     };
     for (const auto &[environment, shown] : cases) {
         FakeBoard board;

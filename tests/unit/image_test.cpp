@@ -4,6 +4,7 @@
 #include "flash/uimage.h"
 #include "tests/fake_board.h"
 #include "tests/unit/package_builder.h"
+#include "util/file.h"
 
 using Image = BoardTest;
 
@@ -13,17 +14,6 @@ namespace
 uint32_t Crc32(uint32_t start, const std::string &bytes)
 {
     return CFlash_Crc32(start, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
-}
-
-/// The CRC of part of a file, and where reading ended.
-std::pair<uint32_t, long> StreamCrc(const char *path, long offset, int64_t length)
-{
-    std::FILE *file = fopen(path, "r");
-    std::fseek(file, offset, SEEK_SET);
-    const uint32_t crc = CFlash_Crc32Stream(0, file, length);
-    const long end = std::ftell(file);
-    std::fclose(file);
-    return {crc, end};
 }
 
 std::string With(size_t offset, const std::string &bytes)
@@ -53,13 +43,15 @@ TEST_F(Image, Crc32OfAStreamEndsWithIt)
         {5, 0, 0, 5},
         {5, -1, 0, 5},
     };
-    for (const auto &[offset, length, crc, end] : cases) {
-        std::pair<uint32_t, long> result;
-        board.Run([&, from = offset, size = length] {
-            result = StreamCrc("/tmp/a", from, size);
+    for (const auto &row : cases) {
+        board.Run([&row] {
+            const auto &[offset, length, crc, end] = row;
+            const File stream{"/tmp/a", "r"};
+            std::fseek(stream.get(), offset, SEEK_SET);
+            EXPECT_EQ(CFlash_Crc32Stream(0, stream.get(), length), crc) << offset << " " << length;
+            EXPECT_EQ(std::ftell(stream.get()), end);
             return 0;
         });
-        EXPECT_EQ(result, std::pair(crc, end)) << offset << " " << length;
     }
 }
 

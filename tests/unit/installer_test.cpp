@@ -65,6 +65,10 @@ sh /bin/cp -dpR /tmp/wireless.conf /etc/network/wireless.conf
 sh /bin/cp -dpR /tmp/system.conf /etc/system.conf
 sh /bin/cp -dpR /tmp/serverinfo.conf /etc/serverinfo.conf
 sh /bin/cp -dpR /tmp/cam_model.conf /etc/cam_model.conf
+out [CUTIL_SetConfValue] we can't open the file : /etc/tcp_server.conf
+out [CUTIL_SetConfValue] we can't open the file : /etc/stream.conf x3
+out [CUTIL_SetConfValue] we can't open the file : /etc/videodecoder.conf
+out [CUTIL_SetConfValue] we can't open the file : /etc/lighttpd/lighttpd.conf
 )";
 
 /// Whether the partition begins with the text and is erased behind it.
@@ -75,93 +79,60 @@ bool Holds(const FakeMtd &flash, const std::string &text)
 
 } // namespace
 
-TEST_F(Installer, InstallsAndCarriesTheSettingsAcross)
+TEST_F(Installer, InstallsIntoANewEtcWithoutAnyFile)
 {
-    const char *const kFiles[] = {"/etc/network/network.conf", "/etc/network/wireless.conf",
-                                  "/etc/system.conf", "/etc/serverinfo.conf",
-                                  "/etc/cam_model.conf"};
-    for (const char *path : kFiles) {
-        board.Write(path, "old "s + path);
-        board.new_etc[path] = "new";
-    }
-    const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
-        // the old file, the new one, what becomes of it
-        {"/etc/tcp_server.conf", "server_port=7001\n", "server_port=1\n", "server_port=7001\n"},
-        {"/etc/stream.conf", "stream_3_port=74\nstream_1_port=72\nstream_2_port=73\n",
-         "stream_1_port=1\nother=2\n",
-         "stream_1_port=72\nother=2\nstream_2_port=73\nstream_3_port=74\n"},
-        {"/etc/videodecoder.conf", "[video]\nvideo_type=2\n", "", "video_type=2\n"},
-        {"/etc/lighttpd/lighttpd.conf", "server.port = 8080\n", "server.port = 80\n",
-         "server.port=8080\n"},
-        {"/etc/web.conf", "port=8081\n", "port=80\n", "port=80\n"},
-    };
-    for (const auto &[path, before, shipped, after] : cases) {
-        board.Write(path, before);
-        board.new_etc[path] = shipped;
-    }
     const PackageBuilder package;
-    EXPECT_EQ(Install(board, package.Build()), 0);
-    EXPECT_EQ(board.transcript(),
-              kVersionChecked + kSaving + kUnmounting + kWritingAndMounting + kRestoring);
-    EXPECT_TRUE(Holds(board.mtd["/dev/mtd/1"], package.kernel));
-    EXPECT_TRUE(Holds(board.mtd["/dev/mtd/2"], package.second));
-    EXPECT_TRUE(Holds(board.mtd["/dev/mtd/3"], package.etc));
-    for (const char *path : kFiles) {
-        EXPECT_EQ(board.Read(path), "old "s + path);
-    }
-    for (const auto &[path, before, shipped, after] : cases) {
-        EXPECT_EQ(board.Read(path), after) << path;
+    for (const bool carries : {true, false}) {
+        FakeBoard other;
+        EXPECT_EQ(Install(other, package.Build(), carries ? 0 : UPGRADE_FLAG_FACTORY_DEFAULT), 0);
+        EXPECT_EQ(other.transcript(), kVersionChecked + (carries ? kSaving : "") + kUnmounting +
+                                          kWritingAndMounting + (carries ? kRestoring : ""));
+        EXPECT_TRUE(Holds(other.mtd["/dev/mtd/1"], package.kernel));
+        EXPECT_TRUE(Holds(other.mtd["/dev/mtd/2"], package.second));
+        EXPECT_TRUE(Holds(other.mtd["/dev/mtd/3"], package.etc));
     }
 }
 
-TEST_F(Installer, CarriesNothingToAFactoryDefault)
+TEST_F(Installer, CarriesTheSettingsAcrossOrNot)
 {
-    board.Write("/etc/system.conf", "old");
-    board.Write("/etc/tcp_server.conf", "server_port=7001\n");
-    board.new_etc = {{"/etc/system.conf", "new"}, {"/etc/tcp_server.conf", "server_port=1\n"}};
-    EXPECT_EQ(Install(board, PackageBuilder{}.Build(), UPGRADE_FLAG_FACTORY_DEFAULT), 0);
-    EXPECT_EQ(board.transcript(), kVersionChecked + kUnmounting + kWritingAndMounting);
-    EXPECT_EQ(board.Read("/etc/system.conf") + board.Read("/etc/tcp_server.conf"),
-              "newserver_port=1\n");
-    EXPECT_EQ(board.Read("/tmp/system.conf"), "(none)");
-}
-
-TEST_F(Installer, WritesDefaultsForFilesThatTheOldEtcLacks)
-{
-    board.new_etc = {{"/etc/tcp_server.conf", ""},
-                     {"/etc/stream.conf", ""},
-                     {"/etc/videodecoder.conf", ""},
-                     {"/etc/lighttpd/lighttpd.conf", ""}};
-    EXPECT_EQ(Install(board, PackageBuilder{}.Build()), 0);
-    EXPECT_EQ(board.Read("/etc/tcp_server.conf"), "server_port=1852\n");
-    EXPECT_EQ(board.Read("/etc/stream.conf"),
-              "stream_1_port=1852\nstream_2_port=1853\nstream_3_port=1854\n");
-    EXPECT_EQ(board.Read("/etc/videodecoder.conf"), "video_type=0\n");
-    EXPECT_EQ(board.Read("/etc/lighttpd/lighttpd.conf"), "server.port=80\n");
-}
-
-TEST_F(Installer, KeepsThePortOfTheWebServerThatIsThere)
-{
-    board.Write("/bin/lighttpd", "");
-    board.Write("/bin/webs", "");
-    board.Write("/etc/lighttpd/lighttpd.conf", "server.port=8080\n");
-    board.Write("/etc/web.conf", "port=8081\n");
-    board.Write("/etc/tcp_server.conf", "other=5\nlast=77\n"); // without its key: the last value
-    board.new_etc = {{"/etc/tcp_server.conf", ""}, {"/etc/web.conf", "port=80\n"}};
-    EXPECT_EQ(Install(board, PackageBuilder{}.Build()), 0);
-    EXPECT_EQ(board.Read("/etc/web.conf"), "port=8081\n");
-    EXPECT_EQ(board.Read("/etc/tcp_server.conf"), "server_port=77\n");
-}
-
-TEST_F(Installer, WritesTheWebPortLast)
-{
-    EXPECT_EQ(Install(board, PackageBuilder{}.Build()), 0); // into a new /etc without any file
-    EXPECT_EQ(board.transcript({"out"}), R"(
-out [CUTIL_SetConfValue] we can't open the file : /etc/tcp_server.conf
-out [CUTIL_SetConfValue] we can't open the file : /etc/stream.conf x3
-out [CUTIL_SetConfValue] we can't open the file : /etc/videodecoder.conf
-out [CUTIL_SetConfValue] we can't open the file : /etc/lighttpd/lighttpd.conf
-)");
+    // A program that is there; a file of the old /etc, the same of the new one, and in the end.
+    const std::tuple<const char *, const char *, const char *, const char *, const char *> cases[] =
+        {
+            {"", "/etc/network/network.conf", "old", "new", "old"},
+            {"", "/etc/network/wireless.conf", "old", "new", "old"},
+            {"", "/etc/system.conf", "old", "new", "old"},
+            {"", "/etc/serverinfo.conf", "old", "new", "old"},
+            {"", "/etc/cam_model.conf", "old", "new", "old"},
+            {"", "/etc/tcp_server.conf", "server_port=7\n", "server_port=1\n", "server_port=7\n"},
+            {"", "/etc/tcp_server.conf", "", "", "server_port=1852\n"}, // defaults without a file
+            {"", "/etc/tcp_server.conf", "other=5\nlast=77\n", "", "server_port=77\n"},
+            {"", "/etc/stream.conf", "stream_3_port=74\nstream_1_port=72\nstream_2_port=73\n",
+             "stream_1_port=1\nother=2\n",
+             "stream_1_port=72\nother=2\nstream_2_port=73\nstream_3_port=74\n"},
+            {"", "/etc/stream.conf", "", "",
+             "stream_1_port=1852\nstream_2_port=1853\nstream_3_port=1854\n"},
+            {"", "/etc/videodecoder.conf", "[video]\nvideo_type=2\n", "", "video_type=2\n"},
+            {"", "/etc/videodecoder.conf", "", "", "video_type=0\n"},
+            {"", "/etc/lighttpd/lighttpd.conf", "server.port = 81\n", "", "server.port=81\n"},
+            {"", "/etc/lighttpd/lighttpd.conf", "", "", "server.port=80\n"},
+            // The port of the web server that is there, lighttpd by default.
+            {"", "/etc/web.conf", "port=81\n", "port=80\n", "port=80\n"},
+            {"/bin/webs", "/etc/web.conf", "port=81\n", "port=80\n", "port=81\n"},
+            {"/bin/webs", "/etc/lighttpd/lighttpd.conf", "server.port=81\n", "new", "new"},
+        };
+    for (const auto &[program, path, before, shipped, after] : cases) {
+        for (const uint32_t flags : {0U, UPGRADE_FLAG_FACTORY_DEFAULT + 0U}) {
+            FakeBoard other;
+            for (const auto &[file, text] : {std::pair{program, "program"}, {path, before}}) {
+                if (*file != '\0' && *text != '\0') {
+                    other.Write(file, text);
+                }
+            }
+            other.new_etc[path] = shipped;
+            EXPECT_EQ(Install(other, PackageBuilder{}.Build(), flags), 0);
+            EXPECT_EQ(other.Read(path), flags == 0 ? after : shipped) << path;
+        }
+    }
 }
 
 TEST_F(Installer, InstallsTheLongHeaderAndAnyThirdRegion)
@@ -243,6 +214,9 @@ TEST_F(Installer, StopsAtACheckThatFails)
              package[4] = 2;
          },
          versions("2 vs 2", true)},
+        {"a file of /etc in use", [](auto &b, auto &) { b.Fail("umount", EIO); },
+         kVersionChecked + kSaving + ReleasingEtc() +
+             "out [ERROR] /etc : umount [CFlash_TEVWrite], errno : 5, Input/output error\n"},
         {"one byte longer", [](auto &, auto &package) { package += "x"; },
          unmounted + "syslog alert Firmware image size : 1111 vs 1112\\n\n" +
              "out [ERROR] CFlash_TEVWrite : Firmware image size : 1111 vs 1112\n"},
@@ -255,13 +229,10 @@ TEST_F(Installer, StopsAtACheckThatFails)
     };
     for (const auto &[name, spoil, transcript] : cases) {
         FakeBoard other;
-        other.Write("/etc/system.conf", "old");
         std::string package = PackageBuilder{}.Build();
         spoil(other, package);
         EXPECT_EQ(Install(other, package), -1) << name;
         EXPECT_EQ(other.transcript(), transcript) << name;
-        const bool saved = transcript.find("cp -dpR") != std::string::npos;
-        EXPECT_EQ(other.Read("/tmp/system.conf"), saved ? "old" : "(none)") << name;
     }
 }
 

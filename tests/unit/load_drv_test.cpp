@@ -1,4 +1,3 @@
-#include "bringup/model.h"
 #include "tests/fake_board.h"
 
 namespace
@@ -53,7 +52,7 @@ TEST(LoadDrv, RunsThePlanOfTheModel)
         {"VM53", "reg 9910 tlv ise usb"},
     };
     const std::string others = "reg 9910 tlv ise";
-    std::vector<std::string> models{"", "vm42", "VM3", "VM380", "VM99", "VM10 VM10"};
+    std::vector<std::string> models{"", "vm42", "VM3", "VM380", "VM370", "VM99", "VM10 VM10"};
     for (int i = 1; i <= 54; ++i) {
         models.push_back((i < 10 ? "VM0" : "VM") + std::to_string(i));
     }
@@ -68,12 +67,4 @@ TEST(LoadDrv, RunsThePlanOfTheModel)
     FakeBoard board; // without the file
     board.Start({"load_drv"});
     EXPECT_EQ(board.transcript(), Commands(others));
-}
-
-TEST(Model, HasAFamilyAndChannels)
-{
-    EXPECT_EQ(CMODEL_GetPlatform("VM37"), 2);
-    EXPECT_EQ(CMODEL_GetChannelCount("VM37"), 4);
-    EXPECT_EQ(CMODEL_GetPlatform("VM370"), 0);
-    EXPECT_EQ(CMODEL_GetChannelCount(""), 1);
 }

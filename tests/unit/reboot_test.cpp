@@ -15,17 +15,6 @@ int RebootFixedList()
     CUTIL_RebootFixedList();
 }
 
-const std::string kLettingGo = R"(sleep 1
-sh umount /mnt/sd/
-usleep 100
-sh umount /mnt/usb/
-usleep 100
-sh ifconfig rausb0 down
-sh rmmod rt73
-usleep 100
-sh /sbin/reboot
-)";
-
 } // namespace
 
 TEST(Reboot, KillsTerminatesAndLetsGo)
@@ -43,16 +32,13 @@ kill 31 9
 syslog info [CUTIL_KillProcAll]\n
 syslog info [CUTIL_KillProcAll] - kill[/bin/bar], 30\n
 kill 30 15
-)" + kLettingGo);
+)" + kReboot);
 }
 
 TEST(Reboot, KillsAFixedSetAndNeedsNoList)
 {
     FakeBoard board;
-    int id = 30;
-    for (const char *name : {"sh", "TEVNetManager", "snmpd", "islmanager", "dhcpd", "other"}) {
-        board.AddProcess(id++, std::string{"/bin/"} + name);
-    }
+    board.AddProcesses(30, {"sh", "TEVNetManager", "snmpd", "islmanager", "dhcpd", "other"});
     EXPECT_EQ(board.Run(RebootFixedList), FakeBoard::kRebooted);
     EXPECT_EQ(board.transcript(), R"(
 kill 34 9
@@ -62,5 +48,5 @@ kill 31 9
 kill 30 9
 syslog info [CUTIL_KillProcAll]\n
 syslog info [CUTIL_KillProcAll] - list open err[/etc/termList]\n
-)" + kLettingGo);
+)" + kReboot);
 }

@@ -1,11 +1,5 @@
 // The serial ports: loopback tests, camera board.
 #include <fcntl.h>
-#include <linux/serial.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-
-#include <cstring>
-#include <functional>
 
 #include "hwtest/camera_board.h"
 #include "hwtest/serial_loopback.h"
@@ -15,97 +9,26 @@
 namespace
 {
 
-using Pieces = std::deque<std::string>;
-
-/// A port and what is at the other end of its line.
-struct SerialLine : FakeDevice {
-    bool HasInput() override { return !input.empty(); }
-
-    ssize_t Read(OpenFile & /*file*/, void *buffer, size_t count) override
-    {
-        const size_t taken = input.front().copy(static_cast<char *>(buffer), count);
-        FakeBoard::Active()->Record("read " + std::to_string(count) + ":", taken);
-        if (input.front().erase(0, taken).empty()) {
-            input.pop_front();
-        }
-        return static_cast<ssize_t>(taken);
-    }
-
-    ssize_t Write(OpenFile &file, const void *buffer, size_t count) override
-    {
-        EXPECT_EQ(file.flags, O_RDWR | O_NOCTTY | O_NONBLOCK);
-        const std::string frame{static_cast<const char *>(buffer), count};
-        FakeBoard::Active()->Record("write " + Hex(frame));
-        FakeBoard::Active()->clock += send_time;
-        std::ranges::copy(answer ? answer(frame) : Pieces{}, std::back_inserter(input));
-        return static_cast<ssize_t>(count);
-    }
-
-    int Request(OpenFile & /*file*/, unsigned long request, void *argument) override
-    {
-        auto *value = static_cast<int *>(argument);
-        std::string line = "drain";
-        if (request == TCGETS) {
-            std::memcpy(argument, &settings, sizeof settings);
-            line = "get" + SettingsText();
-        } else if (request == TCSETS) {
-            std::memcpy(&settings, argument, sizeof settings);
-            line = "set" + SettingsText();
-        } else if (request == TCFLSH) {
-            input.clear();
-            line = "flush " + std::to_string(*value);
-        } else if (request == TIOCMGET) {
-            *value = modem_lines;
-            line = "get modem lines";
-        } else if (request == TIOCMSET) {
-            modem_lines = *value;
-            line = "set modem lines " + std::to_string(*value);
-        } else if (request == TIOCSERGETLSR) {
-            *value = --busy_polls > 0 ? 0 : TIOCSER_TEMT;
-            line = "get line status";
-        }
-        FakeBoard::Active()->Record(line);
-        return 0;
-    }
-
-    /// Every byte of the record that is not zero, behind its offset. The modes for input, output,
-    /// control and local matters are at 0, 4, 8 and 12, VTIME and VMIN at 22 and 23.
-    [[nodiscard]] std::string SettingsText() const
-    {
-        std::string text;
-        for (size_t i = 0; i < sizeof settings; ++i) {
-            const std::string byte{reinterpret_cast<const char *>(&settings)[i]};
-            text += byte[0] != 0 ? " " + std::to_string(i) + ":" + Hex(byte) : "";
-        }
-        return text;
-    }
-
-    std::function<Pieces(const std::string &frame)> answer; ///< none is a silent line
-    Pieces input;                                           ///< a read takes of the first only
-    termios settings{ICRNL, OPOST, B115200, ECHO, 0, {3}, 0, 0};
-    int modem_lines = TIOCM_DTR | TIOCM_RTS;
-    int64_t send_time = 0; ///< microseconds that a write takes
-    int busy_polls = 3;    ///< of the transmitter
-};
+using Pieces = FakeSerialLine::Pieces;
 
 class Serial : public BoardTest
 {
 protected:
     Serial() { board.devices["/dev/ttyAMA1"] = board.devices["/dev/ttyAMA2"] = &line; }
 
-    SerialLine line;
+    FakeSerialLine line;
 };
+
+const std::string kOpening = "get 1:01 4:01 8:02 9:10 12:08 17:03\nflush 0\n"
+                             "set 0:04 8:bd 9:08 23:01\n";
+const std::string kClosing = "set 1:01 4:01 8:02 9:10 12:08 17:03\n";
 
 } // namespace
 
 TEST_F(Serial, Rs485DrivesRtsAndWaitsForItsFrame)
 {
     EXPECT_EQ(board.Start({"test_rs485", "-v"}), 0);
-    EXPECT_EQ(board.transcript(), R"(
-get 1:01 4:01 8:02 9:10 12:08 17:03
-flush 0
-set 0:04 8:bd 9:08 23:01
-get modem lines
+    EXPECT_EQ(board.transcript(), "\n" + kOpening + R"(get modem lines
 set modem lines 2
 get modem lines
 set modem lines 6
@@ -114,9 +37,7 @@ get line status x3
 out PATTERN [0xA5] => \c
 select 1 x300
 out RECV [       0]:  : failed
-set 1:01 4:01 8:02 9:10 12:08 17:03
-out failed
-)");
+)" + kClosing + "out failed\n");
 }
 
 TEST_F(Serial, Rs232DrainsItsFrame)
@@ -130,12 +51,7 @@ TEST_F(Serial, Rs232DrainsItsFrame)
     board.Fail("read", 0, 2);
     board.Fail("select", EINTR, 2);
     EXPECT_EQ(board.Start({"test_rs232", "-v"}), 0);
-    EXPECT_EQ(board.transcript(), R"(
-out
-get 1:01 4:01 8:02 9:10 12:08 17:03
-flush 0
-set 0:04 8:bd 9:08 23:01
-write a5 a5 a5 a5 a5 a5 a5 a5 a5 a5
+    EXPECT_EQ(board.transcript(), "\nout\n" + kOpening + R"(write a5 a5 a5 a5 a5 a5 a5 a5 a5 a5
 drain
 out PATTERN [0xA5] => \c
 select 1 x4
@@ -148,9 +64,7 @@ drain
 out PATTERN [0x5A] => \c
 select 1 x200
 out RECV [       0]:  : failed
-set 1:01 4:01 8:02 9:10 12:08 17:03
-out failed
-)");
+)" + kClosing + "out failed\n");
 }
 
 TEST_F(Serial, PassesTenCyclesOfFourPatterns)
@@ -231,12 +145,7 @@ TEST_F(Serial, AsksTheCameraBoard)
     };
     EXPECT_EQ(board.Start({"get_cb_cam_info", "-v"}), 0);
     // The second reply is too short, the third does not come: the first one shows through.
-    EXPECT_EQ(board.transcript(), R"(
-out
-get 1:01 4:01 8:02 9:10 12:08 17:03
-flush 0
-set 0:04 8:bd 9:08 23:01
-write ff e0 01 00 00 00 00 00 00 e0
+    EXPECT_EQ(board.transcript(), "\nout\n" + kOpening + R"(write ff e0 01 00 00 00 00 00 00 e0
 drain
 select 1
 read 256: 10 bytes
@@ -254,8 +163,7 @@ out RECV [       0]:
 out VERSION=46
 out MODEL=2M Sony
 out RESOLUTION=720p
-set 1:01 4:01 8:02 9:10 12:08 17:03
-)");
+)" + kClosing);
 }
 
 TEST_F(Serial, KnowsTheSensorsOfTheCameraBoard)
@@ -281,15 +189,12 @@ TEST_F(Serial, KnowsTheSensorsOfTheCameraBoard)
                         "\nout RESOLUTION=" + (flag == 0 ? resolution : other_resolution) + "\n";
         }
     }
-    EXPECT_EQ(board.transcript({"out"}), expected);
-}
-
-TEST_F(Serial, DoesWithoutACameraBoard)
-{
+    line.answer = nullptr; // no camera board: three times 3 seconds
+    const int64_t start = board.clock;
     board.Start({"get_cb_cam_info"});
-    EXPECT_EQ(board.transcript({"out", "select"}),
-              "\nout\nselect 1 x300\nselect 1 x300\nselect 1 x300\n"
-              "out VERSION=00\nout MODEL=Unknown 00\nout RESOLUTION=\n");
+    EXPECT_EQ(board.clock - start, 9'000'000);
+    EXPECT_EQ(board.transcript({"out"}),
+              expected + "out\nout VERSION=00\nout MODEL=Unknown 00\nout RESOLUTION=\n");
 }
 
 TEST_F(Serial, SendsAndReadsForTheCamera)

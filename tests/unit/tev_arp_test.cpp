@@ -1,9 +1,3 @@
-#include <net/if.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-
-#include <cstring>
-
 #include "bringup/arp_probe.h"
 #include "tests/fake_board.h"
 
@@ -31,49 +25,9 @@ std::string Frame(const std::string &operation, const std::string &sender_mac,
 const std::string kRequest = "\0\x01"s, kReply = "\0\x02"s;
 const std::string kConflict = Frame(kReply, kOtherMac, kWanted, kOwnMac, kNoIp);
 
-/// An interface, at which frames and other events wait to be polled.
-struct FakeEthernet : FakeDevice {
-    struct Arrival {
-        std::string frame;
-        short events = POLLIN;
-    };
-
-    int Request(OpenFile & /*file*/, unsigned long request, void *argument) override
-    {
-        auto *interface = static_cast<ifreq *>(argument);
-        const std::string name{interface->ifr_name, strnlen(interface->ifr_name, IFNAMSIZ)};
-        FakeBoard::Active()->Record("request " + std::to_string(request) + " " + name);
-        std::memcpy(interface->ifr_hwaddr.sa_data, kOwnMac.data(), kOwnMac.size());
-        return 0;
-    }
-    short Poll(int timeout) override
-    {
-        if (arrivals.empty()) {
-            FakeBoard::Active()->clock += int64_t{timeout} * 1000;
-            return 0;
-        }
-        const short events = arrivals.front().events;
-        if ((events & POLLIN) == 0) {
-            arrivals.pop_front();
-        }
-        return events;
-    }
-    ssize_t Read(OpenFile & /*file*/, void *buffer, size_t count) override
-    {
-        const std::string frame = arrivals.front().frame;
-        arrivals.pop_front();
-        std::memcpy(buffer, frame.data(), std::min(count, frame.size()));
-        return static_cast<ssize_t>(std::min(count, frame.size()));
-    }
-
-    std::deque<Arrival> arrivals;
-};
-
 class TevArp : public BoardTest
 {
 protected:
-    TevArp() { board.devices[kPacketSocket] = &ethernet; }
-
     int Check(const std::string &timeout, const std::string &interface = "eth0",
               const std::string &address = "192.0.2.9")
     {
@@ -81,11 +35,9 @@ protected:
     }
     int Hear(std::deque<FakeEthernet::Arrival> arrivals)
     {
-        ethernet.arrivals = std::move(arrivals);
+        board.ethernet.arrivals = std::move(arrivals);
         return Check("0");
     }
-
-    FakeEthernet ethernet;
 };
 
 } // namespace
@@ -234,6 +186,6 @@ TEST_F(TevArp, NeedsThreeArguments)
         EXPECT_EQ(other.transcript(), "\nerr tev_arp: bad option\nerr Usage: tev_arp ifname IP\n");
     }
     // A conflict is no matter of the exit status.
-    ethernet.arrivals = {{kConflict}};
+    board.ethernet.arrivals = {{kConflict}};
     EXPECT_EQ(board.Start({"tev_arp", "eth0", "192.0.2.9", "1000"}), 0);
 }

@@ -9,34 +9,21 @@ class Upgrade : public BoardTest
 protected:
     Upgrade()
     {
-        int id = 30;
         board.processes_obey = false; // so as to be seen each time
-        for (const char *name :
-             {"confd", "webs", "lighttpd", "AVServer", "ucftpd", "encpd", "onvif_discovery",
-              "onvif_server", "genetec_discovery", "RTSPServer", "other"}) {
-            board.AddProcess(id++, std::string{"/bin/"} + name);
-        }
+        board.AddProcesses(30, {"confd", "webs", "lighttpd", "AVServer", "ucftpd", "encpd",
+                                "onvif_discovery", "onvif_server", "genetec_discovery",
+                                "RTSPServer", "other"});
     }
 };
 
-const std::string kStarting = R"(
-syslog info Upgrade Daemon v1.0.0.1(2012.09.25-00:50+0000) start
-)";
+const std::string kStarting =
+    "\nsyslog info Upgrade Daemon v1.0.0.1(2012.09.25-00:50+0000) start\n";
 
 const std::string kRebooting = R"(syslog info [CUTIL_KillProcAll]\n
 syslog info [CUTIL_KillProcAll] - list open err[/etc/killList]\n
 syslog info [CUTIL_KillProcAll]\n
 syslog info [CUTIL_KillProcAll] - list open err[/etc/termList]\n
-sleep 1
-sh umount /mnt/sd/
-usleep 100
-sh umount /mnt/usb/
-usleep 100
-sh ifconfig rausb0 down
-sh rmmod rt73
-usleep 100
-sh /sbin/reboot
-)";
+)" + kReboot;
 
 } // namespace
 
@@ -82,24 +69,11 @@ TEST_F(Upgrade, StopsTheServicesItselfWithoutXkill)
     EXPECT_EQ(
         board.transcript(),
         kStarting +
-            R"(out [TEV_OpenLocalUDPCSocket] local socket error. exit : 24, Too many open files
-kill 30 15
-kill 31 15
-kill 32 15
-kill 33 15
-kill 34 15
-kill 35 15
-kill 36 15
-kill 37 15
-kill 38 15
-kill 39 15
-kill 30 9
-kill 33 9
-kill 38 9
-syslog alert Upgrade fail.
-out Upgrade fail.
-sleep 2
-)" + kRebooting);
+            "out [TEV_OpenLocalUDPCSocket] local socket error. exit : 24, Too many open files\n"
+            "kill 30 15\nkill 31 15\nkill 32 15\nkill 33 15\nkill 34 15\nkill 35 15\nkill 36 15\n"
+            "kill 37 15\nkill 38 15\nkill 39 15\nkill 30 9\nkill 33 9\nkill 38 9\n"
+            "syslog alert Upgrade fail.\nout Upgrade fail.\nsleep 2\n" +
+            kRebooting);
 }
 
 TEST(UpgradeOptions, ReachTheInstaller)

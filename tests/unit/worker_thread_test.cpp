@@ -31,94 +31,65 @@ void Exit(void * /*arg*/)
     FakeBoard::Active()->Record("exit");
 }
 
-class WorkerThread : public BoardTest
+/// Starts and stops the thread; the transcript tells the results and the states that follow.
+int StartAndStop(CTHREAD &thread, unsigned pause)
 {
-protected:
-    unsigned work[2] = {1, 0}; // seconds a round, rounds done
-    CTHREAD thread{};
-};
+    const auto record = [&](const std::string &what, int result) {
+        FakeBoard::Active()->Record(what + " " + std::to_string(result) + ", state " +
+                                    std::to_string(thread.state));
+    };
+    record("new", 0);
+    record("start", thread.start(&thread));
+    sleep(pause);
+    record("after", static_cast<int>(pause));
+    record("stop", thread.stop(&thread));
+    return 0;
+}
 
 } // namespace
 
-TEST_F(WorkerThread, RunsUntilItIsStopped)
+TEST(WorkerThread, StartsAndStops)
 {
-    EXPECT_EQ(board.Run([&] {
-        EXPECT_EQ(CTHREAD_Init(&thread, work, Init, Loop, Exit), 0);
-        EXPECT_EQ(thread.state, 0);
-        EXPECT_EQ(thread.start(&thread), 0);
-        EXPECT_EQ(thread.state, 2);
-        sleep(2);
-        return thread.stop(&thread);
-    }),
-              0);
-    EXPECT_EQ(thread.state, 4);
-    EXPECT_EQ(board.transcript(), R"(
-thread detached
-usleep 100000
-init
-sleep 1
-sleep 2
-sleep 1 x2
-usleep 100000 x9
-exit
-)");
-}
-
-TEST_F(WorkerThread, EndsByItselfAndNeedsOnlyItsLoop)
-{
-    board.Run([&] {
-        CTHREAD_Init(&thread, work, nullptr, Loop, nullptr);
-        EXPECT_EQ(CTHREAD_Start(&thread), 0);
-        sleep(9);
-        EXPECT_EQ(thread.state, 4);
-        return 0;
-    });
-    EXPECT_EQ(work[1], 5U);
-}
-
-TEST_F(WorkerThread, DoesNotGetToRunWhenItsInitFails)
-{
-    CTHREAD_Init(&thread, work, FailInit, Loop, Exit);
-    EXPECT_EQ(board.Run(CTHREAD_Start, &thread), -2);
-    EXPECT_EQ(thread.state, 4);
-    EXPECT_EQ(board.transcript(), R"(
-thread detached
-usleep 100000
-init
-exit
-usleep 100000 x29
-out [CTHREAD_Start] error, reason(timeout)
-)");
-}
-
-TEST_F(WorkerThread, IsNotCreated)
-{
-    CTHREAD_Init(&thread, work, Init, Loop, Exit);
-    board.Fail("pthread_create", EAGAIN);
-    EXPECT_EQ(board.Run(CTHREAD_Start, &thread), -1);
-    EXPECT_EQ(thread.state, 5);
-    EXPECT_EQ(board.Run(CTHREAD_Stop, &thread), -1);
-    EXPECT_EQ(board.transcript(), R"(
-out [CTHREAD_Start] error, reason(pthread_create failed)
-out [CTHREAD_Stop] error, reason(error)
-)");
-}
-
-TEST_F(WorkerThread, DoesNotStopWithinThreeSeconds)
-{
-    work[0] = 60;
-    CTHREAD_Init(&thread, work, nullptr, Loop, nullptr);
-    board.Run([&] {
-        EXPECT_EQ(CTHREAD_Start(&thread), 0);
-        EXPECT_EQ(thread.stop_again(&thread), -1);
-        EXPECT_EQ(thread.state, 3);
-        return 0;
-    });
-    EXPECT_EQ(board.transcript(), R"(
-thread detached
-usleep 100000
-sleep 60
-usleep 100000 x30
-out [CTHREAD_Stop] error, reason(timeout)
-)");
+    const std::string kNew = "new 0, state 0\n";
+    const std::string kCreated = kNew + "thread detached\nusleep 100000\n";
+    const std::string kNoStop = "usleep 100000 x30\nout [CTHREAD_Stop] error, reason(timeout)\n"
+                                "stop -1, state 3\n";
+    struct Case {
+        int32_t (*init)(void *);
+        void (*exit)(void *);
+        unsigned round; ///< seconds
+        unsigned pause; ///< seconds from start to stop
+        bool is_created;
+        std::string transcript;
+    };
+    const Case cases[] = {
+        {Init, Exit, 1, 2, true,
+         kCreated + "init\nsleep 1\nstart 0, state 2\nsleep 2\nsleep 1 x2\nafter 2, state 2\n"
+                    "usleep 100000 x9\nexit\nstop 0, state 4\n"},
+        // Ends by itself after five rounds, and does not answer then.
+        {nullptr, nullptr, 1, 9, true,
+         kCreated + "sleep 1\nstart 0, state 2\nsleep 9\nsleep 1 x4\nafter 9, state 4\n" + kNoStop},
+        {FailInit, Exit, 1, 0, true,
+         kCreated +
+             "init\nexit\nusleep 100000 x29\nout [CTHREAD_Start] error, reason(timeout)\n"
+             "start -2, state 4\nsleep 0\nafter 0, state 4\n" +
+             kNoStop},
+        {Init, Exit, 1, 0, false,
+         kNew + "out [CTHREAD_Start] error, reason(pthread_create failed)\nstart -1, state 5\n"
+                "sleep 0\nafter 0, state 5\nout [CTHREAD_Stop] error, reason(error)\n"
+                "stop -1, state 5\n"},
+        // Does not stop within three seconds.
+        {nullptr, nullptr, 60, 0, true,
+         kCreated + "sleep 60\nstart 0, state 2\nsleep 0\nafter 0, state 2\n" + kNoStop},
+    };
+    for (const auto &[init, exit, round, pause, is_created, transcript] : cases) {
+        FakeBoard board;
+        unsigned work[2] = {round, 0};
+        CTHREAD thread{};
+        EXPECT_EQ(CTHREAD_Init(&thread, work, init, Loop, exit), 0);
+        EXPECT_EQ(thread.stop, thread.stop_again);
+        board.Fail(is_created ? "none" : "pthread_create", EAGAIN);
+        board.Run(StartAndStop, std::ref(thread), pause);
+        EXPECT_EQ(board.transcript(), "\n" + transcript);
+    }
 }

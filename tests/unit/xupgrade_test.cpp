@@ -19,49 +19,19 @@ TEST(XUpgrade, FeedsTheWatchdogWhileItStopsTheServicesAndInstalls)
     FakeBoard board;
     board.may_stay_open = 1; // the watchdog goes on counting, deliberately
     board.processes_obey = false;
-    int id = 30;
-    for (const char *name :
-         {"TEVSysMgr", "encpd", "genetec_discovery", "TEVNetManager", "shd", "AVServer", "AVClient",
-          "RecordDaemon", "RTSPServer", "RTSPClient", "onvif_discovery", "onvif_server", "webs",
-          "lighttpd", "confd", "other"}) {
-        board.AddProcess(id++, std::string{"/bin/"} + name);
-    }
+    board.AddProcesses(30,
+                       {"TEVSysMgr", "encpd", "genetec_discovery", "TEVNetManager", "shd",
+                        "AVServer", "AVClient", "RecordDaemon", "RTSPServer", "RTSPClient",
+                        "onvif_discovery", "onvif_server", "webs", "lighttpd", "confd", "other"});
     EXPECT_EQ(board.Start({"xupgrade"}), 0); // without a package
-    EXPECT_EQ(board.transcript(), R"(
-kill 30 15
-sleep 1
-thread detached
-usleep 100000
-watchdog set 30
-out The timeout was set to 30 seconds
-watchdog write 00
-sleep 1
-kill 31 9
-kill 32 9
-kill 33 9
-kill 34 9
-kill 35 15
-kill 36 15
-kill 37 15
-kill 38 15
-kill 39 15
-kill 40 15
-kill 41 15
-kill 42 15
-kill 42 9
-kill 43 9
-kill 44 9
-sleep 3
-watchdog write 00
-sleep 1
-watchdog write 00
-sleep 1
-watchdog write 00
-sleep 1
-out Upgrade fail.
-usleep 100000 x9
-watchdog write 00
-)");
+    EXPECT_EQ(board.transcript(),
+              "\nkill 30 15\nsleep 1\nthread detached\nusleep 100000\nwatchdog set 30\n"
+              "out The timeout was set to 30 seconds\nwatchdog write 00\nsleep 1\n"
+              "kill 31 9\nkill 32 9\nkill 33 9\nkill 34 9\nkill 35 15\nkill 36 15\nkill 37 15\n"
+              "kill 38 15\nkill 39 15\nkill 40 15\nkill 41 15\nkill 42 15\nkill 42 9\nkill 43 9\n"
+              "kill 44 9\nsleep 3\nwatchdog write 00\nsleep 1\nwatchdog write 00\nsleep 1\n"
+              "watchdog write 00\nsleep 1\nout Upgrade fail.\nusleep 100000 x9\n"
+              "watchdog write 00\n");
 }
 
 TEST(XUpgrade, TakesItsOptions)
