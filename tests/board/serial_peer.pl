@@ -4,6 +4,7 @@
 #   loopback             every byte comes back
 #   silent               nothing comes back
 #   wrong-byte N         as loopback, but one bit of the N-th frame of ten bytes is wrong
+#   nine-ten             for each frame nine bytes of it come back, and after a while ten more
 #   camera CODE=HEX ...  a frame with the command CODE is answered with these bytes
 use strict;
 use warnings;
@@ -23,6 +24,10 @@ sub answer {
         print $out $frame;
     } elsif ($mode eq 'wrong-byte') {
         substr($frame, 4, 1) ^= "\x01" if $frames == $words[0];
+        print $out $frame;
+    } elsif ($mode eq 'nine-ten') {
+        print $out substr($frame, 0, 9);
+        select(undef, undef, undef, 0.5);
         print $out $frame;
     } elsif ($mode eq 'camera') {
         my $code = sprintf('%02X', ord(substr($frame, 1, 1)));

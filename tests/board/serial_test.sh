@@ -28,6 +28,7 @@ plug 2 loopback && check 2 test_rs232
 plug 1 silent && check 1 test_rs485 -v
 plug 1 wrong-byte 7 && check 1 test_rs485 -v
 plug 2 wrong-byte 3 && check 2 test_rs232 -V
+plug 2 nine-ten && check 2 test_rs232 -v
 
 seventh() { printf '000000000000%s000000' "$1"; } # ten bytes, the seventh being this
 camera() { # MODEL FLAG VERSION
@@ -52,7 +53,11 @@ has "== test_rs485 " "successful" "exit status 0" \
     "== test_rs485 -v" "PATTERN [0xA5] => RECV [       0]:  : failed" "failed" "exit status 0" \
     "== test_rs485 -v" "PATTERN [0xA5] => RECV [      10]: $(frame A5) : successful" \
     "PATTERN [0xFF] => RECV [      10]: FF FF FF FF FE FF FF FF FF FF  : failed" "failed" \
-    "== test_rs232 -V" "" "failed"
+    "== test_rs232 -V" "" "failed" \
+    "== test_rs232 -v" ""
+# The driver hands over what is in the UART's FIFO: eleven to all nineteen bytes.
+grep -Eqx "PATTERN \[0xA5\] => RECV \[      1[1-9]\]: (A5 ){11,19} : successful" "$work/output" ||
+    fail "nine and then ten bytes"
 has "VERSION=10" "MODEL=2M Panasonic" "RESOLUTION=1080p" \
     "VERSION=13" "MODEL=1.3M Panasonic" "RESOLUTION=1280x1024" \
     "== short replies" "VERSION=01" "MODEL=Unknown 00" "RESOLUTION=" \
