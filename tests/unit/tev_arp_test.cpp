@@ -134,7 +134,7 @@ send eth0 42 bytes
 )");
     EXPECT_EQ(Hex(board.datagrams[1].substr(38)), "c0 00 00 02");
     EXPECT_EQ(Hex(board.datagrams[2].substr(38)), "00 00 00 00");
-    ethernet.arrivals = {{kConflict}};
+    board.ethernet.arrivals = {{kConflict}};
     EXPECT_EQ(Check("0", "eth0", "192.0.2.9 x\n"), -1);
 }
 
