@@ -27,6 +27,30 @@ constexpr int kFirstSignalledId = 20;
 /// Deliberately one more than the above: id 20 can be signalled but is never found.
 constexpr int kFirstFoundId = 21;
 
+/// Reads the command line of an open file, cut to the buffer. Returns the number of bytes.
+size_t ReadCommandLine(int fd, std::span<char> buffer)
+{
+    const std::span<char> room = buffer.first(buffer.size() - 1);
+    size_t filled = 0;
+    while (filled < room.size()) {
+        const ssize_t count = read(fd, &room[filled], room.size() - filled);
+        if (count <= 0) {
+            break;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    buffer[filled] = '\0';
+    return filled;
+}
+
+/// Leaves the first line, its end included.
+void CutLine(char *text)
+{
+    if (char *end = std::strchr(text, '\n'); end != nullptr) {
+        end[1] = '\0';
+    }
+}
+
 /// Calls `visit` with the id and command line of every process that may be signalled.
 template<typename Visit>
 void ForEachSignalled(ProcessList &processes, Visit visit)
@@ -36,9 +60,10 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
         if (id < kFirstSignalledId) {
             continue;
         }
-        const File file{CommandLinePathOf(id).text, "r"};
+        const Fd fd{open(CommandLinePathOf(id).text, O_RDONLY)};
         std::array<char, 256> command_line;
-        if (file && std::fgets(command_line.data(), command_line.size(), file.get()) != nullptr) {
+        if (fd && ReadCommandLine(fd.get(), command_line) > 0) {
+            CutLine(command_line.data());
             visit(id, command_line.data());
         }
     }
@@ -87,22 +112,6 @@ void SignalListed(const NameList &list, int id, const char *command_line, int si
             kill(id, signal_number);
         }
     }
-}
-
-/// Reads the command line of an open file, cut to the buffer. Returns the number of bytes.
-size_t ReadCommandLine(int fd, std::span<char> buffer)
-{
-    const std::span<char> room = buffer.first(buffer.size() - 1);
-    size_t filled = 0;
-    while (filled < room.size()) {
-        const ssize_t count = read(fd, &room[filled], room.size() - filled);
-        if (count <= 0) {
-            break;
-        }
-        filled += static_cast<size_t>(count);
-    }
-    buffer[filled] = '\0';
-    return filled;
 }
 
 void TraceComparison(const char *name, const char *command_line)

@@ -73,12 +73,11 @@ TEST_F(Long, CommandLineIsComparedByItsFirst255Characters)
 TEST(LongScan, PassesOverWhatEndsMeanwhile)
 {
     // Between the listing and the opening, and between the opening and the reading.
-    const std::tuple<const char *, int> cases[] = {
-        {"open", ENOENT},  {"open", ESRCH},  {"read", ESRCH},  {"read", 0},
-        {"fopen", ENOENT}, {"fopen", ESRCH}, {"fread", ESRCH}, {"fread", 0},
+    const std::tuple<bool, const char *, int> cases[] = {
+        {false, "open", ENOENT}, {false, "open", ESRCH}, {false, "read", ESRCH}, {false, "read", 0},
+        {true, "open", ENOENT},  {true, "open", ESRCH},  {true, "read", ESRCH},  {true, "read", 0},
     };
-    for (const auto &[call, error] : cases) {
-        const bool kills = call[0] == 'f';
+    for (const auto &[kills, call, error] : cases) {
         FakeBoard board;
         board.AddProcess(30, "/bin/foo");
         board.AddProcess(31, "/bin/foo");

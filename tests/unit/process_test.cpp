@@ -22,6 +22,7 @@ protected:
         board.AddProcess(22, "/bin/foobar");
         board.AddProcess(23, "/usr/bin/foo");
         board.AddProcess(24, ""); // a kernel thread
+        board.AddProcess(26, "two\nlines");
         board.AddProcess(30, std::string(300, 'x'));
     }
 };
@@ -36,7 +37,9 @@ TEST_F(Process, IsSignalledAndFoundByTheBeginningOfItsCommandLine)
         {"/bin/foo", "kill 20 9\nkill 21 9\nkill 22 9\n", 1},
         {"/bin/foob", "kill 22 9\n", 1},
         {"/bin/foo -x", "", 0},
-        {"", "kill 20 9\nkill 21 9\nkill 22 9\nkill 23 9\nkill 30 9\n", 1},
+        {"", "kill 20 9\nkill 21 9\nkill 22 9\nkill 23 9\nkill 26 9\nkill 30 9\n", 1},
+        {"two\n", "kill 26 9\n", 1},
+        {"two\nl", "", 1}, // signals go by the first line only
         {x255, "kill 30 9\n", 1},
         {x255 + "x", "", 0},
     };
@@ -71,7 +74,7 @@ TEST(ProcessScan, GoesOnPastWhatCannotBeRead)
     }
     board.Fail("opendir", EMFILE);
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
-    board.Fail("fopen", ENOENT, 1, "/proc/30");
+    board.Fail("open", ENOENT, 1, "/proc/30");
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
     board.AddProcess(31, "/bin/foo");
     board.Fail("kill", ESRCH);
@@ -152,7 +155,7 @@ TEST_F(Process, ListHasSixteenNamesAndABlankOneMatchesAll)
     board.Write("/etc/list", "/opt/none\n\n");
     EXPECT_EQ(board.Run(CUTIL_KillProcAll, "/etc/list", 1), 0);
     EXPECT_EQ(board.transcript({"kill"}),
-              "\nkill 23 9\nkill 20 1\nkill 21 1\nkill 22 1\nkill 23 1\nkill 30 1\n");
+              "\nkill 23 9\nkill 20 1\nkill 21 1\nkill 22 1\nkill 23 1\nkill 26 1\nkill 30 1\n");
 }
 
 TEST_F(Process, ListThatCannotBeReadSignalsNothing)
