@@ -3,12 +3,8 @@
 # the network namespaces of a board and of another station: of a taken address, then a free one.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
-if [ -z "${inside:-}" ]; then
-    user=()
-    unshare --net true 2>/dev/null || user=(--map-root-user)
-    exec env inside=yes unshare "${user[@]}" --net --mount --pid --mount-proc --fork --kill-child \
-        "$0" "$@"
-fi
+. "${BASH_SOURCE%/*}/../scripts/isolate.sh"
+isolate_me "$@"
 unshare --net sleep infinity &
 holder=$!
 while [ /proc/$holder/ns/net -ef /proc/$$/ns/net ]; do sleep 0.02; done

@@ -2,11 +2,8 @@
 # xkill.sh XKILL MEASURE: prints what 'measure' does of "xkill NAME" that finds nothing among 2,000
 # processes, against pkill -f and against killall. In a process namespace of its own.
 set -euo pipefail
-if [ -z "${inside:-}" ]; then
-    user=()
-    unshare --pid --fork true 2>/dev/null || user=(--map-root-user)
-    exec env inside=yes unshare "${user[@]}" --mount --pid --mount-proc --fork --kill-child "$0" "$@"
-fi
+. "${BASH_SOURCE%/*}/../scripts/isolate.sh"
+isolate_me "$@"
 for ((i = 0; i < 2000; ++i)); do
     sleep infinity &
 done

@@ -3,6 +3,7 @@
 # installs them in roots of their own, looks at what is there and at its manual pages, and removes
 # them again.
 set -euo pipefail
+. "${BASH_SOURCE%/*}/isolate.sh"
 PATH=$PATH:/usr/sbin:/sbin # where dpkg finds its helpers, also for those who are not root
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -49,16 +50,14 @@ check_pages() {
 
 # A page has the very words that the program prints.
 check_usage() {
-    local page command wanted said isolate=(unshare) count=0
-    unshare --net true 2>/dev/null || isolate+=(--map-root-user)
-    # Away from this machine, should an applet do more than print.
-    isolate+=(--net --mount --pid --mount-proc --fork --kill-child)
+    local page command wanted said count=0
     for page in "$root"/usr/share/man/man8/*.8; do
         [ ! -L "$page" ] || continue
         while read -r -a command; do
             wanted=$(sed -n "/printed by: ${command[*]}\$/,/^\.Ed/p" "$page" |
                 sed -e '1,2d' -e '/^\.Ed/d' -e 's/^\\&//' -e 's/\\&$//')
-            said=$("${isolate[@]}" "$1/${command[0]}" "${command[@]:1}" 2>&1 </dev/null || true)
+            # Isolated, should an applet do more than print.
+            said=$(isolated "$1/${command[0]}" "${command[@]:1}" 2>&1 </dev/null || true)
             [ "$said" = "$wanted" ] || fail "${page##*/} has not what '${command[*]}' prints:" "$said"
             count=$((count + 1))
         done < <(sed -n 's/^\.\\" printed by: //p' "$page")

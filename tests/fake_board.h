@@ -1,7 +1,7 @@
 // A board for the unit tests: its files, devices, clock and processes, and a transcript of all that
 // the program did to the outside, in order.
 //
-// The test program defines the C library calls that touch the outside (fake_libc.cpp); while
+// The test program defines the C library calls that touch the outside (fake_libc_*.cpp); while
 // FakeBoard::Run is under way they come here, otherwise they do what they always do.
 #pragma once
 

@@ -2,11 +2,8 @@
 # message_test.sh MESSAGE_PEERS: messages of the largest size on a loopback of their own.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
-if [ -z "${inside:-}" ]; then
-    user=()
-    unshare --net true 2>/dev/null || user=(--map-root-user)
-    exec env inside=yes unshare "${user[@]}" --net "$0" "$@"
-fi
+. "${BASH_SOURCE%/*}/../../scripts/isolate.sh"
+isolate_me "$@"
 ip link set lo up
 said=$("$1") || { echo "FAILED: status $?" "$said" >&2 && exit 1; }
 # The channel takes larger messages, but no datagram holds one.

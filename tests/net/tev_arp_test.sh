@@ -4,12 +4,8 @@
 # run lasts.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
-if [ -z "${inside:-}" ]; then
-    user=()
-    unshare --net true 2>/dev/null || user=(--map-root-user)
-    exec env inside=yes unshare "${user[@]}" --net --mount --pid --mount-proc --fork --kill-child \
-        "$0" "$@"
-fi
+. "${BASH_SOURCE%/*}/../../scripts/isolate.sh"
+isolate_me "$@"
 tev_arp=$1
 peer=$2
 
