@@ -12,7 +12,7 @@
 # the last four from a run under strace.
 set -euo pipefail
 . "${BASH_SOURCE%/*}/../tests/board/common.sh"
-readonly rounds=3
+readonly rounds=5
 
 # Nothing boots from this flash again, so the kernel need not be one.
 seq 20000 >"$work/data"
@@ -47,7 +47,7 @@ for name in flashcp upgrade; do
         /CFlash_Erase. =+> / { other = !/mtd.2/; begun = 1 }
         name == "upgrade" && (other || !begun) { next }
         { ++calls }
-        / = [0-9]+$/ && /^read\(/ { bytes_read += $NF }
+        / = [0-9]+$/ && /^readv?\(/ { bytes_read += $NF }
         / = [0-9]+$/ && /^write\([0-9]+<.dev.mtd2>/ { written += $NF }
         /^brk\(|MAP_ANONYMOUS/ { ++memory }
         END { print "calls", name, calls; print "read", name, bytes_read

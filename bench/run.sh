@@ -170,9 +170,9 @@ report() {
     cat <<END
 # Measured
 
-On $(date -u +%F), $(nproc) processors of a $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1), Debian $(cat /etc/debian_version), the board emulated. Each
-row's two were measured in turn, in the same run: median (least to most). A ratio is this program's
-figure over its peer's: below 1 is better.
+On $(date -u +%F) with $(nproc) processors ($(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)), Debian
+$(cat /etc/debian_version), the board emulated. The two of a row were measured in turn, in the same run:
+median (least to most). A ratio is this program's figure over its peer's: below 1 is better.
 
 | what | this program | peer | ratio | goal |
 |---|--:|--:|--:|--:|
