@@ -103,7 +103,9 @@ int RunPass(const Pass &pass, const char *source, const char *device, int32_t of
     }
     syslog(LOG_ALERT, "[%s] offset : %d, size : %d", pass.operation, offset, size);
 
-    // The C library's own can be as small as two pieces, and costs time by its many calls.
+    // The C library's own can be as small as two pieces, and costs time by its many calls. This one
+    // must outlive the stream.
+    // cppcheck-suppress variableScope
     std::array<char, 8192> stream_buffer;
     const File stream{source, "r"};
     if (stream) {
