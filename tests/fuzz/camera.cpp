@@ -30,6 +30,22 @@ std::string Hex2(uint8_t byte)
     return text;
 }
 
+std::string Printed(uint8_t model, bool flag, uint8_t version)
+{
+    const std::map<uint8_t, std::string> sensors = {{0x26, "2M Panasonic"},
+                                                    {0x36, "2M OmniVision"},
+                                                    {0x46, "2M Sony"},
+                                                    {0x16, "1.3M Panasonic"}};
+    const auto sensor = sensors.find(model);
+    std::string resolution;
+    if (sensor != sensors.end()) {
+        resolution = model == 0x16 ? (flag ? "1280x1024" : "720p") : (flag ? "720p" : "1080p");
+    }
+    return "\nout VERSION=" + Hex2(version) +
+           "\nout MODEL=" + (sensor != sensors.end() ? sensor->second : "Unknown " + Hex2(model)) +
+           "\nout RESOLUTION=" + resolution + "\n";
+}
+
 } // namespace
 
 void Fuzz(const std::string &input)
@@ -46,15 +62,13 @@ void Fuzz(const std::string &input)
     FakeSerialLine line;
     line.answer = [left = pieces](auto &) mutable { return std::exchange(left, {}); };
     std::string buffer(265, '\0');
-    const std::string model = Hex2(Answer(pieces, buffer));
-    Answer(pieces, buffer); // which of two resolutions it is
-    const std::string version = Hex2(Answer(pieces, buffer));
+    const uint8_t model = Answer(pieces, buffer);
+    const bool flag = Answer(pieces, buffer) != 0;
+    const uint8_t version = Answer(pieces, buffer);
 
     FakeBoard board;
     board.devices["/dev/ttyAMA2"] = &line;
     EXPECT_EQ(board.Start({"get_cb_cam_info", Digit(fields[0], 0) == 1 ? "-v" : "-"}), 0);
-    EXPECT_EQ(board.transcript({"out V"}), "\nout VERSION=" + version + "\n");
-    const std::string unknown = board.transcript({"out MODEL=Unknown"});
-    EXPECT_TRUE(unknown == "\n" || unknown == "\nout MODEL=Unknown " + model + "\n");
+    EXPECT_EQ(board.transcript({"out V", "out M", "out RES"}), Printed(model, flag, version));
     EXPECT_EQ(buffer.size(), 265U);
 }

@@ -84,7 +84,7 @@ void Fuzz(const std::string &input)
     FakeBoard board;
     board.Write("/etc/a.conf", file);
     const auto look_up = [&](auto function, char with, Form form, auto... more) {
-        std::vector<char> destination(size);
+        std::vector<char> destination(size, '-');
         const std::span<char> span{destination};
         EXPECT_EQ(board.Run(function, "/etc/a.conf", key.c_str(), span, more...), 0);
         expect(LookUp(file, key, with, form), destination);
