@@ -37,7 +37,7 @@ END
 cat >"$work/reboot" <<'SCRIPT'
 #!/bin/sh
 for status in /proc/[0-9]*/status; do
-    sed -n '/^Name:.upgrade/!q' "$status"
+    grep -q '^Name:.upgrade$' "$status" || continue
     sed -n 's/^VmHWM:[^0-9]*\([0-9]*\).*/peak upgrade \1/p' "$status"
 done
 for name in flashcp upgrade; do
