@@ -5,9 +5,7 @@ set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
 . "${BASH_SOURCE%/*}/../scripts/isolate.sh"
 isolate_me "$@"
-unshare --net sleep infinity &
-holder=$!
-while [ /proc/$holder/ns/net -ef /proc/$$/ns/net ]; do sleep 0.02; done
+hold_network
 ip link add board type veth peer name station netns $holder
 ip link set board up
 nsenter --net=/proc/$holder/ns/net sh -c 'ip address add 192.0.2.9/24 dev station; ip link set station up'

@@ -8,6 +8,13 @@ isolated() {
     unshare "${user[@]}" --net --mount --pid --mount-proc --fork --kill-child "$@"
 }
 
+# hold_network: starts what holds a second network namespace, of process $holder, to this one's end.
+hold_network() {
+    unshare --net sleep infinity &
+    holder=$!
+    while [ /proc/$holder/ns/net -ef /proc/$$/ns/net ]; do sleep 0.02; done
+}
+
 # isolate_me "$@": starts the calling script again, isolated, and returns there.
 isolate_me() {
     [ -z "${is_isolated:-}" ] || return 0

@@ -55,9 +55,7 @@ link_up() {
         in_station ip link show station | grep -q 'state UP'; do sleep 0.02; done
 }
 
-unshare --net sleep infinity &
-holder=$! # of the station's namespace, to the end of this process and so of its children
-while [ /proc/$holder/ns/net -ef /proc/$$/ns/net ]; do sleep 0.02; done
+hold_network # the station's
 ip link add board address 02:00:00:00:00:01 type veth \
     peer name station address 02:00:00:00:00:02 netns $holder
 link_up board

@@ -9,8 +9,7 @@
 TEST(ErrorText, IsThatOfTheLibraryOfTheTests)
 {
     for (int error = -1; error < 140; ++error) {
-        const std::string text =
-            ErrorText(error); // the next call may end that of an unknown number
+        const std::string text = ErrorText(error); // a copy: strerror reuses its buffer
         EXPECT_EQ(text, strerror(error));
     }
 }

@@ -71,6 +71,14 @@ out [CUTIL_SetConfValue] we can't open the file : /etc/videodecoder.conf
 out [CUTIL_SetConfValue] we can't open the file : /etc/lighttpd/lighttpd.conf
 )";
 
+/// A file without text is one that is not there.
+void WriteIfAny(FakeBoard &board, const std::string &path, const std::string &text)
+{
+    if (!text.empty()) {
+        board.Write(path, text);
+    }
+}
+
 /// Whether the partition begins with the text and is erased behind it.
 bool Holds(const FakeMtd &flash, const std::string &text)
 {
@@ -123,11 +131,8 @@ TEST_F(Installer, CarriesTheSettingsAcrossOrNot)
     for (const auto &[program, path, before, shipped, after] : cases) {
         for (const uint32_t flags : {0U, UPGRADE_FLAG_FACTORY_DEFAULT + 0U}) {
             FakeBoard other;
-            for (const auto &[file, text] : {std::pair{program, "program"}, {path, before}}) {
-                if (*file != '\0' && *text != '\0') {
-                    other.Write(file, text);
-                }
-            }
+            WriteIfAny(other, path, before);
+            WriteIfAny(other, program, *program != '\0' ? "program" : "");
             other.new_etc[path] = shipped;
             EXPECT_EQ(Install(other, PackageBuilder{}.Build(), flags), 0);
             EXPECT_EQ(other.Read(path), flags == 0 ? after : shipped) << path;
@@ -171,12 +176,8 @@ TEST_F(Installer, AsksForTheMarkerOnlyWhenTold)
     };
     for (const auto &[upgrade, oem_marker, marker, flags, words] : cases) {
         FakeBoard other;
-        for (const auto &[path, text] :
-             {std::pair{"/usr/upgrade", upgrade}, std::pair{"/etc/oem_marker.conf", oem_marker}}) {
-            if (!text.empty()) {
-                other.Write(path, text);
-            }
-        }
+        WriteIfAny(other, "/usr/upgrade", upgrade);
+        WriteIfAny(other, "/etc/oem_marker.conf", oem_marker);
         const bool accepted = words.empty() || words.substr(0, 8) == words.substr(12);
         EXPECT_EQ(Install(other, PackageBuilder{marker}.Build(), flags), accepted ? 0 : -1);
         EXPECT_EQ(
