@@ -1,12 +1,13 @@
 // arp_peer INTERFACE [FRAME...] -- COMMAND...: runs COMMAND and is the station at the other end of
 // the wire meanwhile. Prints each ARP frame that comes in, as hexadecimal digits; sends the FRAMEs
-// after the first one. Then prints how and when COMMAND ended.
+// after the first one. Then prints how and when COMMAND ended, and the most memory it had resident.
 //
 // arp_peer INTERFACE FRAME --flood MILLISECONDS: sends FRAME so long without a pause.
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -89,6 +90,7 @@ int main(int argc, char **argv)
         _exit(126);
     }
     int status = 0;
+    rusage used{};
     for (bool ended = false;;) {
         pollfd state{wire, POLLIN, 0};
         if (poll(&state, 1, 20) > 0) {
@@ -99,11 +101,11 @@ int main(int argc, char **argv)
         } else if (ended) {
             break; // and the wire has been quiet since
         } else {
-            ended = waitpid(child, &status, WNOHANG) != 0;
+            ended = wait4(child, &status, WNOHANG, &used) != 0;
         }
     }
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    std::printf("exit %d after %.0f ms\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-                time.count());
+    std::printf("exit %d after %.0f ms, %ld kB\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                time.count(), used.ru_maxrss);
     return 0;
 }
