@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-// Each applet is defined in its own file.
+// Each is defined in the file of its name, or of what two of them share.
 AppletHandler no_op, xbootenv;
 AppletHandler upgrade, xupgrade;
 AppletHandler get_boot_param, load_drv, tev_arp, xfactorydefault, xkill, xtime;
@@ -12,7 +12,7 @@ AppletHandler test_rs485, test_rs232, test_sdcard, test_usb, test_send_watchdog,
 namespace
 {
 
-// A new applet is its own file, a declaration above and one row here. The order is that of the
+// A new applet is a file of its own, a declaration above and one row here. The order is that of the
 // listing; the installation makes one link per row.
 constexpr Applet kApplets[] = {
     {"tev_arp", tev_arp},

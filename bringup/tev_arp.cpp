@@ -155,7 +155,7 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     return Watch(query, timeout);
 }
 
-/// The address up to the first blank; 0.0.0.0 when the text is none.
+/// The address up to the first blank, cut to 63 characters; 0.0.0.0 when the text is none.
 Ipv4Address ParseAddress(const char *text)
 {
     std::array<char, 64> word{};

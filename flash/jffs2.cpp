@@ -26,7 +26,7 @@ int CFlash_CheckJffs2(const char *path, int32_t offset)
         std::array<uint8_t, kNodeHeader> node;
         if (fseeko(file.get(), start, SEEK_SET) != 0 ||
             std::fread(node.data(), 1, node.size(), file.get()) != node.size()) {
-            return 0; // the end of the file
+            return 0; // the end of the file, deliberately also what cannot be read
         }
         if (node[0] != kNodeMagic[0] || node[1] != kNodeMagic[1]) {
             return -1;

@@ -6,5 +6,5 @@
 /// Checks that a JFFS2 node begins at `offset` of the file `path` and at every further 64 KiB, to
 /// the end of the file: the file system must be the last thing in it.
 ///
-/// @return 0 when it does (also when the file ends before `offset`), -1 otherwise
+/// @return 0 when it does (also when nothing can be read at `offset`), -1 otherwise
 int CFlash_CheckJffs2(const char *path, int32_t offset);

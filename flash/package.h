@@ -51,7 +51,7 @@ struct PackageExpectation {
     int32_t version;
 };
 
-/// Why a package is refused, in the order of the checks.
+/// Why a package is refused.
 enum class PackageFault {
     kNone,
     kUnreadable, ///< cannot be opened, is shorter than its header, or cannot be measured
@@ -74,5 +74,5 @@ uint32_t MarkerWord(std::span<const char> marker);
 PackageFault ReadPackage(const char *path, const PackageExpectation &expectation, Package &package);
 
 /// Checks what the regions hold: the file size, the kernel image in region 1 and, in layout 1, the
-/// file system in region 3. Reasons go to the system log as CFlash_CheckImage writes them.
+/// file system in region 3. What is wrong with a kernel image goes to the system log.
 PackageFault CheckPackageContents(const char *path, const Package &package);

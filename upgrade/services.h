@@ -13,8 +13,8 @@ struct ServiceSignal {
     int signal_number;
 };
 
-/// Lets an upgrade outlive the console that it was started from: its shell is among what is killed,
-/// and half-written flash is worse than a line that nobody reads.
+/// Lets an upgrade outlive the console that it was started from: its shell may be among what is
+/// killed, and half-written flash is worse than a line that nobody reads.
 inline void OutliveConsole()
 {
     signal(SIGHUP, SIG_IGN);

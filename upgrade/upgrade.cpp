@@ -79,12 +79,13 @@ Request ParseArguments(std::span<char *const> arguments)
 
 void NotifySystemManager()
 {
-    const Fd fd{TEV_OpenLocalUDPCSocket()};
-    // A descriptor of 0 counts as a failure, deliberately. The upgrade goes on either way.
-    if (fd.get() > 0) {
-        TEV_SendLocalUDPData(fd.get(), kSystemManagerPort, kUpgradeNotice.bytes.data(),
-                             kUpgradeNotice.bytes.size());
+    const int number = TEV_OpenLocalUDPCSocket();
+    if (number <= 0) { // 0 counts as a failure, deliberately, and stays open
+        return;        // the upgrade goes on
     }
+    const Fd fd{number};
+    TEV_SendLocalUDPData(fd.get(), kSystemManagerPort, kUpgradeNotice.bytes.data(),
+                         kUpgradeNotice.bytes.size());
 }
 
 void StopServices()

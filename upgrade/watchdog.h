@@ -1,7 +1,7 @@
 // The board's hardware watchdog, "/dev/misc/watchdog".
 //
 // Once open it must be fed within its time-out or the board resets, also when the process that
-// opened it is gone. Only CWDT_Close disarms it.
+// opened it is gone, unless CWDT_Disable or CWDT_Close came before.
 #pragma once
 
 #include <cstdint>

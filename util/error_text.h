@@ -1,6 +1,6 @@
 // What an error number means, in words.
 #pragma once
 
-/// The text of the error `error`, until the next call. Logs are searched for these words, so they
-/// do not depend on the C library that the program is linked with.
+/// The text of the error `error`, until the next call. Logs are searched for these words, so for
+/// what files, flash, mounts and sockets give they do not depend on the C library.
 const char *ErrorText(int error);

@@ -17,7 +17,7 @@ public:
     [[nodiscard]] std::FILE *get() const { return stream_; }
 
     /// Reads up to the end of the line, that included, or as much of it as fits; terminates it. As
-    /// fgets, but a NUL byte in the file is a byte like others.
+    /// fgets, but a NUL byte in the file is a byte like others. `line` must not be empty.
     ///
     /// @return the bytes read; 0 at the end of the file and after an error
     size_t ReadLine(std::span<char> line)

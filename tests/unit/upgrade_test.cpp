@@ -105,3 +105,14 @@ TEST(UpgradeOptions, ReachTheInstaller)
         EXPECT_EQ(board.transcript({"sleep 2"}) != "\n", pauses || words.size() < 3);
     }
 }
+
+TEST_F(Upgrade, InstallsWithoutStandardInput)
+{
+    board.Write("/tmp/flash3", PackageBuilder{}.Build());
+    const int input = dup(0);
+    close(0); // so the socket is descriptor 0, which nobody uses nor frees
+    EXPECT_EQ(board.Start({"upgrade", "/tmp/flash3", "-f"}), FakeBoard::kRebooted);
+    EXPECT_EQ(dup2(input, 0), 0);
+    close(input);
+    EXPECT_EQ(board.transcript({"send", "syslog alert Up"}), "\nsyslog alert Upgrade complete.\n");
+}
