@@ -1,5 +1,4 @@
-// What is longer or larger than anything on a board: many processes, long command lines, long
-// names, large configuration files.
+// What is longer or larger than anything on a board: many processes, large configuration files.
 #include <unistd.h>
 
 #include "tests/fake_board.h"
@@ -55,40 +54,9 @@ TEST_F(Long, ListOfProcessesIsWalkedToItsEnd)
     EXPECT_EQ(board.transcript(), "\nout Alive /bin/last" + kills + "kill 9999 15\n");
 }
 
-TEST_F(Long, CommandLineIsComparedByItsFirst255Characters)
+TEST_F(Long, ScanPassesOverWhatEndsMeanwhile)
 {
-    const std::string path = "/bin/" + std::string(64 * 1024 - 5, 'x');
-    board.processes_obey = false;
-    board.AddProcess(30, path);
-    std::string kills = "\n";
-    for (const size_t length : {5, 254, 255, 256, 511, 512, 4096, 64 * 1024}) {
-        const std::string name = path.substr(0, length);
-        const bool matches = length <= 255;
-        EXPECT_EQ(board.Run(CUTIL_KillProc, name.c_str(), 9), 0);
-        EXPECT_EQ(board.transcript({"kill"}), kills += matches ? "kill 30 9\n" : "") << length;
-        EXPECT_EQ(board.Run(CUTIL_IsProc, name.c_str(), 0), matches ? 1 : 0) << length;
-    }
-}
-
-TEST(LongScan, PassesOverWhatEndsMeanwhile)
-{
-    // Between the listing and the opening, and between the opening and the reading.
-    const std::tuple<bool, const char *, int> cases[] = {
-        {false, "open", ENOENT}, {false, "open", ESRCH}, {false, "read", ESRCH}, {false, "read", 0},
-        {true, "open", ENOENT},  {true, "open", ESRCH},  {true, "read", ESRCH},  {true, "read", 0},
-    };
-    for (const auto &[kills, call, error] : cases) {
-        FakeBoard board;
-        board.AddProcess(30, "/bin/foo");
-        board.AddProcess(31, "/bin/foo");
-        board.Fail(call, error, 1, "/proc/30");
-        EXPECT_EQ(kills ? board.Run(CUTIL_KillProc, "/bin/foo", 9)
-                        : board.Run(CUTIL_IsProc, "/bin/foo", 0),
-                  kills ? 0 : 1);
-        EXPECT_EQ(board.transcript({"kill"}), kills ? "\nkill 31 9\n" : "\n") << call << error;
-    }
     // The first one takes another with it, whose folder is gone when its turn comes.
-    FakeBoard board;
     for (const int id : {30, 31, 32}) {
         board.AddProcess(id, "/bin/foo");
     }

@@ -23,7 +23,7 @@ protected:
         board.AddProcess(23, "/usr/bin/foo");
         board.AddProcess(24, ""); // a kernel thread
         board.AddProcess(26, "two\nlines");
-        board.AddProcess(30, std::string(300, 'x'));
+        board.AddProcess(30, std::string(64 * 1024, 'x'));
     }
 };
 
@@ -77,11 +77,15 @@ TEST(ProcessScan, GoesOnPastWhatCannotBeRead)
     board.Fail("open", ENOENT, 1, "/proc/30");
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
     board.AddProcess(31, "/bin/foo");
+    board.Fail("read", ESRCH, 1, "/proc/30");
+    EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
+    board.AddProcess(31, "/bin/foo");
     board.Fail("kill", ESRCH);
     EXPECT_EQ(board.Run(CUTIL_KillProc, "/bin/foo", 9), 0);
     EXPECT_EQ(board.transcript(), R"(
 out CUTIL_IsProc error while open /proc/30/cmdline
 out CUTIL_IsProc error while open /proc
+kill 31 9
 kill 31 9
 kill 30 9
 kill 31 9
