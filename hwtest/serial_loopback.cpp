@@ -30,6 +30,7 @@ using Frame = std::array<uint8_t, kSerialFrameSize>;
 bool g_rs485_verbose;
 bool g_rs232_verbose;
 
+/// A driver without modem lines refuses, which does not matter: its port needs no RTS.
 void SetRts(int fd, bool on)
 {
     int lines = 0;

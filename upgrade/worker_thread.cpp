@@ -31,6 +31,7 @@ void *CTHREAD_Main(void *record)
 
 bool CreateDetached(CTHREAD *thread)
 {
+    // With these arguments the calls on attributes cannot fail.
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);

@@ -77,6 +77,7 @@ int32_t XUPGRADE_WatchdogInit(void * /*arg*/)
 int32_t XUPGRADE_WatchdogLoop(void * /*arg*/)
 {
     if (g_watchdog != nullptr) {
+        // A failure is passed over: the next second tries again.
         CWDT_KeepAlive(g_watchdog);
     }
     sleep(1);

@@ -85,6 +85,7 @@ int LookUp(const char *path, const char *key, std::span<char> destination, char 
     if (!file) {
         return -1;
     }
+    // A read that fails ends the file: what was found so far counts.
     const int line_size = static_cast<int>(buffers.line.size());
     while (std::fgets(buffers.line.data(), line_size, file.get()) != nullptr) {
         if (ReadLine(separator, buffers) && matches(buffers.key.data(), key)) {

@@ -15,6 +15,7 @@ public:
     explicit operator bool() const { return number_ >= 0; }
     [[nodiscard]] int get() const { return number_; }
 
+    /// What closing could tell is passed over: who must know whether data arrived reads it back.
     void Close()
     {
         if (number_ >= 0) {

@@ -105,7 +105,8 @@ void NameList::Read(File &file)
 
 void SignalListed(const NameList &list, int id, const char *command_line, int signal_number)
 {
-    // No stop after the first hit: each name that matches sends its signal.
+    // No stop after the first hit: each name that matches sends its signal. One that cannot be sent
+    // is passed over: the process ended meanwhile.
     for (const auto &name : list.names()) {
         if (BeginsWith(command_line, name.data())) {
             syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command_line, id);
@@ -155,7 +156,7 @@ int CUTIL_KillProc(const char *name, int signal_number)
     }
     ForEachSignalled(processes, [&](int id, const char *command_line) {
         if (BeginsWith(command_line, name)) {
-            kill(id, signal_number);
+            kill(id, signal_number); // fails when the process ended meanwhile
         }
     });
     return 0;

@@ -14,7 +14,8 @@ public:
 
     explicit operator bool() const { return directory_ != nullptr; }
 
-    /// The name of the next entry, or null at the end. The processes have numbers for names.
+    /// The name of the next entry, or null at the end and when it cannot be read. The processes
+    /// have numbers for names.
     const char *Next();
 
     /// Returns false when closing failed.
