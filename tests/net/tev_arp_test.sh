@@ -117,8 +117,3 @@ link_up board-eth-name
 check "no probe gets out" board-eth-name 1900
 expect "probes == 0 && time >= 900" "sendto: No such device"
 
-status=0
-said=$("$tev_arp" board 192.0.2.9 2>&1) || status=$?
-[ "$status $said" = "255 tev_arp: bad option"$'\n'"Usage: tev_arp ifname IP" ] ||
-    fail "two arguments: status $status, $said"
-

@@ -28,6 +28,7 @@ int SetFile()
 TEST_F(ConfWriter, RewritesItsLines)
 {
     const std::string x255(255, 'x');
+    const std::string longest(262'143, 'x');
     const std::tuple<int (*)(), std::string, std::string> cases[] = {
         {Set, "a=1\nkey=2\nb=3\n", "a=1\nkey=9\nb=3\n"},
         {Set, "key=1\na=1\nkey=2\n", "key=9\na=1\nkey=9\n"},
@@ -48,7 +49,8 @@ TEST_F(ConfWriter, RewritesItsLines)
         {SetSep, "key:1\nkeyboard\n key:2\n", "key:9\nkey:9\n key:2\n"},
         {SetSep, "a=1\n", "a=1\nkey:9\n"},
         {SetFile, "key:1\nkeyboard\n key=2\n", "key=9\nkey=9\n key=2\n"},
-        {SetFile, x255 + "key=1\n", x255 + "key=1\nkey=9\n"},
+        {SetFile, longest.substr(1) + "key=1\n", longest.substr(1) + "key=1\nkey=9\n"},
+        {SetFile, longest + "key=1\n", longest + "key=9\n"},
     };
     for (const auto &[set, before, after] : cases) {
         board.Write("/etc/a.conf", before);

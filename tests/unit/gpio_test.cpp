@@ -45,7 +45,7 @@ void CheckTranscripts(std::span<const Case> cases, int status = 0)
 TEST(Gpio, IsReadAndDriven)
 {
     const Case cases[] = {
-        {{"xgpio", "0", "0"}, 0, "io 2 101e4400 1\nio 3 101e4004 1\nout 0 \n"},
+        {{"xgpio", "0", "0"}, 1, "io 2 101e4400 1\nio 3 101e4004 1\nout 1 \n"},
         {{"xgpio", "3", "7"}, 128, "io 2 101e7400 80\nio 3 101e7200 80\nout 1 \n"},
         {{"xgpio", "4", "2", "1"}, 0, "io 1 101f7400 4\nio 1 101f7010 4\n"},
         {{"xgpio", "5", "4", "0"}, 0, "io 1 101f8400 10\nio 2 101f8040 10\n"},

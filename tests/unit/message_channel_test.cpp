@@ -64,6 +64,8 @@ TEST_F(MessageChannel, TakesPayloadsUpToItsBuffer)
 {
     const std::string large(102369, 'x');
     EXPECT_EQ(board.Run(OpenSendAndClose, nullptr, 0), 32);
+    EXPECT_EQ(board.Run(OpenSendAndClose, "z", 1), 33);
+    EXPECT_EQ(board.datagrams.back().back(), 'z');
     EXPECT_EQ(board.Run(OpenSendAndClose, large.data(), 102368), 102400);
     EXPECT_EQ(Hex(board.datagrams.back().substr(16, 4)), "e0 8f 01 00");
     EXPECT_EQ(board.datagrams.back().substr(32), large.substr(1));
@@ -71,6 +73,7 @@ TEST_F(MessageChannel, TakesPayloadsUpToItsBuffer)
     EXPECT_EQ(board.Run(OpenSendAndClose, nullptr, 1), -1);
     EXPECT_EQ(board.transcript(), R"(
 send 127.0.0.1:4100 32 bytes
+send 127.0.0.1:4100 33 bytes
 send 127.0.0.1:4100 102400 bytes
 out [CICOMM_Send] error, reason(size over 102369 vs 102368)
 out [CICOMM_Send] error, reason(size[1], buff[0])
