@@ -170,9 +170,11 @@ report() {
     cat <<END
 # Measured
 
-On $(date -u +%F) with $(nproc) processors ($(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)), Debian
-$(cat /etc/debian_version), the board emulated. The two of a row were measured in turn, in the same run:
-median (least to most). A ratio is this program's figure over its peer's: below 1 is better.
+$(date -u +%F), Debian $(cat /etc/debian_version), $(nproc) processors
+($(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)), the board emulated.
+
+The two of a row were measured in turn, in the same run: median (least to most). A ratio is this program's
+figure over its peer's: below 1 is better.
 
 | what | this program | peer | ratio | goal |
 |---|--:|--:|--:|--:|
