@@ -18,9 +18,8 @@ int CFlash_Erase(const char *device);
 /// Copies `size` bytes of the file `source`, from `offset` on, to the beginning of `device`, in
 /// pieces of 512 bytes, after a pause of one second. A source that ends early is no error.
 ///
-/// @return 0; -1 with a message that names the step, the path and the reason; without one for a
-/// null
-///         path
+/// @return 0, or -1 with a message that names the step, the path and the reason; a null path has
+///         none
 int CFlash_NWrite(const char *source, const char *device, int32_t offset, int32_t size);
 
 /// Compares `size` bytes of the file `source`, from `offset` on, with the beginning of `device`, in

@@ -25,5 +25,5 @@ int CUTIL_KillProcAll(const char *list_path, int signal_number);
 /// Prints "CUTIL_IsProc error while open %s" for each process whose command line cannot be opened,
 /// and with `debug` set (not 0) every step.
 ///
-/// @return 1 when found, 0 when not, -1 when /proc cannot be opened
+/// @return 1 when found, 0 when not, -1 when /proc cannot be opened or closed
 int CUTIL_IsProc(const char *name, int debug);

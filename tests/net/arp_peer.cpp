@@ -1,8 +1,8 @@
-// arp_peer INTERFACE [FRAME...] -- COMMAND...: runs COMMAND and is the station at the other end of
-// the wire meanwhile. Prints each ARP frame that comes in, as hexadecimal digits; sends the FRAMEs
-// after the first one. Then prints how and when COMMAND ended, and the most memory it had resident.
-//
-// arp_peer INTERFACE FRAME --flood MILLISECONDS: sends FRAME so long without a pause.
+// arp_peer INTERFACE [--flood MILLISECONDS] [FRAME...] -- COMMAND...: runs COMMAND and is the
+// station at the other end of the wire meanwhile. Prints each ARP frame that comes in, as
+// hexadecimal digits; sends the FRAMEs after the first one, for so long without a pause, and tells
+// whether COMMAND is still running then. Prints how and when it ended, the most memory that it had
+// resident, and the most descriptors.
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -12,13 +12,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -36,13 +41,25 @@ int OpenWire(const char *interface)
     return bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 ? fd : -1;
 }
 
-void Send(int wire, const std::string &digits)
+std::string Bytes(const std::string &digits)
 {
-    std::vector<uint8_t> frame;
+    std::string bytes;
     for (size_t i = 0; i < digits.size(); i += 2) {
-        frame.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
     }
-    send(wire, frame.data(), frame.size(), 0);
+    return bytes;
+}
+
+/// Sends the frames, once or for so long.
+void Send(int wire, const std::vector<std::string> &frames, std::chrono::milliseconds flood)
+{
+    setpriority(PRIO_PROCESS, 0, -20); // no pause on a busy machine either, if that is allowed
+    const auto end = std::chrono::steady_clock::now() + flood;
+    do {
+        for (const std::string &frame : frames) {
+            send(wire, frame.data(), frame.size(), 0);
+        }
+    } while (std::chrono::steady_clock::now() < end);
 }
 
 void PrintNext(int wire)
@@ -55,14 +72,12 @@ void PrintNext(int wire)
     std::puts("");
 }
 
-int Flood(int wire, const std::string &frame, const char *milliseconds)
+/// Of the process `id`; 0 when it has ended.
+std::ptrdiff_t CountDescriptors(pid_t id)
 {
-    const auto end =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds{std::atoi(milliseconds)};
-    while (std::chrono::steady_clock::now() < end) {
-        Send(wire, frame);
-    }
-    return 0;
+    std::error_code ended;
+    const std::filesystem::directory_iterator list{"/proc/" + std::to_string(id) + "/fd", ended};
+    return std::distance(list, {});
 }
 
 } // namespace
@@ -70,18 +85,19 @@ int Flood(int wire, const std::string &frame, const char *milliseconds)
 int main(int argc, char **argv)
 {
     std::vector<std::string> answers;
+    std::chrono::milliseconds flood{0};
     int next = 2;
     for (; next < argc && std::string_view{argv[next]} != "--"; ++next) {
-        answers.emplace_back(argv[next]);
+        if (std::string_view{argv[next]} == "--flood" && next + 1 < argc) {
+            flood = std::chrono::milliseconds{std::atoi(argv[++next])};
+        } else {
+            answers.push_back(Bytes(argv[next]));
+        }
     }
     const int wire = argc > 1 ? OpenWire(argv[1]) : -1;
-    const bool floods = argc == 5 && std::string_view{argv[3]} == "--flood";
-    if (wire < 0 || (!floods && next + 1 >= argc)) {
+    if (wire < 0 || next + 1 >= argc) {
         std::perror("arp_peer");
         return 2;
-    }
-    if (floods) {
-        return Flood(wire, argv[2], argv[4]);
     }
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
@@ -91,12 +107,19 @@ int main(int argc, char **argv)
     }
     int status = 0;
     rusage used{};
+    std::ptrdiff_t descriptors = 0;
     for (bool ended = false;;) {
+        descriptors = std::max(descriptors, CountDescriptors(child));
         pollfd state{wire, POLLIN, 0};
         if (poll(&state, 1, 20) > 0) {
             PrintNext(wire);
-            for (const std::string &frame : std::exchange(answers, {})) {
-                Send(wire, frame);
+            if (!answers.empty()) {
+                Send(wire, std::exchange(answers, {}), flood);
+                descriptors = std::max(descriptors, CountDescriptors(child));
+                ended = wait4(child, &status, WNOHANG, &used) != 0;
+                if (flood.count() > 0 && !ended) {
+                    std::puts("still running after the flood");
+                }
             }
         } else if (ended) {
             break; // and the wire has been quiet since
@@ -105,7 +128,8 @@ int main(int argc, char **argv)
         }
     }
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    std::printf("exit %d after %.0f ms, %ld kB\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-                time.count(), used.ru_maxrss);
+    std::printf("exit %d after %.0f ms, %ld kB, %td descriptors\n",
+                WIFEXITED(status) ? WEXITSTATUS(status) : -1, time.count(), used.ru_maxrss,
+                descriptors);
     return 0;
 }
