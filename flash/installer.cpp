@@ -68,26 +68,28 @@ int UnmountEtc()
 
 int CheckContents(const char *path, const Package &package)
 {
-    switch (CheckPackageContents(path, package)) {
-    case PackageFault::kNone:
+    switch (FindContentsFault(path, package)) {
+    case ContentsFault::kNone:
         return 0;
-    case PackageFault::kWrongFileSize: {
+    case ContentsFault::kWrongFileSize: {
         // A sum beyond 32 bits is refused like any other, but shown cut to them.
         const auto expected = static_cast<int>(package.ExpectedFileSize());
         const auto found = static_cast<int>(package.file_size);
         syslog(LOG_ALERT, "Firmware image size : %d vs %d\n", expected, found);
         std::printf("[ERROR] %s : Firmware image size : %d vs %d\n", kName, expected, found);
-        return -1;
+        break;
     }
-    case PackageFault::kBadKernelImage:
+    case ContentsFault::kBadKernelImage:
         syslog(LOG_ALERT, "flash1 is not correct\n");
         std::printf("[ERROR] %s : chech Image\n", kName);
-        return -1;
-    default: // the file system; region 3 goes under the label of flash2, deliberately
+        break;
+    case ContentsFault::kBadFileSystem:
+        // The label is that of region 2, though the file system is region 3: log filters know it.
         syslog(LOG_ALERT, "flash2 is not correct\n");
         std::printf("[ERROR] %s : check JFFS2\n", kName);
-        return -1;
+        break;
     }
+    return -1;
 }
 
 /// One attempt at one partition. Returns null, or what failed.
@@ -124,8 +126,9 @@ void InstallRegion(const char *path, const char *device, int32_t start, int32_t 
 int CFlash_TEVWrite(const char *package_path, const char *device1, const char *device2,
                     const char *device3, uint32_t flags)
 {
-    Package package{};
-    if (ReadPackage(package_path, ReadPackageExpectation(flags), package) != PackageFault::kNone) {
+    const auto opened = ReadPackage(package_path, ReadPackageExpectation(flags));
+    const Package *package = std::get_if<Package>(&opened);
+    if (package == nullptr) {
         return -1;
     }
     const bool carries_settings = (flags & UPGRADE_FLAG_FACTORY_DEFAULT) == 0;
@@ -135,12 +138,15 @@ int CFlash_TEVWrite(const char *package_path, const char *device1, const char *d
     }
     ReleaseEtc();
     // Deliberately before the contents are checked, and not undone when a check fails.
-    if (UnmountEtc() != 0 || CheckContents(package_path, package) != 0) {
+    if (UnmountEtc() != 0 || CheckContents(package_path, *package) != 0) {
         return -1;
     }
     const std::array<const char *, 3> devices{device1, device2, device3};
     for (size_t i = 0; i < devices.size(); ++i) {
-        InstallRegion(package_path, devices[i], package.RegionStart(i), package.header.size[i]);
+        // A package with negative sizes can pass the checks. A start that then does not fit makes
+        // the write fail, after the erase.
+        InstallRegion(package_path, devices[i], static_cast<int32_t>(package->RegionStart(i)),
+                      package->header.size[i]);
         if ((flags & UPGRADE_FLAG_VERBOSE) != 0) {
             std::printf("%s : flash%zu complete\n", kName, i + 1);
         }

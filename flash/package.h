@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <variant>
 
 /// The header, words little-endian. Layout 1 has 20 bytes, layout 3 has 64.
 ///
@@ -35,13 +36,14 @@ const PackageLayout *FindPackageLayout(int32_t version);
 /// A package that was opened and measured.
 struct Package {
     FirmwarePackageHeader header;
-    const PackageLayout *layout; ///< never null
-    int64_t file_size;           ///< bytes
+    PackageLayout layout;
+    int64_t file_size; ///< bytes
 
-    /// Where region `index` (0 to 2) begins in the file.
-    [[nodiscard]] int32_t RegionStart(size_t index) const;
+    /// Where region `index` (0 to 2) begins in the file. Sizes below zero can put it before the
+    /// beginning.
+    [[nodiscard]] int64_t RegionStart(size_t index) const;
     /// What the file size must be.
-    [[nodiscard]] int64_t ExpectedFileSize() const;
+    [[nodiscard]] int64_t ExpectedFileSize() const { return RegionStart(3); }
 };
 
 /// What a board accepts.
@@ -51,17 +53,22 @@ struct PackageExpectation {
     int32_t version;
 };
 
-/// Why a package is refused.
-enum class PackageFault {
-    kNone,
+/// Why a package is refused before its regions are looked at.
+enum class HeaderFault {
     kUnreadable, ///< cannot be opened, is shorter than its header, or cannot be measured
     kWrongMarker,
     kWrongVersion,
     kUnknownLayout,
-    kWrongFileSize,
-    kBadKernelImage,
-    kBadFileSystem,
 };
+
+/// A package that is refused by its header.
+struct HeaderRefusal {
+    HeaderFault fault;
+    FirmwarePackageHeader header; ///< as far as it was read; the rest is zero
+};
+
+/// Why a package is refused for what its regions hold.
+enum class ContentsFault { kNone, kWrongFileSize, kBadKernelImage, kBadFileSystem };
 
 /// The first four characters of a marker text as the word that stands in a header; a shorter text
 /// is padded with zero bytes.
@@ -69,10 +76,9 @@ uint32_t MarkerWord(std::span<const char> marker);
 
 /// Opens the package, checks that it is meant for this board, and reads its sizes. The words that
 /// were compared go to the system log.
-///
-/// @param package  filled when the result is kNone
-PackageFault ReadPackage(const char *path, const PackageExpectation &expectation, Package &package);
+std::variant<Package, HeaderRefusal> ReadPackage(const char *path,
+                                                 const PackageExpectation &expectation);
 
 /// Checks what the regions hold: the file size, the kernel image in region 1 and, in layout 1, the
 /// file system in region 3. What is wrong with a kernel image goes to the system log.
-PackageFault CheckPackageContents(const char *path, const Package &package);
+ContentsFault FindContentsFault(const char *path, const Package &package);

@@ -3,7 +3,6 @@
 #include <syslog.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "flash/crc32.h"
 #include "util/byte_order.h"
@@ -11,8 +10,6 @@
 
 namespace
 {
-
-using HeaderBytes = std::array<uint8_t, ImageHeader::kSize>;
 
 constexpr size_t kHeaderCrcOffset = 4;
 
@@ -22,37 +19,16 @@ constexpr uint8_t kTypeKernel = 2;
 constexpr uint8_t kTypeMulti = 4;
 constexpr uint8_t kCompressionGzip = 1; // the highest code accepted; 0 is none
 
-uint32_t HeaderCrc(HeaderBytes bytes)
-{
-    std::fill_n(bytes.begin() + kHeaderCrcOffset, 4, uint8_t{0});
-    return CFlash_Crc32(0, bytes.data(), bytes.size());
-}
-
-/// What the CRCs cover is sound; is it meant for this board?
-int CheckTarget(const ImageHeader &header)
-{
-    if (header.architecture != kArchitectureArm) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] Unsupported Architecture\n");
-        return -1;
-    }
-    if (header.type != kTypeStandalone && header.type != kTypeKernel && header.type != kTypeMulti) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] Wrong Image Type\n");
-        return -1;
-    }
-    if (header.compression > kCompressionGzip) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] Unimplemented compression type %d\n",
-               header.compression);
-        return -1;
-    }
-    return 0;
-}
-
 } // namespace
 
-ImageHeader DecodeImageHeader(const HeaderBytes &bytes)
+bool ReadImageHeader(std::FILE *stream, int64_t offset, ImageHeader &header)
 {
-    const auto word = [&bytes](size_t offset) { return LoadBe32(&bytes[offset]); };
-    ImageHeader header{};
+    std::array<uint8_t, ImageHeader::kSize> bytes;
+    if (fseeko(stream, offset, SEEK_SET) != 0 ||
+        std::fread(bytes.data(), 1, bytes.size(), stream) != bytes.size()) {
+        return false;
+    }
+    const auto word = [&bytes](size_t at) { return LoadBe32(&bytes[at]); };
     header.magic = word(0);
     header.header_crc = word(kHeaderCrcOffset);
     header.time = word(8);
@@ -65,34 +41,65 @@ ImageHeader DecodeImageHeader(const HeaderBytes &bytes)
     header.type = bytes[30];
     header.compression = bytes[31];
     std::copy_n(bytes.begin() + 32, header.name.size(), header.name.begin());
-    return header;
+
+    std::fill_n(bytes.begin() + kHeaderCrcOffset, 4, uint8_t{0});
+    header.computed_crc = CFlash_Crc32(0, bytes.data(), bytes.size());
+    return true;
 }
 
-int CFlash_CheckImage(const char *path, int32_t offset)
+ImageFault FindImageFault(const char *path, int64_t offset, ImageHeader &header)
 {
-    File file{path, "r"};
-    if (!file || std::fseek(file.get(), offset, SEEK_SET) != 0) {
-        return -1;
+    const File file{path, "r"};
+    if (!file || !ReadImageHeader(file.get(), offset, header)) {
+        return ImageFault::kUnreadable;
     }
-    HeaderBytes bytes;
-    if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-        return -1;
-    }
-    const ImageHeader header = DecodeImageHeader(bytes);
     if (header.magic != kImageMagic) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] Bad Magic Number : %d\n",
-               static_cast<int32_t>(header.magic));
-        return -1;
+        return ImageFault::kBadMagic;
     }
-    if (HeaderCrc(bytes) != header.header_crc) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] crc32 error\n");
-        return -1;
+    if (header.header_crc != header.computed_crc) {
+        return ImageFault::kBadHeaderCrc;
     }
     if (CFlash_Crc32Stream(0, file.get(), header.data_size) != header.data_crc) {
-        syslog(LOG_ALERT, "[CFlash_CheckImage] filencrc32 error\n");
-        return -1;
+        return ImageFault::kBadDataCrc;
     }
-    file.Close();
-    // Deliberately last: an image for another CPU is refused only after its data was read.
-    return CheckTarget(header);
+    if (header.architecture != kArchitectureArm) {
+        return ImageFault::kWrongArchitecture;
+    }
+    if (header.type != kTypeStandalone && header.type != kTypeKernel && header.type != kTypeMulti) {
+        return ImageFault::kWrongType;
+    }
+    return header.compression > kCompressionGzip ? ImageFault::kWrongCompression
+                                                 : ImageFault::kNone;
+}
+
+int CFlash_CheckImage(const char *path, int64_t offset)
+{
+    ImageHeader header{};
+    switch (FindImageFault(path, offset, header)) {
+    case ImageFault::kNone:
+        return 0;
+    case ImageFault::kUnreadable:
+        break;
+    case ImageFault::kBadMagic:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] Bad Magic Number : %d\n",
+               static_cast<int32_t>(header.magic));
+        break;
+    case ImageFault::kBadHeaderCrc:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] crc32 error\n");
+        break;
+    case ImageFault::kBadDataCrc:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] filencrc32 error\n");
+        break;
+    case ImageFault::kWrongArchitecture:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] Unsupported Architecture\n");
+        break;
+    case ImageFault::kWrongType:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] Wrong Image Type\n");
+        break;
+    case ImageFault::kWrongCompression:
+        syslog(LOG_ALERT, "[CFlash_CheckImage] Unimplemented compression type %d\n",
+               header.compression);
+        break;
+    }
+    return -1;
 }

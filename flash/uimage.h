@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 constexpr uint32_t kImageMagic = 0x27051956;
 
@@ -23,14 +24,34 @@ struct ImageHeader {
     uint8_t type;
     uint8_t compression;
     std::array<char, 32> name; ///< not necessarily terminated
+
+    uint32_t computed_crc; ///< what header_crc must be
 };
 
-/// Takes a header apart.
-ImageHeader DecodeImageHeader(const std::array<uint8_t, ImageHeader::kSize> &bytes);
+/// Reads the header that begins `offset` bytes into the stream, and stops behind it.
+///
+/// @return false when the stream ends before the header does
+bool ReadImageHeader(std::FILE *stream, int64_t offset, ImageHeader &header);
 
-/// Checks the kernel image that begins `offset` bytes into the file `path`: magic, header CRC, data
-/// CRC, then architecture, type and compression. The reason of a refusal goes to the system log,
-/// but for a file that cannot be opened or ends within the header.
+/// Why a kernel image is refused.
+enum class ImageFault {
+    kNone,
+    kUnreadable, ///< the file cannot be opened or ends within the header
+    kBadMagic,
+    kBadHeaderCrc,
+    kBadDataCrc, ///< also when the file ends within the data
+    kWrongArchitecture,
+    kWrongType,
+    kWrongCompression,
+};
+
+/// Checks the kernel image that begins `offset` bytes into the file `path`, in the order of
+/// ImageFault. An image for another CPU is refused only after its data was read.
+///
+/// @param header  receives the header, except with kUnreadable
+ImageFault FindImageFault(const char *path, int64_t offset, ImageHeader &header);
+
+/// The same check. The fault goes to the system log, except kUnreadable.
 ///
 /// @return 0 when the image is acceptable, -1 otherwise
-int CFlash_CheckImage(const char *path, int32_t offset);
+int CFlash_CheckImage(const char *path, int64_t offset);

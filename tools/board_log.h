@@ -1,11 +1,5 @@
-// What the program's checks write to the board's system log. On this machine the last line is the
-// reason that the tool gives, and none of it belongs into the machine's own log.
+// What the program's checks write to the board's system log. None of it reaches this machine's log.
 #pragma once
 
-#include <string>
-
-/// The last line logged, without its newline; empty when there was none.
-std::string LastLogLine();
-
-/// From now on every line appears on standard error too.
+/// From now on every line appears on standard error.
 void ShowBoardLog();

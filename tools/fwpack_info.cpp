@@ -1,6 +1,5 @@
 #include <getopt.h>
 
-#include <algorithm>
 #include <array>
 #include <cinttypes>
 #include <cstdio>
@@ -23,7 +22,7 @@ Shows what is inside a package, also in a damaged one, and what a board would sa
 Exit status: 0 shown, 1 not a package that can be read, 2 wrong usage.
 )";
 
-/// Where a region lies by the header, unlike Package::RegionStart without wrapping.
+/// Where a region lies by the header.
 struct Region {
     int64_t start;
     int64_t size;
@@ -44,20 +43,13 @@ struct Region {
         return "";
     }
 
-    /// Its bytes, or some of them, can be looked at, with an offset as the board has it.
-    [[nodiscard]] bool Begins() const
-    {
-        return size > 0 && start >= 0 && start < std::min<int64_t>(file_size, INT32_MAX);
-    }
+    /// Its bytes, or some of them, can be looked at.
+    [[nodiscard]] bool Begins() const { return size > 0 && start >= 0 && start < file_size; }
 };
 
 Region RegionOf(const Package &package, size_t index)
 {
-    int64_t start = package.layout->header_length;
-    for (size_t i = 0; i < index; ++i) {
-        start += package.header.size[i];
-    }
-    return {start, package.header.size[index], package.file_size};
+    return {package.RegionStart(index), package.header.size[index], package.file_size};
 }
 
 std::string Contents(const char *path, const Package &package, size_t index)
@@ -66,17 +58,16 @@ std::string Contents(const char *path, const Package &package, size_t index)
     if (!region.Begins()) {
         return "";
     }
-    const int32_t start = package.RegionStart(index);
     switch (index) {
     case 0: {
-        const auto image = ReadKernelImage(path, start);
+        const auto image = ReadKernelImage(path, region.start);
         return image && image->header.magic == kImageMagic ? "kernel image" : "no kernel image";
     }
     case 1:
         return "not examined";
     default:
-        return CFlash_CheckJffs2(path, start) == 0 ? "JFFS2 at every 64 KiB"
-                                                   : "not JFFS2 at every 64 KiB";
+        return CFlash_CheckJffs2(path, region.start) == 0 ? "JFFS2 at every 64 KiB"
+                                                          : "not JFFS2 at every 64 KiB";
     }
 }
 
@@ -105,7 +96,7 @@ void PrintCrc(const char *name, uint32_t stated, uint32_t computed)
 void PrintKernel(const char *path, const Package &package)
 {
     const Region region = RegionOf(package, 0);
-    const auto image = ReadKernelImage(path, package.RegionStart(0));
+    const auto image = ReadKernelImage(path, region.start);
     if (!region.Begins() || !image || image->header.magic != kImageMagic) {
         return;
     }
@@ -125,24 +116,29 @@ void PrintKernel(const char *path, const Package &package)
     std::printf("  architecture    %s\n", ArchitectureName(header).c_str());
     std::printf("  type            %s\n", TypeName(header).c_str());
     std::printf("  compression     %s\n", CompressionName(header).c_str());
-    PrintCrc("header CRC", header.header_crc, image->header_crc);
+    PrintCrc("header CRC", header.header_crc, header.computed_crc);
     PrintCrc("data CRC  ", header.data_crc, image->data_crc);
 }
 
 int Print(const char *path)
 {
-    // A board that expects this very layout; what remains are real faults.
-    const auto start = ReadPackageStart(path);
-    const PackageExpectation any{false, 0, start ? start->version : 1};
+    // To a board that expects this very layout: what remains are real faults.
+    PackageExpectation any{false, 0, 1};
+    auto opened = ReadPackage(path, any);
+    if (const auto *refusal = std::get_if<HeaderRefusal>(&opened);
+        refusal != nullptr && refusal->fault == HeaderFault::kWrongVersion) {
+        any.version = refusal->header.version;
+        opened = ReadPackage(path, any);
+    }
     const std::string refusal = WhyRefused(path, any);
-    Package package{};
-    if (ReadPackage(path, any, package) != PackageFault::kNone) {
+    if (!std::holds_alternative<Package>(opened)) {
         PrintError("%s: %s", path, refusal.c_str());
         return kExitRefused;
     }
+    const auto &package = std::get<Package>(opened);
     const int64_t expected = package.ExpectedFileSize();
     std::printf("layout      %d, header of %d bytes\n", package.header.version,
-                package.layout->header_length);
+                package.layout.header_length);
     std::printf("marker      %s\n", MarkerText(package.header.magic).c_str());
     std::printf("file size   %" PRId64 " bytes, %s\n", package.file_size,
                 expected == package.file_size

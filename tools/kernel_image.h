@@ -7,21 +7,20 @@
 
 #include "flash/uimage.h"
 
-/// The header, and what its CRCs should be.
+/// The header, and what its data CRC should be.
 struct KernelImage {
     ImageHeader header;
-    uint32_t header_crc;
     uint32_t data_crc; ///< over as much of the data as the file has
 };
 
 /// Reads the image that begins `offset` bytes into the file, whatever its state; nothing when the
 /// file ends within its header.
-std::optional<KernelImage> ReadKernelImage(const char *path, int32_t offset);
+std::optional<KernelImage> ReadKernelImage(const char *path, int64_t offset);
 
 /// The header's codes in words.
 std::string ArchitectureName(const ImageHeader &header);
 std::string TypeName(const ImageHeader &header);
 std::string CompressionName(const ImageHeader &header);
 
-/// Says in words why CFlash_CheckImage has just refused this image; call it right after.
-std::string DescribeKernelFault(const char *path, int32_t offset);
+/// Says in words why a board refuses the image.
+std::string DescribeKernelFault(const char *path, int64_t offset);

@@ -1,125 +1,81 @@
 #include "tools/verdict.h"
 
-#include <sys/types.h>
-
-#include <array>
 #include <cerrno>
+#include <cinttypes>
 #include <cstring>
 
+#include "flash/jffs2.h"
 #include "tools/fwpack.h"
 #include "tools/kernel_image.h"
-#include "util/byte_order.h"
 #include "util/file.h"
 
 namespace
 {
 
-/// What the details are told from.
-struct Refusal {
-    const char *path;
-    const PackageExpectation &expectation;
-    PackageStart start;
-    Package package;
-};
-
-std::string UnreadableDetail(const Refusal &refusal)
+std::string WhyUnreadable(const char *path)
 {
-    const File file{refusal.path, "r"};
+    const File file{path, "r"};
     if (!file || (std::fgetc(file.get()) == EOF && std::ferror(file.get()) != 0)) {
         return std::strerror(errno);
     }
     return "it ends within its header";
 }
 
-std::string MarkerDetail(const Refusal &refusal)
+std::string Describe(const char *path, const HeaderRefusal &refusal,
+                     const PackageExpectation &expectation)
 {
-    return Format("found %s, the board's is %s", MarkerText(refusal.start.magic).c_str(),
-                  MarkerText(refusal.expectation.marker).c_str());
-}
-
-std::string VersionDetail(const Refusal &refusal)
-{
-    return Format("found %d, the board expects %d", refusal.start.version,
-                  refusal.expectation.version);
-}
-
-std::string LayoutDetail(const Refusal &refusal)
-{
-    return Format("found %d, there are 1 and 3", refusal.start.version);
-}
-
-std::string FileSizeDetail(const Refusal &refusal)
-{
-    const auto found = static_cast<long long>(refusal.package.file_size);
-    const auto expected = static_cast<long long>(refusal.package.ExpectedFileSize());
-    return Format("found %lld bytes, header and regions are %lld", found, expected);
-}
-
-std::string KernelDetail(const Refusal &refusal)
-{
-    return DescribeKernelFault(refusal.path, refusal.package.RegionStart(0));
+    const FirmwarePackageHeader &found = refusal.header;
+    switch (refusal.fault) {
+    case HeaderFault::kUnreadable:
+        return "unreadable: " + WhyUnreadable(path);
+    case HeaderFault::kWrongMarker:
+        return Format("wrong marker: found %s, the board's is %s", MarkerText(found.magic).c_str(),
+                      MarkerText(expectation.marker).c_str());
+    case HeaderFault::kWrongVersion:
+        return Format("wrong layout version: found %d, the board expects %d", found.version,
+                      expectation.version);
+    case HeaderFault::kUnknownLayout:
+        return Format("unknown layout: found %d, there are 1 and 3", found.version);
+    }
+    return "";
 }
 
 /// Finds the block on which the check stopped.
-std::string FileSystemDetail(const Refusal &refusal)
+std::string WhyBadFileSystem(const char *path, int64_t region_start)
 {
-    const off_t start = refusal.package.RegionStart(2);
-    const File file{refusal.path, "r"};
-    std::array<uint8_t, 2> magic{};
-    off_t block = start;
-    while (file && fseeko(file.get(), block, SEEK_SET) == 0 &&
-           std::fread(magic.data(), 1, magic.size(), file.get()) == magic.size()) {
-        if (magic[0] != 0x85 || magic[1] != 0x19) {
-            return Format("the 64 KiB block at %lld of region 3 begins with %02x %02x, not 85 19",
-                          static_cast<long long>(block - start), magic[0], magic[1]);
-        }
-        block += 0x10000;
+    const File file{path, "r"};
+    const auto block = file ? FindForeignBlock(file.get(), region_start) : std::nullopt;
+    if (!block) {
+        return "it changed while it was read";
     }
-    return "a 64 KiB block of region 3 does not begin with 85 19";
+    return Format("the 64 KiB block at %" PRId64 " of region 3 begins with %02x %02x, not 85 19",
+                  block->start - region_start, block->magic[0], block->magic[1]);
 }
 
-struct FaultRow {
-    PackageFault fault;
-    const char *name;
-    std::string (*detail)(const Refusal &);
-};
-
-// In the order of the board's checks.
-constexpr std::array<FaultRow, 7> kFaults{{
-    {PackageFault::kUnreadable, "unreadable", UnreadableDetail},
-    {PackageFault::kWrongMarker, "wrong marker", MarkerDetail},
-    {PackageFault::kWrongVersion, "wrong layout version", VersionDetail},
-    {PackageFault::kUnknownLayout, "unknown layout", LayoutDetail},
-    {PackageFault::kWrongFileSize, "wrong file size", FileSizeDetail},
-    {PackageFault::kBadKernelImage, "bad kernel image", KernelDetail},
-    {PackageFault::kBadFileSystem, "bad /etc file system", FileSystemDetail},
-}};
+std::string Describe(const char *path, const Package &package, ContentsFault fault)
+{
+    switch (fault) {
+    case ContentsFault::kNone:
+        return "";
+    case ContentsFault::kWrongFileSize:
+        return Format("wrong file size: found %" PRId64 " bytes, header and regions are %" PRId64,
+                      package.file_size, package.ExpectedFileSize());
+    case ContentsFault::kBadKernelImage:
+        return "bad kernel image: " + DescribeKernelFault(path, package.RegionStart(0));
+    case ContentsFault::kBadFileSystem:
+        return "bad /etc file system: " + WhyBadFileSystem(path, package.RegionStart(2));
+    }
+    return "";
+}
 
 } // namespace
 
-std::optional<PackageStart> ReadPackageStart(const char *path)
-{
-    const File file{path, "r"};
-    std::array<uint8_t, FirmwarePackageHeader::kStartSize> bytes{};
-    if (!file || std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-        return std::nullopt;
-    }
-    return PackageStart{LoadLe32(bytes.data()), static_cast<int32_t>(LoadLe32(&bytes[4]))};
-}
-
 std::string WhyRefused(const char *path, const PackageExpectation &expectation)
 {
-    Package package{};
-    PackageFault fault = ReadPackage(path, expectation, package);
-    if (fault == PackageFault::kNone) {
-        fault = CheckPackageContents(path, package);
+    const auto opened = ReadPackage(path, expectation);
+    if (const auto *refusal = std::get_if<HeaderRefusal>(&opened)) {
+        return Describe(path, *refusal, expectation);
     }
-    for (const FaultRow &row : kFaults) {
-        if (row.fault == fault) {
-            const PackageStart start = ReadPackageStart(path).value_or(PackageStart{});
-            const Refusal refusal{path, expectation, start, package};
-            return Format("%s: %s", row.name, row.detail(refusal).c_str());
-        }
-    }
-    return "";
+    const auto &package = std::get<Package>(opened);
+    return Describe(path, package, FindContentsFault(path, package));
 }

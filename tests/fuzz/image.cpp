@@ -16,7 +16,7 @@ void Fuzz(const std::string &input)
 
     FakeBoard board;
     board.Write("/tmp/a", file);
-    const std::string fault = ImageFault(file, offset);
+    const std::string fault = LoggedFault(file, offset);
     EXPECT_EQ(board.Run(CFlash_CheckImage, "/tmp/a", offset), fault.empty() ? 0 : -1);
     EXPECT_EQ(board.transcript(), fault.empty() || fault == "silent"
                                       ? "\n"

@@ -30,7 +30,7 @@ inline void RepairImage(std::string &bytes, size_t offset, int which)
 }
 
 /// What the check logs about the image at `offset`; "" when it passes, "silent" without a line.
-inline std::string ImageFault(const std::string &bytes, int64_t offset)
+inline std::string LoggedFault(const std::string &bytes, int64_t offset)
 {
     if (offset < 0 || bytes.size() < static_cast<size_t>(offset) + 64) {
         return "silent";

@@ -57,7 +57,7 @@ bool PassesAllChecks(const std::string &package, int version, bool check_marker)
     const Regions regions = Measure(package, version);
     return regions.header != 0 && !(check_marker && !package.starts_with("3510")) &&
            regions.end == static_cast<int64_t>(package.size()) &&
-           ImageFault(package, regions.start[0]).empty() &&
+           LoggedFault(package, regions.start[0]).empty() &&
            (version == 3 || IsFileSystem(package, regions.start[2]));
 }
 
