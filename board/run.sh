@@ -24,6 +24,7 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
                      logs their requests to /run/devices.log
   --serial LINE      what /dev/ttyAMA1 is connected to, then /dev/ttyAMA2, as QEMU's -serial has it
   --sd FILE          an image in the SD slot, --usb FILE one in the USB slot; writes are forgotten
+  --kept-sd FILE     an image in the SD slot that keeps what is written to it
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 90)
@@ -32,7 +33,7 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
 The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
 status is the last job's; 75 when the board was reset during the last job, 76 when it did not boot
 or hung. A job that fails ends the run, one that resets the board or loses its power hands over to
-the next.
+the next. One that the start-up scripts reset before its job gets the same job again.
 END
 }
 
@@ -58,10 +59,8 @@ parse() {
         --modules) modules+=,$2 ;;
         --devices) modules+=,cuse && install -D "$2" "$work/overlay/sbin/board_devices" ;;
         --serial) extras+=(-serial "$2") ;;
-        --sd)
-            modules+=,sdhci-of-aspeed,$vfat_modules
-            extras+=(-drive "if=sd,file=$2,format=raw,index=2,snapshot=on")
-            ;;
+        --sd) put_card "$2" on ;;
+        --kept-sd) put_card "$2" off ;;
         --usb)
             modules+=,ehci_platform,usb_storage,sd_mod,$vfat_modules
             extras+=(-drive "id=usb,if=none,file=$2,format=raw,snapshot=on"
@@ -85,6 +84,12 @@ parse() {
         printf '%q ' "$@" >"$work/command"
         jobs+=("$work/command")
     fi
+}
+
+# put_card FILE SNAPSHOT
+put_card() {
+    modules+=,sdhci-of-aspeed,$vfat_modules
+    extras+=(-drive "if=sd,file=$1,format=raw,index=2,snapshot=$2")
 }
 
 # The boot loader: the kernel in flash if its checksums hold, else the one for recovery.
@@ -120,23 +125,23 @@ make_initrd() {
     cat "$cache/root.cpio" "$work/overlay.cpio" >"$work/initrd"
 }
 
-# Passes the job's lines on until the board is gone; leaves the job's status in $work/rc.
+# Passes the lines of start-up and job on until the board is gone; leaves the job's status in $work/rc.
 relay() {
-    local line began='' rc=reset
+    local line rc=none
     while IFS= read -r line; do
         line=${line%$'\r'}
         case $line in
-        '##BEGIN') began=yes && continue ;;
+        '##START') rc=again && continue ;;
+        '##BEGIN') rc=reset && continue ;;
         '##RC '*) rc=${line#'##RC '} && continue ;;
         esac
-        [ -n "$began" ] || continue
+        [ "$rc" != none ] || continue
         if [[ $line =~ ^[A-Z][a-z]{2}\ [\ 0-9]{2}\ [0-9:]{8}\ [^\ ]+\ [a-z]+\.[a-z]+\ (.*) ]]; then
             line="log: ${BASH_REMATCH[1]}"
         fi
         say "$line"
         [ -z "$cut" ] || [[ $line != *"${cut%:*}"* ]] || cut_power "${cut##*:}"
     done
-    [ -n "$began" ] || rc=none
     echo "$rc" >"$work/rc"
 }
 
@@ -152,7 +157,8 @@ say() {
     printf '%s\n' "$1"
 }
 
-# boot JOB: one boot with a job. Returns its status, or 'reset' in $status.
+# boot JOB: one boot with a job. Leaves its status in $status: a number, 'reset', or 'again' when the
+# board was reset before it.
 boot() {
     install -m 644 "$1" "$work/overlay/job/run"
     make_initrd
@@ -163,6 +169,7 @@ boot() {
     if [ -e "$work/cut" ]; then
         rm "$work/cut"
         cut=
+        status=reset
         say "board: power cut"
         return
     fi
@@ -177,9 +184,14 @@ hang() {
 }
 
 run_jobs() {
-    local job
+    local job boots
     for job in "${jobs[@]}"; do
+        boots=1
         boot "$job"
+        while [ "$status" = again ]; do
+            [ $((boots += 1)) -le 20 ] || hang "the board is always reset before its job"
+            boot "$job"
+        done
         [ "$status" = reset ] || [ "$status" -eq 0 ] || exit "$status"
     done
     [ "$status" != reset ] || { echo "board: reset" && exit "$reset_status"; }
