@@ -44,5 +44,7 @@ if(QVE_HOST_TOOLS)
     install(TARGETS fwpack RUNTIME DESTINATION bin COMPONENT tools)
     install(FILES docs/man/fwpack.1 DESTINATION ${QVE_SHAREDIR}/man/man1 COMPONENT tools)
     install(FILES docs/firmware-package.md DESTINATION ${QVE_SHAREDIR}/doc/fwpack COMPONENT tools)
+    install(FILES docs/pictures/package.svg DESTINATION ${QVE_SHAREDIR}/doc/fwpack/pictures
+            COMPONENT tools)
 endif()
 include(CPack)

@@ -1,0 +1,55 @@
+#!/bin/bash
+# Checks the documents: each relative link leads to a file that is there, and to a heading in it; each
+# picture can be drawn, in light and in dark colours.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+faults=0
+
+fault() {
+    echo "FAILED: $*" >&2
+    faults=$((faults + 1))
+}
+
+files() {
+    find . \( -name build -o -name '.?*' \) -prune -o -name "$1" -print
+}
+
+# headings FILE: the names by which a link reaches them.
+headings() {
+    sed -n 's/^#\+ //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'
+}
+
+check_links() {
+    local document link target
+    while IFS=: read -r document link; do
+        target=$(dirname "$document")/${link%%#*}
+        [[ $link != '#'* ]] || target=$document
+        if [ ! -e "$target" ]; then
+            fault "$document: no file '$link'"
+        elif [[ $link == *'#'* ]] && ! headings "$target" | grep -qxF -- "${link#*#}"; then
+            fault "$document: no heading '$link'"
+        fi
+    done < <(files '*.md' | xargs grep -oHE '\]\([^)]+\)|src(set)?="[^"]+"' |
+        sed -E 's/:(\]\(|src(set)?=")/:/; s/[)"]$//' | grep -v ':https\?:')
+}
+
+# dark FILE: the picture with its dark colours in force.
+dark() {
+    sed '/@media (prefers-color-scheme: dark) {$/,/^ *}$/{/@media/d; /^ *}$/d}' "$1"
+}
+
+check_pictures() {
+    local picture
+    while read -r picture; do
+        dark "$picture" >"$work/dark.svg"
+        { rsvg-convert -o "$work/light" "$picture" && rsvg-convert -o "$work/dark" "$work/dark.svg"; } ||
+            fault "$picture: cannot be drawn"
+        ! cmp -s "$work/light" "$work/dark" || fault "$picture: has no dark colours"
+    done < <(files '*.svg')
+}
+
+check_links
+check_pictures
+[ "$faults" -eq 0 ]
