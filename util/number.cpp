@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <string_view>
 
 int32_t CUTIL_ParseDecimal(const char *text)
 {
@@ -34,9 +33,12 @@ int32_t ParseLeadingInteger(const char *text)
 uint32_t ParseLeadingUnsigned(const char *text)
 {
     constexpr long long kHighest = std::numeric_limits<uint32_t>::max();
-    const std::string_view digits{text + std::strspn(text, " \t+-")};
-    // Newer C libraries take base 0 for binary numbers too.
-    const bool is_binary = digits.starts_with("0b") || digits.starts_with("0B");
-    const long long value = is_binary ? 0 : std::strtoll(text, nullptr, 0);
+    const char *digits = text + std::strspn(text, " \t\n\v\f\r+-");
+    // With base 0 newer C libraries read "0b11" as a binary number.
+    int base = 10;
+    if (digits[0] == '0') {
+        base = digits[1] == 'x' || digits[1] == 'X' ? 16 : 8;
+    }
+    const long long value = std::strtoll(text, nullptr, base);
     return static_cast<uint32_t>(value < -kHighest || value > kHighest ? kHighest : value);
 }

@@ -23,6 +23,8 @@ TEST(Number, IsDigitsOnlyOrTheBeginningOfAText)
         {"x1", -1, 0, 0},
         {"0x1aB", -1, 0, 427},
         {"-0b11", -1, 0, 0},
+        {"\n0b11", -1, 0, 0},
+        {"\r 0x1f", -1, 0, 31},
         {"0x100000012", -1, 0, 4294967295},
     };
     for (const auto &[text, decimal, leading, in_any_base] : cases) {
