@@ -155,15 +155,13 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     return Watch(query, timeout);
 }
 
-/// The address up to the first blank, cut to 63 characters; 0.0.0.0 when the text is none.
-Ipv4Address ParseAddress(const char *text)
+/// The address in `text`, which is cut at its first blank; 0.0.0.0 when there is none.
+Ipv4Address ParseAddress(char *text)
 {
-    std::array<char, 64> word{};
-    CopyText({text, std::strcspn(text, " \t\n\v\f\r")}, std::span{word}.first<63>());
+    // Some C libraries take no blank behind an address, and some store a part of what is none.
+    text[std::strcspn(text, " \t\n\v\f\r")] = '\0';
     in_addr address{};
-    // Not every C library lets a blank pass, and some leave a part of what is no address.
-    return inet_aton(word.data(), &address) != 0 ? std::bit_cast<Ipv4Address>(address)
-                                                 : Ipv4Address{};
+    return inet_aton(text, &address) != 0 ? std::bit_cast<Ipv4Address>(address) : Ipv4Address{};
 }
 
 } // namespace

@@ -134,8 +134,10 @@ send eth0 42 bytes
 )");
     EXPECT_EQ(Hex(board.datagrams[1].substr(38)), "c0 00 00 02");
     EXPECT_EQ(Hex(board.datagrams[2].substr(38)), "00 00 00 00");
-    board.ethernet.arrivals = {{kConflict}};
-    EXPECT_EQ(Check("0", "eth0", "192.0.2.9 x\n"), -1);
+    for (const std::string &last : {std::string{"9 x\n"}, std::string(60, '0') + "11"}) {
+        board.ethernet.arrivals = {{kConflict}};
+        EXPECT_EQ(Check("0", "eth0", "192.0.2." + last), -1);
+    }
 }
 
 TEST_F(TevArp, FailsSilently)
