@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "flash/installer.h"
+#include "upgrade/console.h"
 #include "upgrade/local_udp.h"
 #include "upgrade/services.h"
 #include "util/fd.h"
@@ -109,10 +110,10 @@ void Report(const char *outcome, uint32_t flags)
 
 int upgrade(int argc, char **argv)
 {
+    OutliveConsole();
     // The stamp belongs to the daemon's version, not to this build.
     syslog(LOG_INFO, "%s(%s) start", "Upgrade Daemon v1.0.0.1", "2012.09.25-00:50+0000");
 
-    OutliveConsole();
     const std::span<char *const> arguments{argv + 1, argv + argc};
     Request request;
     if (arguments.size() < 2) { // a single argument is ignored, deliberately

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "flash/installer.h"
+#include "upgrade/console.h"
 #include "upgrade/services.h"
 #include "upgrade/watchdog.h"
 #include "upgrade/worker_thread.h"
@@ -134,7 +135,6 @@ uint32_t InstallerFlags(const Options &options)
 
 void Upgrade(const Options &options)
 {
-    OutliveConsole();
     // The system manager feeds the watchdog; from here on that falls to us.
     CUTIL_KillProc("/bin/TEVSysMgr", SIGTERM);
     sleep(1);
@@ -150,6 +150,7 @@ void Upgrade(const Options &options)
 
 int xupgrade(int argc, char **argv)
 {
+    OutliveConsole();
     const Options options = ParseArguments(std::span{argv, static_cast<size_t>(argc)}.subspan(1));
     if (options.help) {
         PrintHelp(argv[0]);

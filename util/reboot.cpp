@@ -3,8 +3,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
-
 #include "util/process.h"
 #include "util/shell.h"
 
@@ -23,7 +21,6 @@ namespace
     RunShell("rmmod rt73");
     usleep(100);
     RunShell("/sbin/reboot");
-    std::fflush(stdout); // nobody else will; not earlier, since it may find its reader gone
     // Only the restart ends this process. The empty statement keeps the loop from being removed.
     for (;;) {
         asm volatile("");

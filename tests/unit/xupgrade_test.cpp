@@ -1,3 +1,5 @@
+#include <signal.h>
+
 #include "tests/fake_board.h"
 #include "tests/unit/package_builder.h"
 
@@ -57,7 +59,9 @@ TEST(XUpgrade, TakesItsOptions)
         for (const char *name : {"tcp_server", "stream", "videodecoder", "lighttpd/lighttpd"}) {
             board.new_etc[std::string{"/etc/"} + name + ".conf"] = "";
         }
+        signal(SIGHUP, SIG_DFL);
         EXPECT_EQ(board.Start(words), reboots ? FakeBoard::kRebooted : 0);
+        EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN); // the console may go at any moment
         EXPECT_EQ(board.transcript({"out "}), upgrades ? "\nout The timeout was set to 30 seconds\n"
                                                          "out Upgrade complete.\n"
                                                        : kHelp);
