@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <span>
 #include <string_view>
@@ -32,22 +33,7 @@ constexpr ServiceSignal kQuietStops[] = {
     {"/bin/confd", SIGKILL},
 };
 
-// The same order twice: through xkill, which waits for a service to go, and without it.
-constexpr const char *kStopCommands[] = {
-    "/bin/xkill /bin/confd",
-    "/bin/xkill /bin/webs",
-    "/bin/xkill /bin/lighttpd",
-    "/bin/xkill /bin/AVServer",
-    "/bin/xkill /bin/ucftpd",
-    "/bin/xkill /bin/encpd",
-    "/bin/xkill /bin/onvif_discovery",
-    "/bin/xkill /bin/onvif_server",
-    "/bin/xkill /bin/genetec_discovery",
-    "/bin/xkill /bin/RTSPServer",
-    "/bin/xkill SIGKILL /bin/confd",
-    "/bin/xkill SIGKILL /bin/AVServer",
-    "/bin/xkill SIGKILL /bin/genetec_discovery",
-};
+// What is stopped otherwise.
 constexpr ServiceSignal kStops[] = {
     {"/bin/confd", SIGTERM},
     {"/bin/webs", SIGTERM},
@@ -91,10 +77,16 @@ void NotifySystemManager()
 
 void StopServices()
 {
-    if (access("/bin/xkill", R_OK) == 0) {
-        RunShell(kStopCommands);
-    } else {
+    if (access("/bin/xkill", R_OK) != 0) {
         SignalServices(kStops);
+        return;
+    }
+    // xkill waits until a service that got SIGTERM is gone.
+    for (const ServiceSignal &stop : kStops) {
+        std::array<char, 64> command;
+        std::snprintf(command.data(), command.size(), "/bin/xkill %s%s",
+                      stop.signal_number == SIGKILL ? "SIGKILL " : "", stop.service);
+        RunShell(command.data());
     }
 }
 
