@@ -8,17 +8,6 @@
 #include "util/error_text.h"
 #include "util/loopback.h"
 
-namespace
-{
-
-int BindLoopback(int fd, uint16_t port)
-{
-    const sockaddr_in address = LoopbackAddress(port);
-    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-}
-
-} // namespace
-
 int TEV_OpenLocalUDPSSocket(uint16_t port)
 {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
@@ -32,7 +21,8 @@ int TEV_OpenLocalUDPSSocket(uint16_t port)
         std::puts("[TEV_OpenLocalUDPSSocket] setsockopt error. exit");
         return -1;
     }
-    if (BindLoopback(fd, port) < 0) {
+    const sockaddr_in address = LoopbackAddress(port);
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
         std::puts("[TEV_OpenLocalUDPSSocket] local bind error. exit");
         return -1;
     }
@@ -52,9 +42,7 @@ int TEV_OpenLocalUDPCSocket()
 
 ssize_t TEV_SendLocalUDPData(int fd, uint16_t port, const void *buffer, size_t length)
 {
-    const sockaddr_in address = LoopbackAddress(port);
-    const ssize_t sent =
-        sendto(fd, buffer, length, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const ssize_t sent = SendToLoopback(fd, port, {static_cast<const uint8_t *>(buffer), length});
     if (sent == -1) {
         std::printf("[TEV_SendLocalUDPData] : error while send message : %s\n", ErrorText(errno));
     }

@@ -21,54 +21,37 @@ constexpr CICOMM::Operations kOperations{CICOMM_Close, CICOMM_GetFd,         CIC
 
 constexpr int32_t kSendSeconds = 3;
 
-/// One attempt at sending. An error that passes counts as nothing sent.
-///
-/// @param sent  receives the result of the call
-/// @return false when sending has failed for good
-bool TrySend(int fd, const sockaddr_in &address, std::span<const uint8_t> bytes, ssize_t &sent)
+/// Sends all of `message`, for about three seconds. Prints when it fails.
+bool SendAll(int fd, uint16_t port, std::span<const uint8_t> message)
 {
-    sent = sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&address),
-                  sizeof address);
-    if (sent > 0) {
-        return true;
-    }
-    if (sent == 0) {
-        return false;
-    }
-    if (errno == EAGAIN || errno == EINTR) {
-        usleep(1);
-        return true;
-    }
-    std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, ErrorText(errno));
-    return false;
-}
-
-/// Sends all of `message`. Returns whether it did; `last` receives the last call's result.
-bool SendTo(int fd, uint16_t port, std::span<const uint8_t> message, ssize_t &last)
-{
-    last = -1;
-    if (fd < 0) {
-        return false;
-    }
+    const auto total = static_cast<int>(message.size());
+    ssize_t sent = -1;
     TimeStamp now;
     CUTIL_GetTimeOfDay(now);
     const int64_t deadline = int64_t{now.seconds} + kSendSeconds;
 
-    const sockaddr_in address = LoopbackAddress(port);
-    while (!message.empty()) {
-        if (!TrySend(fd, address, message, last)) {
-            return false;
+    // The time counts after every attempt, also after the one that sent the rest.
+    while (fd >= 0 && now.seconds <= deadline) {
+        if (message.empty()) {
+            return true;
         }
-        if (last > 0) {
-            message = message.subspan(static_cast<size_t>(last));
+        sent = SendToLoopback(fd, port, message);
+        if (sent == 0) {
+            break;
         }
-        // After every attempt, the one that sent the rest included.
+        if (sent > 0) {
+            message = message.subspan(static_cast<size_t>(sent));
+        } else if (errno == EAGAIN || errno == EINTR) {
+            usleep(1);
+        } else {
+            std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, ErrorText(errno));
+            break;
+        }
         CUTIL_GetTimeOfDay(now);
-        if (now.seconds > deadline) {
-            return false;
-        }
     }
-    return true;
+    std::printf("[%s] error, reason(SendTo %d vs %d)\n", "CICOMM_Send", static_cast<int>(sent),
+                total);
+    return false;
 }
 
 } // namespace
@@ -120,14 +103,8 @@ int CICOMM_Send(CICOMM *channel, uint32_t id, uint16_t port, const void *payload
         std::memcpy(message.payload.data(), payload, payload_size);
     }
     const size_t total = sizeof(MessageHeader) + payload_size;
-    ssize_t last;
     const auto *bytes = reinterpret_cast<const uint8_t *>(&message);
-    if (!SendTo(channel->fd, port, {bytes, total}, last)) {
-        std::printf("[%s] error, reason(SendTo %d vs %d)\n", "CICOMM_Send", static_cast<int>(last),
-                    static_cast<int>(total));
-        return -4;
-    }
-    return static_cast<int>(total);
+    return SendAll(channel->fd, port, {bytes, total}) ? static_cast<int>(total) : -4;
 }
 
 int CICOMM_Recv(CICOMM *channel, uint32_t *id)

@@ -1,17 +1,14 @@
-// The address at which the board's own processes reach one another.
+// Datagrams between the board's own processes, on 127.0.0.1.
 #pragma once
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/types.h>
 
 #include <cstdint>
+#include <span>
 
 /// The address 127.0.0.1 with `port`.
-inline sockaddr_in LoopbackAddress(uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
+sockaddr_in LoopbackAddress(uint16_t port);
+
+/// Sends `bytes` to `port` in one datagram. Returns the result of sendto.
+ssize_t SendToLoopback(int fd, uint16_t port, std::span<const uint8_t> bytes);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <span>
 
 #include "util/error_text.h"
 #include "util/fd.h"
@@ -15,15 +16,6 @@ namespace
 
 constexpr int32_t kHeaderSize = SystemManagerHeader::kSize;
 constexpr int32_t kMaxData = 256;
-
-void Send(int fd, const uint8_t *packet, size_t size)
-{
-    const sockaddr_in address = LoopbackAddress(kSystemManagerPort);
-    if (sendto(fd, packet, size, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address) ==
-        -1) {
-        std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", ErrorText(errno));
-    }
-}
 
 } // namespace
 
@@ -49,6 +41,9 @@ int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length)
     }
     const Fd fd{number};
     // A negative length is not refused, deliberately: it cuts the header short.
-    Send(fd.get(), packet.data(), static_cast<size_t>(std::max(kHeaderSize + length, 0)));
+    const auto size = static_cast<size_t>(std::max(kHeaderSize + length, 0));
+    if (SendToLoopback(fd.get(), kSystemManagerPort, std::span{packet}.first(size)) == -1) {
+        std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", ErrorText(errno));
+    }
     return 0;
 }
