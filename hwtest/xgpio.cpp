@@ -23,7 +23,9 @@ void PrintPin(int handle, int group, int pin)
 
 int xgpio(int argc, char **argv)
 {
-    RequireGetOrSet(argc, argv[0], "group_no  bit_no", "0/1");
+    if (!CheckGetOrSet(argc, argv[0], "group_no  bit_no", "0/1")) {
+        return 0;
+    }
 
     const int group = ParseLeadingInteger(argv[1]);
     const int pin = ParseLeadingInteger(argv[2]);

@@ -9,7 +9,9 @@
 
 int xi2c(int argc, char **argv)
 {
-    RequireGetOrSet(argc, argv[0], "device_addr  reg_addr", "reg_value");
+    if (!CheckGetOrSet(argc, argv[0], "device_addr  reg_addr", "reg_value")) {
+        return 0;
+    }
 
     const uint32_t device_address = ParseLeadingUnsigned(argv[1]);
     const uint32_t register_address = ParseLeadingUnsigned(argv[2]);
