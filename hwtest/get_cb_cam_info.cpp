@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <span>
-#include <string_view>
 
 #include "hwtest/camera_board.h"
 #include "hwtest/serial_port.h"
+#include "hwtest/verbose_option.h"
 
 namespace
 {
@@ -17,14 +17,11 @@ namespace
 constexpr size_t kLongestRead = 256;
 constexpr size_t kAnswerByte = 6;
 
-struct Query {
-    uint8_t command;
-    std::array<uint8_t, 7> parameters;
-};
+constexpr uint8_t kModelQuery = 0xE0;
+constexpr uint8_t kResolutionQuery = 0x5C;
+constexpr uint8_t kVersionQuery = 0xE3;
 
-constexpr Query kModelQuery{0xE0, {1}};
-constexpr Query kResolutionQuery{0x5C, {1}};
-constexpr Query kVersionQuery{0xE3, {1}};
+using Reply = std::array<uint8_t, kSerialFrameSize - 1 + kLongestRead>;
 
 struct SensorModel {
     uint8_t code;
@@ -40,32 +37,22 @@ constexpr SensorModel kSensorModels[] = {
     {0x16, "1.3M Panasonic", "720p", "1280x1024"},
 };
 
-/// The questions to the camera board, and the buffer that all its replies share.
-class Inquiry
+/// Asks the camera board and waits for about 3 seconds.
+///
+/// @param reply  the buffer of all replies: what a short one lacks is that of the one before
+/// @return the byte of the reply that counts
+uint8_t Ask(int fd, uint8_t query, Reply &reply, bool verbose)
 {
-public:
-    Inquiry(int fd, bool verbose) : fd_(fd), verbose_(verbose) {}
-
-    /// Asks once and waits for about 3 seconds. Returns the one byte of the reply that counts.
-    uint8_t Ask(const Query &query)
-    {
-        TimeStamp start;
-        CUTIL_GetTimeOfDay(start);
-        CCAM_SendCommand(fd_, query.command, query.parameters); // its time counts too
-        const size_t count = ReceiveFrame(fd_, start, reply_);
-        if (verbose_) {
-            PrintReceived(std::span{reply_}.first(count));
-            std::puts("");
-        }
-        // Deliberate: the byte that a short reply lacks is the one of the reply before.
-        return reply_[kAnswerByte];
+    TimeStamp start;
+    CUTIL_GetTimeOfDay(start);
+    CCAM_SendCommand(fd, query, {1}); // its time counts too
+    const size_t count = ReceiveFrame(fd, start, reply, kLongestRead);
+    if (verbose) {
+        PrintReceived(std::span{reply}.first(count));
+        std::puts("");
     }
-
-private:
-    int fd_;
-    bool verbose_;
-    std::array<uint8_t, kSerialFrameSize - 1 + kLongestRead> reply_{};
-};
+    return reply[kAnswerByte];
+}
 
 void PrintModel(uint8_t code, uint8_t resolution_flag)
 {
@@ -85,15 +72,15 @@ void PrintModel(uint8_t code, uint8_t resolution_flag)
 
 int get_cb_cam_info(int argc, char **argv)
 {
-    const bool verbose = argc > 1 && std::string_view{argv[1]} == "-v";
+    const bool verbose = HasVerboseOption(argc, argv);
     std::setvbuf(stdout, nullptr, _IONBF, 0); // not after something was printed
     std::puts("");
 
-    const SerialPort port{"/dev/ttyAMA2"};
-    Inquiry inquiry{port.fd(), verbose};
-    const uint8_t model = inquiry.Ask(kModelQuery);
-    const uint8_t resolution_flag = inquiry.Ask(kResolutionQuery);
-    const uint8_t version = inquiry.Ask(kVersionQuery);
+    const SerialPort port{OpenSerialPortOrExit("/dev/ttyAMA2")};
+    Reply reply{};
+    const uint8_t model = Ask(port.fd(), kModelQuery, reply, verbose);
+    const uint8_t resolution_flag = Ask(port.fd(), kResolutionQuery, reply, verbose);
+    const uint8_t version = Ask(port.fd(), kVersionQuery, reply, verbose);
 
     std::printf("VERSION=%02X\n", version);
     PrintModel(model, resolution_flag);

@@ -11,9 +11,9 @@
 #include <array>
 #include <cstdio>
 #include <span>
-#include <string_view>
 
 #include "hwtest/serial_port.h"
+#include "hwtest/verbose_option.h"
 
 static_assert(TIOCMGET == 0x5415 && TIOCMSET == 0x5418 && TIOCM_RTS == 0x004);
 static_assert(TIOCSERGETLSR == 0x5459);
@@ -27,8 +27,7 @@ constexpr uint8_t kPatterns[] = {0xA5, 0x5A, 0xFF, 0x00};
 
 using Frame = std::array<uint8_t, kSerialFrameSize>;
 
-bool g_rs485_verbose;
-bool g_rs232_verbose;
+bool g_verbose;
 
 /// A driver without modem lines refuses, which does not matter: its port needs no RTS.
 void SetRts(int fd, bool on)
@@ -69,7 +68,7 @@ void SendRs232(int fd, const Frame &frame)
     tcdrain(fd);
 }
 
-int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame), bool verbose)
+int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame))
 {
     std::array<uint8_t, kSerialFrameSize - 1 + kSerialFrameSize> received{};
     TimeStamp start;
@@ -78,13 +77,13 @@ int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame), 
     frame.fill(pattern);
 
     send(fd, frame); // its time counts against the limit
-    if (verbose) {
+    if (g_verbose) {
         std::printf("PATTERN [0x%02X] => ", pattern);
     }
-    const size_t count = ReceiveFrame(fd, start, received);
+    const size_t count = ReceiveFrame(fd, start, received, kSerialFrameSize);
     // The count plays no part, deliberately: what did not come reads as zeros.
     const bool same = std::equal(frame.begin(), frame.end(), received.begin());
-    if (verbose) {
+    if (g_verbose) {
         PrintReceived(std::span{received}.first(count));
         std::puts(same ? " : successful" : " : failed");
     }
@@ -95,7 +94,7 @@ using ExchangeRoutine = int (*)(int fd, uint8_t pattern);
 
 bool Passes(const char *device, ExchangeRoutine exchange)
 {
-    const SerialPort port{device};
+    const SerialPort port{OpenSerialPortOrExit(device)};
     for (int cycle = 0; cycle < kCycles; ++cycle) {
         for (const uint8_t pattern : kPatterns) {
             if (exchange(port.fd(), pattern) < 0) {
@@ -115,31 +114,26 @@ int Test(const char *heading, const char *device, ExchangeRoutine exchange)
     return 0;
 }
 
-bool IsVerbose(int argc, char **argv)
-{
-    return argc > 1 && std::string_view{argv[1]} == "-v";
-}
-
 } // namespace
 
 int CSERIAL_Rs485Exchange(int fd, uint8_t pattern)
 {
-    return Exchange(fd, pattern, SendRs485, g_rs485_verbose);
+    return Exchange(fd, pattern, SendRs485);
 }
 
 int CSERIAL_Rs232Exchange(int fd, uint8_t pattern)
 {
-    return Exchange(fd, pattern, SendRs232, g_rs232_verbose);
+    return Exchange(fd, pattern, SendRs232);
 }
 
 int test_rs485(int argc, char **argv)
 {
-    g_rs485_verbose = IsVerbose(argc, argv);
+    g_verbose = HasVerboseOption(argc, argv);
     return Test("", "/dev/ttyAMA1", CSERIAL_Rs485Exchange);
 }
 
 int test_rs232(int argc, char **argv)
 {
-    g_rs232_verbose = IsVerbose(argc, argv);
+    g_verbose = HasVerboseOption(argc, argv);
     return Test("\n", "/dev/ttyAMA2", CSERIAL_Rs232Exchange);
 }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <syslog.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,10 +13,8 @@ namespace
 
 constexpr uint32_t kReplyLimit = 3000; // milliseconds
 
-constexpr tcflag_t kControlModes = B9600 | CS8 | CREAD | CLOCAL;
-static_assert(kControlModes == 0x8BD);
-
-termios g_found_settings;
+constexpr tcflag_t kControlModes = CS8 | CREAD | CLOCAL;
+static_assert(kControlModes == 0x8B0); // with the speed, the kernel gets 0x8BD
 
 /// From zero, not from what was found: nothing that an earlier program left on the port counts.
 termios LineSettings()
@@ -26,34 +23,41 @@ termios LineSettings()
     settings.c_iflag = IGNPAR;
     settings.c_cflag = kControlModes;
     settings.c_cc[VMIN] = 1;
-    settings.c_cc[VTIME] = 0;
+    // Newer C libraries have speeds of their own, which are no bits of the control modes.
+    cfsetspeed(&settings, B9600);
     return settings;
 }
 
 } // namespace
 
-SerialPort::SerialPort(const char *device) : fd_(open(device, O_RDWR | O_NOCTTY | O_NONBLOCK))
+int OpenSerialPortOrExit(const char *device)
 {
-    if (!fd_) {
+    const int fd = open(device, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0) {
         syslog(LOG_ALERT, "%s device open fail !!!", device);
         std::fprintf(stderr, "%s device open fail !!!\n", device);
         std::exit(-1);
     }
+    return fd;
+}
+
+SerialPort::SerialPort(int fd) : fd_(fd)
+{
     const termios settings = LineSettings();
-    tcgetattr(fd(), &g_found_settings);
-    tcflush(fd(), TCIFLUSH);
-    tcsetattr(fd(), TCSANOW, &settings);
+    tcgetattr(fd, &found_);
+    tcflush(fd, TCIFLUSH);
+    tcsetattr(fd, TCSANOW, &settings);
 }
 
 SerialPort::~SerialPort()
 {
-    tcsetattr(fd(), TCSANOW, &g_found_settings);
+    tcsetattr(fd(), TCSANOW, &found_);
 }
 
 ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds,
                          int32_t microseconds)
 {
-    if (fd < 0 || fd >= FD_SETSIZE || buffer == nullptr) {
+    if (fd < 0 || buffer == nullptr) {
         return -1;
     }
     fd_set readable;
@@ -66,9 +70,8 @@ ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds
     return read(fd, buffer, length);
 }
 
-size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer)
+size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer, size_t longest_read)
 {
-    const size_t longest_read = buffer.size() - (kSerialFrameSize - 1);
     size_t count = 0;
     while (count < kSerialFrameSize &&
            CUTIL_CheckTimeout(start.seconds, start.microseconds, kReplyLimit) < 0) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <termios.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -13,15 +14,17 @@
 
 constexpr size_t kSerialFrameSize = 10;
 
-/// A port that is open, one at a time. It goes back to the line settings found and closes itself.
+/// Opens `device`. When it does not open, tells the system log and standard error and ends the
+/// process with status 255.
+int OpenSerialPortOrExit(const char *device);
+
+/// An open port. It goes back to the line settings found and closes itself.
 class SerialPort
 {
 public:
-    /// Opens `device`, discards what came in and applies the line settings.
-    ///
-    /// When it does not open, the system log and standard error are told and the process ends with
-    /// status 255. The terminal calls are not checked.
-    explicit SerialPort(const char *device);
+    /// Takes over `fd`, discards what came in and applies the line settings. The terminal calls are
+    /// not checked.
+    explicit SerialPort(int fd);
     ~SerialPort();
     SerialPort(const SerialPort &) = delete;
     SerialPort &operator=(const SerialPort &) = delete;
@@ -30,22 +33,25 @@ public:
 
 private:
     Fd fd_;
+    termios found_{};
 };
 
 /// Waits for something to read, at most the time given, then reads up to `length` bytes. It carries
 /// the camera's name, and is how every port is read.
 ///
-/// @return the result of read; -1 when nothing came or waiting failed, for a null `buffer`, and for
-///         a descriptor that is negative or beyond what select can wait for
+/// @return the result of read; -1 when nothing came or waiting failed, for a null `buffer` and for
+/// a
+///         negative descriptor
 ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds,
                          int32_t microseconds);
 
 /// Reads until a frame is there or 3000 ms have passed since `start`. Errors are waited out.
 ///
-/// @param buffer  receives the bytes, from its beginning on; its size is that of a frame less one
-///                byte and of the longest single read, which is what can come at most
+/// @param buffer        receives the bytes, from its beginning on; it has room for a frame less one
+///                      byte and the longest read, which is what can come at most
+/// @param longest_read  bytes that a single read may return
 /// @return the bytes received: fewer than a frame when the time ran out
-size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer);
+size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer, size_t longest_read);
 
 /// Prints the number of bytes and each of them, without a line end.
 void PrintReceived(std::span<const uint8_t> bytes);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "hwtest/verbose_option.h"
 #include "util/error_text.h"
 #include "util/file.h"
 
@@ -51,7 +52,7 @@ bool FindMarker(const char *path, bool verbose)
 
 int TestStorage(const Slot &slot, int argc, char **argv)
 {
-    const bool verbose = argc > 1 && std::string_view{argv[1]} == "-v";
+    const bool verbose = HasVerboseOption(argc, argv);
 
     if (mount(slot.device, slot.mount_point, "vfat", 0, nullptr) < 0 && verbose) {
         std::printf("mount, errno : %d, %s\n", errno, ErrorText(errno));

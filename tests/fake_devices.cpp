@@ -25,12 +25,13 @@ int FailWith(int error)
     return -1;
 }
 
-/// Every byte of the record that is not zero, behind its offset. The modes for input, output,
-/// control and local matters are at 0, 4, 8 and 12, VTIME and VMIN at 22 and 23.
+/// Every byte that the kernel gets and that is not zero, behind its offset. The modes for input,
+/// output, control and local matters are at 0, 4, 8 and 12, VTIME and VMIN at 22 and 23; the C
+/// library's record is longer.
 std::string SettingsText(const termios &settings)
 {
     std::string text;
-    for (size_t i = 0; i < sizeof settings; ++i) {
+    for (size_t i = 0; i < 36; ++i) {
         const std::string byte{reinterpret_cast<const char *>(&settings)[i]};
         text += byte[0] != 0 ? " " + std::to_string(i) + ":" + Hex(byte) : "";
     }
