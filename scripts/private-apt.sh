@@ -1,18 +1,31 @@
 # Sourced: Debian packages of another architecture, without touching the system's package state.
 # shellcheck shell=bash
 
+# The board's own parts come from one release, whatever this machine runs.
 release=bookworm
+
+# debian_mirror: where this machine's own apt sources fetch Debian from, of whatever release; or the
+# environment's DEBIAN_MIRROR, for a machine that has no such source. The package lists need not be there.
+debian_mirror() {
+    if [ -n "${DEBIAN_MIRROR:-}" ]; then
+        echo "$DEBIAN_MIRROR"
+        return
+    fi
+    # shellcheck disable=SC2016 # apt's own placeholders
+    apt-get indextargets --format '$(CREATED_BY) $(RELEASE) $(COMPONENT) $(REPO_URI)' | awk '
+        $1 == "Packages" && $3 == "main" &&
+        $2 ~ /^(bookworm|trixie|forky|oldstable|stable|testing|sid|unstable)(-updates|-backports)?$/ {
+            print $4; exit }'
+}
 
 # private_apt ARCHITECTURE DIR: makes a package state in DIR and fetches its lists, main only. Then
 # apt-get and apt-cache use it with "${apt_options[@]}"; what is installed with -d lies in
-# DIR/archives. Says so and returns 1 when this machine has no source for the release.
+# DIR/archives. Says so and returns 1 when no mirror is known.
 private_apt() {
     local architecture=$1 dir=$2 mirror
-    # shellcheck disable=SC2016 # apt's own placeholders
-    mirror=$(apt-get indextargets --format '$(CREATED_BY) $(CODENAME) $(COMPONENT) $(REPO_URI)' |
-        awk -v r=$release '$1 == "Packages" && $2 == r && $3 == "main" { print $4; exit }')
+    mirror=$(debian_mirror)
     [ -n "$mirror" ] || {
-        echo "no apt source for $release main on this machine" >&2
+        echo "this machine's apt sources name no Debian mirror; give one as DEBIAN_MIRROR" >&2
         return 1
     }
     mkdir -p "$dir/lists/partial" "$dir/archives/partial"
