@@ -23,7 +23,7 @@ make_package new 1 "$work/package"
 
 cat >"$work/timed" <<'END'
 echo "flashcp begins"
-busybox time -f "peak flashcp %M" flashcp -v /tmp/app /dev/mtd2 2>&1 >/dev/null
+time -f "peak flashcp %M" flashcp -v /tmp/app /dev/mtd2 2>&1 >/dev/null
 echo "flashcp ends"
 upgrade /tmp/flash3 -v &
 sleep 1000

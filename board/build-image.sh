@@ -9,8 +9,8 @@ cache=$(dirname "$here")/.cache/board
 . "$(dirname "$here")/scripts/private-apt.sh"
 
 # What runs on the board. The program itself is put in at each boot.
-userland=(dash coreutils mount util-linux mawk findutils psmisc kmod sed grep tar diffutils iproute2
-    strace busybox-static mtd-utils)
+userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
+    net-tools rsyslog strace time mtd-utils)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
     sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod veth nandsim)
 # Of the 16 MiB NOR flash: name, start, size.
@@ -61,9 +61,6 @@ unpack() {
     ln -sf mawk "$work/root/usr/bin/awk"
     # The job's shell has a name of its own: an upgrade from the console ends every /bin/sh.
     ln -sf dash "$work/root/bin/job-shell"
-    # As programs of their own: the installer runs kill through xargs.
-    ln -sf busybox "$work/root/bin/kill"
-    ln -sf busybox "$work/root/bin/ifconfig"
     mkdir -p "$work"/root/{dev,proc,sys,tmp,run,mnt/sd,mnt/usb,job}
     cp -a "$here/rootfs/." "$work/root/"
 }

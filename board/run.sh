@@ -27,7 +27,7 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
   --kept-sd FILE     an image in the SD slot that keeps what is written to it
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
-  --timeout SECONDS  the longest time for one boot (default 90)
+  --timeout SECONDS  the longest time for one boot (default 240)
   --cut TEXT:SECONDS cuts the power, once, so long after the first line with TEXT
 
 The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
@@ -48,7 +48,7 @@ parse() {
     extras=()
     cut=
     log_times=
-    limit=90
+    limit=240
     console=$work/console
     mkdir -p "$work/overlay/job"
     while [ $# -gt 0 ]; do
@@ -115,7 +115,7 @@ qemu() {
     local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G -accel "tcg,thread=multi"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
         -append "console=ttyS4,115200n8 quiet panic=1 vmalloc=640M board.modules=$modules"
-        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nodefaults -no-reboot
+        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nic none -no-reboot
         -pidfile "$work/pid")
     exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"
 }
@@ -136,9 +136,6 @@ relay() {
         '##RC '*) rc=${line#'##RC '} && continue ;;
         esac
         [ "$rc" != none ] || continue
-        if [[ $line =~ ^[A-Z][a-z]{2}\ [\ 0-9]{2}\ [0-9:]{8}\ [^\ ]+\ [a-z]+\.[a-z]+\ (.*) ]]; then
-            line="log: ${BASH_REMATCH[1]}"
-        fi
         say "$line"
         [ -z "$cut" ] || [[ $line != *"${cut%:*}"* ]] || cut_power "${cut##*:}"
     done
