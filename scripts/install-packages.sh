@@ -1,36 +1,57 @@
-# Sourced by the two top scripts: installs the Debian packages that are missing.
+# Sourced: installs the Debian packages that are missing.
 # shellcheck shell=bash
+
+# By Debian's names; all that the project needs has the same name in each.
+supported_releases="bookworm trixie"
 
 # packages_of GROUP: what a group of steps needs.
 packages_of() {
     case $1 in
-    build) echo cmake ninja-build g++ g++-arm-linux-gnueabi ;;
+    build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest ;;
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod ;;
-    test) echo googletest qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck mtools fdisk iproute2 ;;
+    test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck mtools fdisk iproute2 ;;
     bench) echo toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot mandoc bsdextrautils file librsvg2-bin ;;
+    room) echo mmdebstrap ;;
     esac
+}
+
+# missing_packages GROUP...
+missing_packages() {
+    local group name
+    for name in $(for group in "$@"; do packages_of "$group"; done); do
+        dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed || echo "$name"
+    done
+}
+
+# os_release KEY: what this machine's distribution says of itself.
+os_release() {
+    (. /etc/os-release && echo "${!1:-}")
 }
 
 # install_packages GROUP...: says nothing and needs no rights when all are there.
 install_packages() {
-    local missing=() group name
-    for name in $(for group in "$@"; do packages_of "$group"; done); do
-        dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null | grep -qx installed ||
-            missing+=("$name")
-    done
-    [ ${#missing[@]} -eq 0 ] && return 0
+    local missing as_root=()
+    mapfile -t missing < <(missing_packages "$@")
+    [ ${#missing[@]} -gt 0 ] || return 0
 
-    local as_root=()
+    [[ $(os_release ID) == debian && " $supported_releases " == *" $(os_release VERSION_CODENAME) "* ]] || {
+        echo "This machine runs $(os_release PRETTY_NAME). Packages are installed on Debian only, releases: $supported_releases."
+        echo "These are missing: ${missing[*]}"
+        echo "Install what they hold yourself, and go on with the option --no-install."
+        return 1
+    } >&2
     if [ "$(id -u)" -ne 0 ]; then
+        as_root=(sudo)
         command -v sudo >/dev/null || {
             echo "These packages are missing, and neither root nor sudo is at hand: ${missing[*]}" >&2
             return 1
         }
-        as_root=(sudo)
     fi
     echo "installing ${missing[*]}"
-    "${as_root[@]}" apt-get -qq update &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-            apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null
+    # An installation that was cut short is ended first.
+    "${as_root[@]}" dpkg --configure --pending >/dev/null &&
+        "${as_root[@]}" apt-get -qq -oDPkg::Lock::Timeout=600 update &&
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -oDPkg::Lock::Timeout=600 \
+            install -y --no-install-recommends "${missing[@]}" >/dev/null
 }
