@@ -12,7 +12,7 @@ namespace
 
 void PrintListing()
 {
-    std::printf("QVE ver. 1.0.0 (%s) multi-call binary\n", QVE_BUILD_STAMP);
+    std::printf("QVE ver. %s (%s) multi-call binary\n", QVE_VERSION, QVE_BUILD_STAMP);
     std::puts("usage : [function] [arguments]...");
     std::puts("");
     std::puts("currently defined functions:");

@@ -12,7 +12,7 @@ target_link_libraries(qve_objects PUBLIC qve_warnings)
 target_compile_options(qve_objects PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections)
 set_source_files_properties(app/dispatcher.cpp PROPERTIES
-    COMPILE_DEFINITIONS "QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
+    COMPILE_DEFINITIONS "QVE_VERSION=\"${PROJECT_VERSION}\";QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
 
 add_executable(qve app/main.cpp)
 target_link_libraries(qve PRIVATE qve_objects)

@@ -18,8 +18,8 @@ for place in one another/place; do
     (cd "$work/$place" && build) >"$work/log" 2>&1 || { cat "$work/log" >&2 && exit 1; }
 done
 cd "$work"
-for product in qve qve_1.0.0_armel.deb; do
-    cmp one/build/arm/$product another/place/build/arm/$product
+for product in qve "qve_$(cat one/VERSION)_armel.deb"; do
+    cmp "one/build/arm/$product" "another/place/build/arm/$product"
 done
 grep -q '2023.11.14-22:13+0000' one/build/arm/qve || {
     echo "the banner does not have the time of SOURCE_DATE_EPOCH" >&2
