@@ -28,7 +28,7 @@ if(QVE_STATIC)
     # Debian's compiler makes position-independent code unless told otherwise.
     target_compile_options(qve_objects PRIVATE -fno-pie)
     target_compile_options(qve PRIVATE -fno-pie)
-    target_link_options(qve PRIVATE -static -no-pie -s)
+    target_link_options(qve PRIVATE -static -no-pie)
 endif()
 
 # On a board the commands lie where its scripts look for them. Anywhere else they stay out of the
