@@ -41,17 +41,12 @@ else()
     set(QVE_SHAREDIR share)
 endif()
 
-# qve_install_link(TARGET PATH [EXCLUDE_FROM_ALL]): PATH becomes a link to TARGET.
-function(qve_install_link target path)
-    install(CODE "file(CREATE_LINK ${target} \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${path}\" SYMBOLIC)"
-            COMPONENT program ${ARGN})
-endfunction()
-
 # The program and one link per applet. The names come from the applet table itself.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS app/applet_table.cpp)
 file(STRINGS app/applet_table.cpp rows REGEX "^    {\"[a-z0-9_]+\", ")
 list(TRANSFORM rows REPLACE "^    {\"([a-z0-9_]+)\".*" "\\1" OUTPUT_VARIABLE QVE_APPLETS)
 install(TARGETS qve RUNTIME DESTINATION ${QVE_BINDIR} COMPONENT program)
 foreach(applet IN LISTS QVE_APPLETS)
-    qve_install_link(qve ${QVE_BINDIR}/${applet})
+    install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QVE_BINDIR}/${applet}\" SYMBOLIC)"
+            COMPONENT program)
 endforeach()

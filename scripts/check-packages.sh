@@ -1,9 +1,10 @@
 #!/bin/bash
-# Makes the Debian packages out of the build folders of the host and of the board, the arguments;
-# installs them in roots of their own, looks at what is there and at its manual pages, and removes
-# them again.
+# Makes the Debian packages out of the build folders of the host and of the board, the arguments.
+# Holds them against Debian's policy, installs them in roots of their own, looks at what is there and
+# at its manual pages, and removes them again.
 set -euo pipefail
-. "${BASH_SOURCE%/*}/isolate.sh"
+top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/scripts/isolate.sh"
 PATH=$PATH:/usr/sbin:/sbin # where dpkg finds its helpers, also for those who are not root
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -13,14 +14,20 @@ fail() {
     exit 1
 }
 
-# make_root NAME PACKAGE...: an empty root, in whose books these packages of this machine stand as
-# installed, so that dependencies are looked at.
+# make_root NAME PACKAGE-FILE...: an empty root, in whose books what the packages depend on stands as
+# installed where this machine has it, so that dependencies are looked at.
 make_root() {
+    local file names=()
     root=$work/$1
+    for file in "${@:2}"; do
+        mapfile -t -O ${#names[@]} names < <(dpkg-deb -f "$file" Depends | awk -v RS=, 'NF { print $1 }')
+    done
     mkdir -p "$root"/var/lib/dpkg/{info,updates,triggers}
-    dpkg-query -W -f 'Package: ${Package}\nStatus: ${Status}\nArchitecture: ${Architecture}\n'`
-        `'Multi-Arch: ${Multi-Arch}\nVersion: ${Version}\nMaintainer: none\nDescription: none\n\n' \
-        "${@:2}" >"$root/var/lib/dpkg/status"
+    : >"$root/var/lib/dpkg/status"
+    [ ${#names[@]} -eq 0 ] ||
+        dpkg-query -W -f 'Package: ${Package}\nStatus: ${Status}\nArchitecture: ${Architecture}\n'`
+            `'Multi-Arch: ${Multi-Arch}\nVersion: ${Version}\nMaintainer: none\nDescription: none\n\n' \
+            "${names[@]}" >"$root/var/lib/dpkg/status"
     printf '%s\n' "$(dpkg --print-architecture)" armel >"$root/var/lib/dpkg/arch"
 }
 
@@ -34,13 +41,13 @@ check_links() {
         <(find "$1" -lname qve -printf '%f\n' | sort) || fail "links other than the applets'"
 }
 
-# Every applet but those that do nothing has its page, and there are no other pages.
+# Every applet has its page, as the program has, and there are no other pages.
 check_pages() {
-    local pages=$root/usr/share/man page said
-    diff <(sed -n '/no_op}/d; /"xbootenv"/d; s/^    {"\(.*\)", .*/\1.8/p' "$(dirname "$0")/../app/applet_table.cpp" |
-        sort - <(echo qve.8)) <(find "$pages/man8" -name '*.8' -printf '%f\n' | sort) ||
+    local page said
+    diff <(sed -n 's/^    {"\(.*\)", .*/\1.8/p' "$top/app/applet_table.cpp" | sort - <(echo qve.8)) \
+        <(find "$root/usr/share/man/man8" -name '*.8.gz' -exec basename -s .gz {} + | sort) ||
         fail "pages other than the applets'"
-    for page in "$pages"/man*/*; do
+    for page in "$top"/docs/man/*; do
         # Where a page leads is not its own affair: it may be in another package.
         said=$(cd "${page%/*}"; mandoc -T lint -W style "${page##*/}" 2>/dev/null |
             sed '/STYLE: referenced manual not found/d') || true
@@ -51,7 +58,7 @@ check_pages() {
 # A page has the very words that the program prints.
 check_usage() {
     local page command wanted said count=0
-    for page in "$root"/usr/share/man/man8/*.8; do
+    for page in "$top"/docs/man/*.8; do
         [ ! -L "$page" ] || continue
         while read -r -a command; do
             wanted=$(sed -n "/printed by: ${command[*]}\$/,/^\.Ed/p" "$page" |
@@ -70,7 +77,7 @@ check_fwpack_options() {
     local command
     diff <(for command in "" create info check; do "$1" $command --help; done |
         grep -oE -- '--[a-z]+' | sort -u) \
-        <(mandoc -T ascii "$root/usr/share/man/man1/fwpack.1" 2>/dev/null | col -b |
+        <(mandoc -T ascii "$top/docs/man/fwpack.1" 2>/dev/null | col -b |
             grep -oE -- '--[a-z]+' | sort -u) || fail "options of fwpack(1) other than the help's"
 }
 
@@ -87,14 +94,15 @@ look_at_board() {
     check_links "$root/bin"
 }
 
-# install_and_remove LOOK PACKAGE...: calls LOOK in between; nothing may stay behind.
+# install_and_remove NAME LOOK PACKAGE-FILE...: calls LOOK in between; nothing may stay behind.
 install_and_remove() {
-    local look=$1 package
-    shift
+    local name=$1 look=$2 file
+    shift 2
+    make_root "$name" "$@"
     in_root --install "$@"
     $look
-    for package in "$@"; do
-        in_root --remove "$(dpkg-deb -f "$package" Package)"
+    for file in "$@"; do
+        in_root --remove "$(dpkg-deb -f "$file" Package)"
     done
     [ -z "$(find "$root" -path "$root/var" -prune -o ! -type d -print)" ] ||
         fail "left behind after the removal:" "$(find "$root")"
@@ -103,7 +111,9 @@ install_and_remove() {
 for build in "$@"; do
     (cd "$build" && cpack -B "$work/packages") >"$work/cpack" 2>&1 || fail "$(cat "$work/cpack")"
 done
-make_root host libc6 libgcc-s1 libstdc++6
-install_and_remove look_at_host "$work"/packages/*_"$(dpkg --print-architecture)".deb
-make_root board
-install_and_remove look_at_board "$work"/packages/*_armel.deb
+for file in "$work"/packages/*.deb; do
+    said=$(lintian --allow-root --display-info "$file") || true
+    [ -z "$said" ] || fail "lintian on ${file##*/}:" "$said"
+done
+install_and_remove host look_at_host "$work"/packages/*_"$(dpkg --print-architecture)".deb
+install_and_remove board look_at_board "$work"/packages/*_armel.deb

@@ -11,7 +11,7 @@ packages_of() {
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod ;;
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck mtools fdisk iproute2 ;;
     bench) echo toybox iputils-arping psmisc procps zlib1g-dev ;;
-    package) echo dpkg-dev fakeroot mandoc bsdextrautils file librsvg2-bin ;;
+    package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
     room) echo mmdebstrap ;;
     esac
 }
