@@ -4,11 +4,16 @@
 #
 ################################################################################
 
-QVE_VERSION = 1.0.0
-QVE_SITE = $(BR2_EXTERNAL_QVE_PATH)/../..
+QVE_SITE = $(realpath $(BR2_EXTERNAL_QVE_PATH)/../..)
 QVE_SITE_METHOD = local
+QVE_VERSION = $(shell cat $(QVE_SITE)/VERSION)
 QVE_LICENSE = PROPRIETARY
+QVE_LICENSE_FILES = COPYRIGHT
 QVE_REDISTRIBUTE = NO
+
+# What builds in the source tree have left there.
+QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build --exclude /.cache
+HOST_QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = $(QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS)
 
 QVE_CONF_OPTS = -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF -DQVE_TESTS=OFF
 HOST_QVE_CONF_OPTS = -DQVE_TESTS=OFF
