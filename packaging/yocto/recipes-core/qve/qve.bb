@@ -5,18 +5,23 @@ LICENSE = "CLOSED"
 
 inherit cmake externalsrc
 
-EXTERNALSRC = "${THISDIR}/../../../.."
+# The layer sets QVE_SOURCE; without the layer this is no path, and externalsrc says so.
+EXTERNALSRC = "${QVE_SOURCE}"
+# No links to the work folder in the source tree.
+EXTERNALSRC_SYMLINKS = ""
+PV = "${@oe.utils.read_file('${QVE_SOURCE}/VERSION')}"
 
+DEPENDS:append:class-native = " openssl-native"
 EXTRA_OECMAKE = "-DQVE_TESTS=OFF"
 EXTRA_OECMAKE:append:class-target = " -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF"
 
-# The board's scripts look for the commands in /bin.
+# The board's scripts look for the commands in /bin: with merged /usr that is a link to /usr/bin.
 do_install:class-target() {
-    DESTDIR=${D} cmake --install ${B} --prefix /
+    DESTDIR=${D} cmake --install ${B} --prefix ${root_prefix}/
 }
 do_install:class-native() {
     DESTDIR=${D} cmake --install ${B} --prefix ${prefix} --component tools
 }
 
-FILES:${PN} = "/bin"
+FILES:${PN} = "${base_bindir}"
 BBCLASSEXTEND = "native"
