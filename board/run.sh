@@ -51,6 +51,7 @@ parse() {
     limit=240
     console=$work/console
     mkdir -p "$work/overlay/job"
+    install -D -t "$work/overlay/sbin" "$here"/../integration/*upgrade* "$here/../integration/second-checksum"
     while [ $# -gt 0 ]; do
         case $1 in
         --install) cp -a "$2/." "$work/overlay/" ;;
