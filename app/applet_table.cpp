@@ -1,20 +1,13 @@
 #include "app/applet_table.h"
 
-#include <iterator>
+#include "app/applets.h"
+#include "bringup/applets.h"
+#include "hwtest/applets.h"
+#include "upgrade/applets.h"
 
-// Each is defined in the file of its name, or of what two of them share.
-AppletHandler no_op, xbootenv;
-AppletHandler upgrade, xupgrade;
-AppletHandler get_boot_param, load_drv, tev_arp, xfactorydefault, xkill, xtime;
-AppletHandler xgpio, xi2c;
-AppletHandler test_rs485, test_rs232, test_sdcard, test_usb, test_send_watchdog, get_cb_cam_info;
-
-namespace
-{
-
-// A new applet is a file of its own, a declaration above and one row here. The order is that of the
-// listing; the installation makes one link per row.
-constexpr Applet kApplets[] = {
+// A new applet is a file of its own, a declaration in its folder's applets.h and one row here. The
+// installation makes one link per row.
+const Applet kApplets[] = {
     {"tev_arp", tev_arp},
     {"load_drv", load_drv},
     {"get_boot_param", get_boot_param},
@@ -41,10 +34,3 @@ constexpr Applet kApplets[] = {
     {"get_cb_cam_info", get_cb_cam_info},
     {nullptr, nullptr},
 };
-
-} // namespace
-
-std::span<const Applet> Applets()
-{
-    return std::span{kApplets}.first(std::size(kApplets) - 1);
-}

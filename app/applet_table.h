@@ -1,8 +1,6 @@
 // The applets: the commands that the program carries.
 #pragma once
 
-#include <span>
-
 /// An applet's entry. argv[0] is its bare name. The result is not looked at.
 using AppletHandler = int(int argc, char **argv);
 
@@ -11,5 +9,5 @@ struct Applet {
     AppletHandler *handler;
 };
 
-/// The table's rows in the order of the listing.
-std::span<const Applet> Applets();
+/// The applets in the order of the listing. A row whose name is null ends them.
+extern const Applet kApplets[];

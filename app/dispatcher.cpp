@@ -17,8 +17,8 @@ void PrintListing()
     std::puts("");
     std::puts("currently defined functions:");
     const char *separator = "";
-    for (const Applet &applet : Applets()) {
-        std::printf("%s%s", separator, applet.name);
+    for (const Applet *applet = kApplets; applet->name != nullptr; ++applet) {
+        std::printf("%s%s", separator, applet->name);
         separator = ", ";
     }
     std::puts("");
@@ -26,12 +26,11 @@ void PrintListing()
 
 AppletHandler *FindHandler(const char *name)
 {
-    for (const Applet &applet : Applets()) {
-        if (std::strcmp(applet.name, name) == 0) {
-            return applet.handler;
-        }
+    const Applet *applet = kApplets;
+    while (applet->name != nullptr && std::strcmp(applet->name, name) != 0) {
+        ++applet;
     }
-    return nullptr;
+    return applet->handler;
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <span>
 #include <string_view>
 
+#include "bringup/applets.h"
 #include "bringup/colour.h"
 #include "util/fd.h"
 #include "util/shell.h"

@@ -4,6 +4,7 @@
 #include <span>
 #include <string_view>
 
+#include "bringup/applets.h"
 #include "bringup/model.h"
 #include "util/shell.h"
 

@@ -16,6 +16,7 @@
 #include <span>
 #include <string_view>
 
+#include "bringup/applets.h"
 #include "bringup/arp_probe.h"
 #include "util/byte_order.h"
 #include "util/elapsed_time.h"

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "bringup/applets.h"
 #include "util/file.h"
 #include "util/shell.h"
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "bringup/applets.h"
 #include "util/elapsed_time.h"
 #include "util/process.h"
 

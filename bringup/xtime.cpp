@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 
+#include "bringup/applets.h"
 #include "bringup/colour.h"
 #include "bringup/rtc.h"
 #include "util/shell.h"

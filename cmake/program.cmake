@@ -10,7 +10,8 @@ add_library(qve_objects OBJECT ${program_sources})
 target_link_libraries(qve_objects PUBLIC qve_warnings)
 # No heap, no exceptions, no C++ runtime library on the board.
 target_compile_options(qve_objects PRIVATE
-    -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections)
+    -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections
+    -Wmissing-declarations)
 set_source_files_properties(app/dispatcher.cpp PROPERTIES
     COMPILE_DEFINITIONS "QVE_VERSION=\"${PROJECT_VERSION}\";QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
 
@@ -45,6 +46,10 @@ endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS app/applet_table.cpp)
 file(STRINGS app/applet_table.cpp rows REGEX "^    {\"[a-z0-9_]+\", ")
 list(TRANSFORM rows REPLACE "^    {\"([a-z0-9_]+)\".*" "\\1" OUTPUT_VARIABLE QVE_APPLETS)
+list(LENGTH QVE_APPLETS applet_count)
+if(NOT applet_count EQUAL 24)
+    message(FATAL_ERROR "app/applet_table.cpp: found ${applet_count} names of applets, not 24")
+endif()
 install(TARGETS qve RUNTIME DESTINATION ${QVE_BINDIR} COMPONENT program)
 foreach(applet IN LISTS QVE_APPLETS)
     install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QVE_BINDIR}/${applet}\" SYMBOLIC)"

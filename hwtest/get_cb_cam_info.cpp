@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <span>
 
+#include "hwtest/applets.h"
 #include "hwtest/camera_board.h"
 #include "hwtest/serial_port.h"
 #include "hwtest/verbose_option.h"

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <span>
 
+#include "hwtest/applets.h"
 #include "hwtest/serial_port.h"
 #include "hwtest/verbose_option.h"
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "hwtest/applets.h"
 #include "hwtest/verbose_option.h"
 #include "util/error_text.h"
 #include "util/file.h"

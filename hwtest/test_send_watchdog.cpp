@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "hwtest/applets.h"
 #include "util/fd.h"
 #include "util/number.h"
 #include "util/system_manager.h"

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "hwtest/applets.h"
 #include "hwtest/get_or_set.h"
 #include "hwtest/gpio.h"
 #include "util/number.h"

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "hwtest/applets.h"
 #include "hwtest/get_or_set.h"
 #include "hwtest/gpio_i2c.h"
 #include "util/number.h"

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "flash/installer.h"
+#include "upgrade/applets.h"
 #include "upgrade/console.h"
 #include "upgrade/local_udp.h"
 #include "upgrade/services.h"

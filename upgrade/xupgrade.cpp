@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "flash/installer.h"
+#include "upgrade/applets.h"
 #include "upgrade/console.h"
 #include "upgrade/services.h"
 #include "upgrade/watchdog.h"
