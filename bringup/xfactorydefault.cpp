@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <string_view>
 
 #include "bringup/applets.h"
 #include "util/file.h"
@@ -25,18 +24,11 @@ void Copy(const char *operands)
 
 void CopyListed(File &list)
 {
-    std::array<char, kLineSize> buffer;
-    bool begins = true;
-    while (const size_t length = list.ReadLine(buffer)) {
-        const std::string_view line{buffer.data(), length};
-        // None of the pieces of a line that is too long may run, nor what a zero byte cuts short.
-        const bool ends = line.ends_with('\n') || std::feof(list.get()) != 0;
-        const bool is_whole = begins && ends && line.find('\0') == std::string_view::npos;
-        const bool is_copy = line[0] != '[' && line[0] != '#';
-        if (is_whole && is_copy) {
-            Copy(buffer.data());
+    std::array<char, kLineSize> line;
+    while (list.ReadWholeLine(line) > 0) {
+        if (line[0] != '[' && line[0] != '#') {
+            Copy(line.data());
         }
-        begins = ends;
     }
 }
 

@@ -29,7 +29,7 @@ constexpr Slot kUsb{"/dev/sda1", "/mnt/usb/", "/mnt/usb/test.txt", "/mnt/usb"};
 /// A longer line is looked at in pieces of 255 characters, each as a line.
 bool FindMarker(const char *path, bool verbose)
 {
-    const File file{path, "r"};
+    File file{path, "r"};
     if (!file) {
         if (verbose) {
             std::printf("can't find file [%s]\n", path);
@@ -40,7 +40,7 @@ bool FindMarker(const char *path, bool verbose)
         std::puts("READ : ");
     }
     std::array<char, 256> line{};
-    while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
+    while (file.ReadLine(line) > 0) {
         if (verbose) {
             std::fputs(line.data(), stdout);
         }

@@ -81,13 +81,12 @@ bool ReadLine(char separator, const Buffers &buffers)
 int LookUp(const char *path, const char *key, std::span<char> destination, char separator,
            KeyMatch matches, const Buffers &buffers)
 {
-    const File file{path, "r"};
+    File file{path, "r"};
     if (!file) {
         return -1;
     }
     // A read that fails ends the file: what was found so far counts.
-    const int line_size = static_cast<int>(buffers.line.size());
-    while (std::fgets(buffers.line.data(), line_size, file.get()) != nullptr) {
+    while (file.ReadLine(buffers.line) > 0) {
         if (ReadLine(separator, buffers) && matches(buffers.key.data(), key)) {
             break;
         }

@@ -20,16 +20,13 @@ public:
     /// fgets, but a NUL byte in the file is a byte like others. `line` must not be empty.
     ///
     /// @return the bytes read; 0 at the end of the file and after an error
-    size_t ReadLine(std::span<char> line)
-    {
-        size_t length = 0;
-        int c = 0;
-        while (length + 1 < line.size() && c != '\n' && (c = std::getc(stream_)) != EOF) {
-            line[length++] = static_cast<char>(c);
-        }
-        line[length] = '\0';
-        return std::ferror(stream_) == 0 ? length : 0;
-    }
+    size_t ReadLine(std::span<char> line);
+
+    /// Reads the next line that fits whole and has no NUL byte, its end included, and skips all
+    /// others: what is left of such a line could pass for another one.
+    ///
+    /// @return the bytes read; 0 at the end of the file and after an error
+    size_t ReadWholeLine(std::span<char> line);
 
     /// Flushes and closes now, for writers who must know. Returns false when either failed.
     bool Close()

@@ -69,35 +69,31 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
     }
 }
 
+constexpr size_t kNameSize = 32; ///< with the NUL byte at its end
+constexpr size_t kMostNames = 16;
+
 /// The names of a list file.
 class NameList
 {
 public:
     void Read(File &file);
-    [[nodiscard]] std::span<const std::array<char, 32>> names() const
+    [[nodiscard]] std::span<const std::array<char, kNameSize>> names() const
     {
         return std::span{names_}.first(count_);
     }
 
 private:
-    std::array<std::array<char, 32>, 16> names_{};
+    std::array<std::array<char, kNameSize>, kMostNames> names_{};
     size_t count_ = 0;
 };
 
 void NameList::Read(File &file)
 {
-    std::array<char, 256> buffer;
-    bool line_begins = true;
-    while (const size_t length = count_ < names_.size() ? file.ReadLine(buffer) : 0) {
-        const std::string_view piece{buffer.data(), length};
-        // The tail of a line longer than the buffer is no name, nor is a line with a NUL byte:
-        // taken for one it could be empty, and the empty name kills everything.
-        const bool is_name =
-            line_begins && length < names_[0].size() && piece.find('\0') == std::string_view::npos;
-        line_begins = piece.ends_with('\n');
-        if (is_name) {
-            const size_t end = std::min(piece.find_first_of("\r\n"), length);
-            std::copy_n(buffer.begin(), end, names_[count_].begin());
+    std::array<char, 256> line;
+    while (const size_t length = count_ < names_.size() ? file.ReadWholeLine(line) : 0) {
+        if (length < kNameSize) {
+            line[std::strcspn(line.data(), "\r\n")] = '\0';
+            std::copy_n(line.begin(), length + 1, names_[count_].begin());
             ++count_;
         }
     }
