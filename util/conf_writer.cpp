@@ -35,7 +35,13 @@ struct Job {
 };
 
 /// As CUTIL_SetConfValue returns them.
-enum Outcome { kDone = 0, kTargetUnreadable = -1, kScratchUnwritable = -2, kRenameFailed = -3 };
+enum Outcome {
+    kDone = 0,
+    kScratchInUse = -1,
+    kTargetUnreadable = -1,
+    kScratchUnwritable = -2,
+    kRenameFailed = -3,
+};
 
 void WriteEntry(const Job &job, std::FILE *scratch)
 {
@@ -79,11 +85,11 @@ Outcome Rewrite(const Job &job, std::span<char> line)
     }
     CopyLines(job, target, scratch.get(), line);
 
-    // The errors of all reads and writes are kept by the streams. A target that was not read to
-    // its end or a scratch file that is not whole must never replace the settings.
+    // The streams keep the errors of all reads and writes. A target that was not read to its end or
+    // a scratch file that is not whole must never replace the settings.
     const bool whole_target = std::ferror(target.get()) == 0;
     target.Close();
-    const bool written = std::fflush(scratch.get()) == 0 && std::ferror(scratch.get()) == 0;
+    const bool written = std::ferror(scratch.get()) == 0;
     const bool closed = scratch.Close();
     if (!whole_target || !written || !closed) {
         std::remove(job.scratch_path);
@@ -105,7 +111,7 @@ int CUTIL_SetConfValue(const char *path, const char *key, const char *value)
     // Deliberately no more than this: between the test and the creation another writer may come.
     if (ScratchInUse()) {
         std::puts("[CUTIL_SetConfValue] temp.conf is already used ...");
-        return -1;
+        return kScratchInUse;
     }
     std::array<char, 256> line{};
     const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, '=', NameEquals};
