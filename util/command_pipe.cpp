@@ -5,56 +5,26 @@
 #include <array>
 #include <cstdio>
 
-namespace
-{
-
-struct Pipe {
-    int read_end = -1;
-    int write_end = -1;
-
-    bool Open()
-    {
-        std::array<int, 2> ends{};
-        if (pipe(ends.data()) != 0) {
-            return false;
-        }
-        read_end = ends[0];
-        write_end = ends[1];
-        return true;
-    }
-
-    void Close() const
-    {
-        close(read_end);
-        close(write_end);
-    }
-};
-
-} // namespace
+#include "util/fd.h"
 
 pid_t CUTIL_ForkPipe(int &read_end, int &write_end)
 {
-    Pipe to_child;
-    Pipe to_parent;
-    if (!to_child.Open()) {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) {
         return -1;
     }
-    if (!to_parent.Open()) {
-        to_child.Close();
+    Fd child_reads{ends[0]};
+    Fd parent_writes{ends[1]};
+    if (pipe(ends.data()) != 0) {
         return -1;
     }
+    Fd parent_reads{ends[0]};
+    Fd child_writes{ends[1]};
     const pid_t id = fork();
-    if (id < 0) {
-        to_child.Close();
-        to_parent.Close();
-        return -1;
+    if (id >= 0) {
+        read_end = (id == 0 ? child_reads : parent_reads).Release();
+        write_end = (id == 0 ? child_writes : parent_writes).Release();
     }
-    const Pipe &in = id == 0 ? to_child : to_parent;
-    const Pipe &out = id == 0 ? to_parent : to_child;
-    close(in.write_end);
-    close(out.read_end);
-    read_end = in.read_end;
-    write_end = out.write_end;
     return id;
 }
 

@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 class Fd
 {
 public:
@@ -15,12 +17,14 @@ public:
     explicit operator bool() const { return number_ >= 0; }
     [[nodiscard]] int get() const { return number_; }
 
+    /// Gives the descriptor away.
+    int Release() { return std::exchange(number_, -1); }
+
     /// What closing could tell is passed over: who must know whether data arrived reads it back.
     void Close()
     {
         if (number_ >= 0) {
-            close(number_);
-            number_ = -1;
+            close(Release());
         }
     }
 

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <span>
+#include <utility>
 
 class File
 {
@@ -31,8 +32,7 @@ public:
     /// Flushes and closes now, for writers who must know. Returns false when either failed.
     bool Close()
     {
-        std::FILE *stream = stream_;
-        stream_ = nullptr;
+        std::FILE *stream = std::exchange(stream_, nullptr);
         return stream == nullptr || std::fclose(stream) == 0;
     }
 
