@@ -42,7 +42,8 @@ struct Query {
     Ipv4Address ip;
 };
 
-enum class Heard { kNothing, kDropped, kConflict, kFailure };
+/// What a moment of listening gave. kHarmless: no frame, or one that shows no conflict.
+enum class Heard { kHarmless, kDropped, kConflict, kFailure };
 
 bool IsExpired(const TimeStamp &since, uint32_t limit)
 {
@@ -70,7 +71,7 @@ Heard Listen(const Query &query)
     pollfd socket_state{query.fd, POLLIN, 0};
     const int ready = poll(&socket_state, 1, kPollTime);
     if (ready == 0) {
-        return Heard::kNothing;
+        return Heard::kHarmless;
     }
     if (ready != 1) {
         return Heard::kFailure;
@@ -85,7 +86,7 @@ Heard Listen(const Query &query)
     if (!IsArp(frame)) {
         return Heard::kDropped;
     }
-    return ShowsConflict(frame, query) ? Heard::kConflict : Heard::kNothing;
+    return ShowsConflict(frame, query) ? Heard::kConflict : Heard::kHarmless;
 }
 
 /// A failure has been printed and is no reason to stop: the next probe may get out.
@@ -104,7 +105,7 @@ int Watch(const Query &query, uint32_t timeout)
     Probe(query);
     for (;;) {
         switch (Listen(query)) {
-        case Heard::kNothing:
+        case Heard::kHarmless:
             break;
         case Heard::kDropped:
             continue; // deliberately without a look at the time
@@ -122,16 +123,16 @@ int Watch(const Query &query, uint32_t timeout)
     }
 }
 
-/// As far as it fits; what is left of `out` stays as it is, zero.
-void CopyText(std::string_view text, std::span<char> out)
+/// As far as it fits: what is left of `out` stays as it is, zero, and a longer name has no end.
+void CopyName(std::string_view name, std::span<char> out)
 {
-    std::copy_n(text.begin(), std::min(text.size(), out.size()), out.begin());
+    std::copy_n(name.begin(), std::min(name.size(), out.size()), out.begin());
 }
 
 bool ReadHardwareAddress(int fd, std::string_view interface, MacAddress &mac)
 {
     ifreq request{};
-    CopyText(interface, request.ifr_name);
+    CopyName(interface, request.ifr_name);
     if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
         return false;
     }
@@ -148,7 +149,7 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     }
     Query query{fd.get(), {}, {}, ip};
     query.interface.sa_family = AF_PACKET;
-    CopyText(interface, query.interface.sa_data);
+    CopyName(interface, query.interface.sa_data);
     if (bind(fd.get(), &query.interface, sizeof query.interface) < 0 ||
         !ReadHardwareAddress(fd.get(), interface, query.own_mac)) {
         return -1;
