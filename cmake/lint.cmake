@@ -16,6 +16,7 @@ add_custom_target(lint
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm
             -I ${PROJECT_SOURCE_DIR} -DQVE_VERSION="" -DQVE_BUILD_STAMP="" ${sources}
     COMMAND shellcheck -x ${scripts}
+    COMMAND scripts/check-includes.sh
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     VERBATIM)
 
