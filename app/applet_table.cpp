@@ -5,9 +5,12 @@
 #include "hwtest/applets.h"
 #include "upgrade/applets.h"
 
+namespace
+{
+
 // A new applet is a file of its own, a declaration in its folder's applets.h and one row here. The
 // installation makes one link per row.
-const Applet kApplets[] = {
+constexpr Applet kApplets[] = {
     {"tev_arp", tev_arp},
     {"load_drv", load_drv},
     {"get_boot_param", get_boot_param},
@@ -34,3 +37,10 @@ const Applet kApplets[] = {
     {"get_cb_cam_info", get_cb_cam_info},
     {nullptr, nullptr},
 };
+
+} // namespace
+
+const Applet *Applets()
+{
+    return kApplets;
+}

@@ -9,5 +9,5 @@ struct Applet {
     AppletHandler *handler;
 };
 
-/// The applets in the order of the listing. A row whose name is null ends them.
-extern const Applet kApplets[];
+/// The first row of the applets, in the order of the listing. A row whose name is null ends them.
+const Applet *Applets();

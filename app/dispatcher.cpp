@@ -17,7 +17,7 @@ void PrintListing()
     std::puts("");
     std::puts("currently defined functions:");
     const char *separator = "";
-    for (const Applet *applet = kApplets; applet->name != nullptr; ++applet) {
+    for (const Applet *applet = Applets(); applet->name != nullptr; ++applet) {
         std::printf("%s%s", separator, applet->name);
         separator = ", ";
     }
@@ -26,7 +26,7 @@ void PrintListing()
 
 AppletHandler *FindHandler(const char *name)
 {
-    const Applet *applet = kApplets;
+    const Applet *applet = Applets();
     while (applet->name != nullptr && std::strcmp(applet->name, name) != 0) {
         ++applet;
     }
