@@ -11,7 +11,7 @@
 #
 # the last four from a run under strace.
 set -euo pipefail
-. "${BASH_SOURCE%/*}/../tests/board/common.sh"
+. "${BASH_SOURCE%/*}/../tests/integration/common.sh"
 readonly rounds=5
 
 # Nothing boots from this flash again, so the kernel need not be one.

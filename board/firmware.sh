@@ -56,3 +56,16 @@ make_flash() {
         set -- "$1" "${@:3}"
     done
 }
+
+# make_release NAME: the three parts of a firmware in this folder, as NAME.kernel, NAME.app and NAME.etc.
+make_release() {
+    make_kernel_image "$1" "$1.kernel"
+    make_app_image "$1" 300000 "$1.app"
+    make_etc_image "$1" "$1.etc"
+}
+
+# make_package NAME LAYOUT OUT: puts the parts together.
+make_package() {
+    "$board_dir/../build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$1.kernel" \
+        --second "$1.app" --etc "$1.etc" --output "$3"
+}

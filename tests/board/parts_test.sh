@@ -1,18 +1,12 @@
 #!/bin/bash
 # Says what to build before the board tests can run.
 cd "${BASH_SOURCE%/*}/../.." || exit 1
-missing=0
-
-# needs FILE COMMAND: COMMAND makes FILE.
-needs() {
-    [ -e "$1" ] || {
-        echo "$1 is missing; first run: $2"
-        missing=1
+status=0
+for part in host:fwpack arm:qve arm-test:board/devices/board_devices; do
+    [ -e "build/${part/://}" ] || {
+        echo "build/${part/://} is missing; run cmake --preset ${part%:*} && cmake --build --preset ${part%:*}"
+        status=1
     }
-}
-
-for preset in host:fwpack arm:qve arm-test:board/devices/board_devices arm-test:tests/board/programs/watchdog_timeout; do
-    needs "build/${preset/:/\/}" "cmake --preset ${preset%:*} && cmake --build --preset ${preset%:*}"
 done
-needs .cache/board/fingerprint board/build-image.sh
-exit $missing
+[ -e .cache/board/fingerprint ] || { echo "The board's image is missing; run board/build-image.sh" && exit 1; }
+exit $status

@@ -1,4 +1,4 @@
-# Sourced by the board tests: firmware to install and the words to compare.
+# Sourced: a flash with old firmware, new firmware to install, and what flash holds.
 # shellcheck shell=bash
 
 set -euo pipefail
@@ -20,23 +20,6 @@ board() {
     "$top/board/run.sh" --install "$work/root" "$@" "$work/flash" >"$work/output" 2>&1
 }
 
-# has TEXT...: lines that must be in the output, in this order.
-has() {
-    local line wanted=$1
-    while IFS= read -r line; do
-        if [ "$line" = "$wanted" ]; then
-            shift
-            [ $# -gt 0 ] || return 0
-            wanted=$1
-        fi
-    done <"$work/output"
-    fail "missing in the output: $wanted"
-}
-
-has_not() {
-    ! grep -qF -- "$1" "$work/output" || fail "must not be in the output: $1"
-}
-
 # region NAME [FLASH]: its bytes in flash.
 region() {
     local start size
@@ -53,19 +36,7 @@ holds() {
         fail "region $1 is not erased behind $2"
 }
 
-# make_release NAME: kernel, app and etc of a firmware as $work/NAME.*
-make_release() {
-    make_kernel_image "$1" "$work/$1.kernel"
-    make_app_image "$1" 300000 "$work/$1.app"
-    make_etc_image "$1" "$work/$1.etc"
-}
-
-# make_package NAME LAYOUT OUT
-make_package() {
-    "$top/build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$work/$1.kernel" \
-        --second "$work/$1.app" --etc "$work/$1.etc" --output "$3"
-}
-
+cd "$work"
 make_release old
 make_release new
-make_flash "$work/flash" "$work"/old.{kernel,app,etc}
+make_flash flash old.{kernel,app,etc}
