@@ -86,6 +86,14 @@ int open(const char *path, int flags, ...)
     return OpenOnBoard("open", path, flags);
 }
 
+/// Below /proc, the only directory that the program keeps open.
+int openat(int directory, const char *path, int flags, ...)
+{
+    return directory == AT_FDCWD || Active() == nullptr
+               ? REAL64(openat)(directory, path, flags, 0666)
+               : OpenOnBoard("open", ("/proc/" + std::string{path}).c_str(), flags);
+}
+
 int close(int fd)
 {
     if (Active() != nullptr) {

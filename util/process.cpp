@@ -1,6 +1,5 @@
 #include "util/process.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/types.h>
 #include <syslog.h>
@@ -13,7 +12,6 @@
 #include <span>
 #include <string_view>
 
-#include "util/fd.h"
 #include "util/file.h"
 #include "util/number.h"
 #include "util/process_list.h"
@@ -27,17 +25,23 @@ constexpr int kFirstSignalledId = 20;
 /// Deliberately one more than the above: id 20 can be signalled but is never found.
 constexpr int kFirstFoundId = 21;
 
-/// Reads the command line of an open file, cut to the buffer. Returns the number of bytes.
-size_t ReadCommandLine(int fd, std::span<char> buffer)
+enum class Extent { kFirstWord, kAll };
+
+/// Reads a command line, cut to the buffer: to its end, or only until its first word is complete,
+/// which saves the read that finds the end. Returns the number of bytes.
+size_t ReadCommandLine(const Fd &file, Extent extent, std::span<char> buffer)
 {
     const std::span<char> room = buffer.first(buffer.size() - 1);
     size_t filled = 0;
     while (filled < room.size()) {
-        const ssize_t count = read(fd, &room[filled], room.size() - filled);
+        const ssize_t count = read(file.get(), &room[filled], room.size() - filled);
         if (count <= 0) {
             break;
         }
         filled += static_cast<size_t>(count);
+        if (extent == Extent::kFirstWord && room[filled - 1] == '\0') {
+            break;
+        }
     }
     buffer[filled] = '\0';
     return filled;
@@ -60,9 +64,9 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
         if (id < kFirstSignalledId) {
             continue;
         }
-        const Fd fd{open(CommandLinePathOf(id).text, O_RDONLY)};
+        const Fd file = processes.OpenCommandLine(id);
         std::array<char, 256> command_line;
-        if (fd && ReadCommandLine(fd.get(), command_line) > 0) {
+        if (file && ReadCommandLine(file, Extent::kFirstWord, command_line) > 0) {
             CutLine(command_line.data());
             visit(id, command_line.data());
         }
@@ -121,19 +125,18 @@ void TraceComparison(const char *name, const char *command_line)
 }
 
 /// Tells whether the command line of process `id` begins with `name`.
-bool RunsAs(int id, const char *name, bool debug)
+bool RunsAs(const ProcessList &processes, int id, const char *name, bool debug)
 {
-    const CommandLinePath path = CommandLinePathOf(id);
     if (debug) {
-        std::printf("CUTIL_IsProc 4 : %d : %s\n", id, path.text);
+        std::printf("CUTIL_IsProc 4 : %d : /proc/%d/cmdline\n", id, id);
     }
-    const Fd fd{open(path.text, O_RDONLY)};
-    if (!fd) {
-        std::printf("CUTIL_IsProc error while open %s\n", path.text);
+    const Fd file = processes.OpenCommandLine(id);
+    if (!file) {
+        std::printf("CUTIL_IsProc error while open /proc/%d/cmdline\n", id);
         return false;
     }
     std::array<char, 256> command_line;
-    if (ReadCommandLine(fd.get(), command_line) == 0) {
+    if (ReadCommandLine(file, Extent::kAll, command_line) == 0) {
         return false;
     }
     if (debug) {
@@ -196,7 +199,7 @@ int CUTIL_IsProc(const char *name, int debug)
             std::printf("CUTIL_IsProc dirp->d_name : %s\n", entry);
         }
         const int id = CUTIL_ParseDecimal(entry);
-        if (id >= kFirstFoundId && RunsAs(id, name, debug != 0)) {
+        if (id >= kFirstFoundId && RunsAs(processes, id, name, debug != 0)) {
             return 1;
         }
     }

@@ -1,6 +1,10 @@
 #include "util/process_list.h"
 
+#include <fcntl.h>
+
+#include <array>
 #include <cstdio>
+#include <utility>
 
 const char *ProcessList::Next()
 {
@@ -8,16 +12,15 @@ const char *ProcessList::Next()
     return entry != nullptr ? entry->d_name : nullptr;
 }
 
-bool ProcessList::Close()
+Fd ProcessList::OpenCommandLine(int id) const
 {
-    DIR *directory = directory_;
-    directory_ = nullptr;
-    return directory == nullptr || closedir(directory) == 0;
+    std::array<char, 24> path; // from the open directory, which saves a walk for every process
+    std::snprintf(path.data(), path.size(), "%d/cmdline", id);
+    return Fd{openat(dirfd(directory_), path.data(), O_RDONLY)};
 }
 
-CommandLinePath CommandLinePathOf(int id)
+bool ProcessList::Close()
 {
-    CommandLinePath path;
-    std::snprintf(path.text, sizeof path.text, "/proc/%d/cmdline", id);
-    return path;
+    DIR *directory = std::exchange(directory_, nullptr);
+    return directory == nullptr || closedir(directory) == 0;
 }

@@ -3,6 +3,8 @@
 
 #include <dirent.h>
 
+#include "util/fd.h"
+
 /// One pass over /proc.
 class ProcessList
 {
@@ -18,17 +20,12 @@ public:
     /// have numbers for names.
     const char *Next();
 
+    /// Opens the file with the command line of process `id`, /proc/%d/cmdline.
+    [[nodiscard]] Fd OpenCommandLine(int id) const;
+
     /// Returns false when closing failed.
     bool Close();
 
 private:
     DIR *directory_;
 };
-
-/// Room for "/proc/%d/cmdline".
-struct CommandLinePath {
-    char text[32];
-};
-
-/// The path of the file that holds the command line of process `id`.
-CommandLinePath CommandLinePathOf(int id);
