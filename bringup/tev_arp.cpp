@@ -45,11 +45,6 @@ struct Query {
 /// What a moment of listening gave. kHarmless: no frame, or one that shows no conflict.
 enum class Heard { kHarmless, kDropped, kConflict, kFailure };
 
-bool IsExpired(const TimeStamp &since, uint32_t limit)
-{
-    return CUTIL_CheckTimeout(since.seconds, since.microseconds, limit) == 0;
-}
-
 bool IsArp(const ArpFrame &frame)
 {
     return frame.ether_type == BytesBe16(kArpEtherType) &&
@@ -99,8 +94,7 @@ void Probe(const Query &query)
 /// Probes and listens for `timeout` milliseconds. Returns 0 when no conflict was seen, else -1.
 int Watch(const Query &query, uint32_t timeout)
 {
-    TimeStamp start;
-    CUTIL_GetTimeOfDay(start);
+    const TimeStamp start = Now();
     TimeStamp last_probe = start;
     Probe(query);
     for (;;) {
@@ -113,12 +107,13 @@ int Watch(const Query &query, uint32_t timeout)
         case Heard::kFailure:
             return -1;
         }
-        if (IsExpired(start, timeout)) {
+        const TimeStamp now = Now();
+        if (IsExpired(start, now, timeout)) {
             return 0;
         }
-        if (IsExpired(last_probe, kProbeInterval)) {
+        if (IsExpired(last_probe, now, kProbeInterval)) {
             Probe(query);
-            CUTIL_GetTimeOfDay(last_probe);
+            last_probe = Now();
         }
     }
 }

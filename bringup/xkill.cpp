@@ -20,10 +20,9 @@ constexpr uint32_t kWaitLimit = 10'000; // milliseconds
 /// CUTIL_IsProc.
 int XKILL_WaitGone(const char *name)
 {
-    TimeStamp start;
-    CUTIL_GetTimeOfDay(start);
+    const TimeStamp start = Now();
     int result = 0;
-    while (CUTIL_CheckTimeout(start.seconds, start.microseconds, kWaitLimit) < 0) {
+    while (!IsExpired(start, Now(), kWaitLimit)) {
         result = CUTIL_IsProc(name, 0);
         if (result == 0) {
             break;

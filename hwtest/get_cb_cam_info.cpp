@@ -44,8 +44,7 @@ constexpr SensorModel kSensorModels[] = {
 /// @return the byte of the reply that counts
 uint8_t Ask(int fd, uint8_t query, Reply &reply, bool verbose)
 {
-    TimeStamp start;
-    CUTIL_GetTimeOfDay(start);
+    const TimeStamp start = Now();
     CCAM_SendCommand(fd, query, {1}); // its time counts too
     const size_t count = ReceiveFrame(fd, start, reply, kLongestRead);
     if (verbose) {

@@ -72,8 +72,7 @@ void SendRs232(int fd, const Frame &frame)
 int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame))
 {
     std::array<uint8_t, kSerialFrameSize - 1 + kSerialFrameSize> received{};
-    TimeStamp start;
-    CUTIL_GetTimeOfDay(start);
+    const TimeStamp start = Now();
     Frame frame;
     frame.fill(pattern);
 

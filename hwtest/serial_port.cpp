@@ -73,8 +73,7 @@ ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds
 size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer, size_t longest_read)
 {
     size_t count = 0;
-    while (count < kSerialFrameSize &&
-           CUTIL_CheckTimeout(start.seconds, start.microseconds, kReplyLimit) < 0) {
+    while (count < kSerialFrameSize && !IsExpired(start, Now(), kReplyLimit)) {
         // One microsecond, deliberately: the loop spins, so that a frame is noticed at once.
         const ssize_t result = CCAM_ReadTimeout(fd, &buffer[count], longest_read, 0, 1);
         if (result > 0) {

@@ -26,8 +26,7 @@ bool SendAll(int fd, uint16_t port, std::span<const uint8_t> message)
 {
     const auto total = static_cast<int>(message.size());
     ssize_t sent = -1;
-    TimeStamp now;
-    CUTIL_GetTimeOfDay(now);
+    TimeStamp now = Now();
     const int64_t deadline = int64_t{now.seconds} + kSendSeconds;
 
     // The time counts after every attempt, also after the one that sent the rest.
@@ -47,7 +46,7 @@ bool SendAll(int fd, uint16_t port, std::span<const uint8_t> message)
             std::printf("[SendTo] Error Number : %d, Error String %s\n", errno, ErrorText(errno));
             break;
         }
-        CUTIL_GetTimeOfDay(now);
+        now = Now();
     }
     std::printf("[%s] error, reason(SendTo %d vs %d)\n", "CICOMM_Send", static_cast<int>(sent),
                 total);

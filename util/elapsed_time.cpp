@@ -13,12 +13,10 @@ struct Difference {
     uint32_t microseconds;
 };
 
-Difference Since(int32_t start_seconds, int32_t start_microseconds)
+Difference Between(const TimeStamp &start, const TimeStamp &now)
 {
-    TimeStamp now;
-    CUTIL_GetTimeOfDay(now);
-    return {static_cast<uint32_t>(now.seconds) - static_cast<uint32_t>(start_seconds),
-            static_cast<uint32_t>(now.microseconds) - static_cast<uint32_t>(start_microseconds)};
+    return {static_cast<uint32_t>(now.seconds) - static_cast<uint32_t>(start.seconds),
+            static_cast<uint32_t>(now.microseconds) - static_cast<uint32_t>(start.microseconds)};
 }
 
 bool IsNegative(uint32_t value)
@@ -41,27 +39,30 @@ int CUTIL_GetTimeOfDay(TimeStamp &stamp)
     return 0;
 }
 
+bool IsExpired(const TimeStamp &start, const TimeStamp &now, uint32_t limit_ms)
+{
+    const Difference passed = Between(start, now);
+
+    // A negative microsecond difference gains a second here and loses none above: the intervals of
+    // all callers are tuned to this arithmetic.
+    const uint32_t seconds_part =
+        IsPositive(passed.seconds) ? passed.seconds * kMicrosecondsPerSecond : 0;
+    const uint32_t elapsed = seconds_part + passed.microseconds +
+                             (IsNegative(passed.microseconds) ? kMicrosecondsPerSecond : 0);
+    return IsNegative(elapsed) || elapsed >= limit_ms * 1000;
+}
+
 int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32_t timeout_ms)
 {
-    const Difference since = Since(start_seconds, start_microseconds);
-
-    // Deliberate: a negative microsecond difference gains a second here and loses none above.
-    // The intervals of all callers are tuned to this arithmetic.
-    const uint32_t seconds_part =
-        IsPositive(since.seconds) ? since.seconds * kMicrosecondsPerSecond : 0;
-    const uint32_t elapsed = seconds_part + since.microseconds +
-                             (IsNegative(since.microseconds) ? kMicrosecondsPerSecond : 0);
-
-    const uint32_t limit = timeout_ms * 1000;
-    return !IsNegative(elapsed) && elapsed < limit ? -1 : 0;
+    return IsExpired({start_seconds, start_microseconds}, Now(), timeout_ms) ? 0 : -1;
 }
 
 uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds)
 {
-    const Difference since = Since(start_seconds, start_microseconds);
+    const Difference passed = Between({start_seconds, start_microseconds}, Now());
 
-    // Deliberate: the extra second is added whether or not the microseconds went backwards.
-    return IsPositive(since.seconds) ? since.seconds * kMicrosecondsPerSecond + since.microseconds +
-                                           kMicrosecondsPerSecond
-                                     : since.microseconds;
+    // The extra second is added whether or not the microseconds went backwards, to match the above.
+    return IsPositive(passed.seconds) ? passed.seconds * kMicrosecondsPerSecond +
+                                            passed.microseconds + kMicrosecondsPerSecond
+                                      : passed.microseconds;
 }
