@@ -40,6 +40,10 @@ installs its firmware, and takes them apart again. It runs the same checks
 as the board, so it tells on a PC whether a board would accept a package.")
     install(TARGETS fwpack RUNTIME DESTINATION bin COMPONENT tools)
     install(FILES docs/man/fwpack.1 DESTINATION ${QVE_SHAREDIR}/man/man1 COMPONENT tools)
+    install(FILES tools/completion/fwpack.bash RENAME fwpack
+            DESTINATION ${QVE_SHAREDIR}/bash-completion/completions COMPONENT tools)
+    install(FILES tools/completion/_fwpack
+            DESTINATION ${QVE_SHAREDIR}/zsh/vendor-completions COMPONENT tools)
     install(FILES docs/firmware-package.md DESTINATION ${QVE_SHAREDIR}/doc/fwpack COMPONENT tools)
     install(FILES docs/pictures/package.svg DESTINATION ${QVE_SHAREDIR}/doc/fwpack/pictures
             COMPONENT tools)

@@ -72,13 +72,31 @@ check_usage() {
     [ "$count" -eq 5 ] || fail "$count usage texts in place of 5"
 }
 
-# The options of fwpack's page are those of its help texts.
+# fwpack's help, its page and the completions for bash and zsh know the same commands and options.
 check_fwpack_options() {
-    local command
-    diff <(for command in "" create info check; do "$1" $command --help; done |
-        grep -oE -- '--[a-z]+' | sort -u) \
-        <(mandoc -T ascii "$top/docs/man/fwpack.1" 2>/dev/null | col -b |
-            grep -oE -- '--[a-z]+' | sort -u) || fail "options of fwpack(1) other than the help's"
+    local commands command options
+    commands=$("$1" help | sed -n 's/^  fwpack \([a-z]*\) .*/\1/p' | grep -vx help)
+    . "$top/tools/completion/fwpack.bash"
+    [ "$(completed fwpack '' | grep -v '^-' | sort)" = "$(sort <<<"$commands"$'\n'help)" ] ||
+        fail "commands that bash completes"
+    for command in $commands; do
+        options=$("$1" help "$command" | sed -n 's/^  -\(.\), --\([a-z-]*\).*/\1 \2/p' | sort)
+        diff <(grep -v '^h help$' <<<"$options") \
+            <(sed -n "/^\.Ss $command\$/,/^\.S[sh] /s/^\.It Fl \(.\) , -\([a-z-]*\).*/\1 \2/p" "$top/docs/man/fwpack.1" | sort) ||
+            fail "fwpack(1) on $command"
+        diff <(awk '{ print "--" $2 }' <<<"$options" | sort) <(completed fwpack "$command" -- | sort) ||
+            fail "bash's completion of $command"
+        diff <(echo "$options") \
+            <(sed -n "/^$command)/,/;;/s/.*{-\(.\),--\([a-z-]*\)}.*/\1 \2/p" "$top/tools/completion/_fwpack" | sort) ||
+            fail "zsh's completion of $command"
+    done
+}
+
+# completed WORD...: what bash's completion makes of the last word.
+completed() {
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    _fwpack
+    printf '%s\n' "${COMPREPLY[@]}"
 }
 
 look_at_host() {

@@ -7,9 +7,9 @@ supported_releases="bookworm trixie"
 # packages_of GROUP: what a group of steps needs.
 packages_of() {
     case $1 in
-    build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest ;;
+    build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod ;;
-    test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck mtools fdisk iproute2 ;;
+    test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck jq mtools fdisk iproute2 ;;
     bench) echo toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
     room) echo mmdebstrap ;;

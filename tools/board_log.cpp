@@ -14,7 +14,7 @@ bool g_shown = false;
 void ShowLine(const char *format, va_list arguments)
 {
     if (g_shown) {
-        std::fputs("log: ", stderr);
+        std::fputs("fwpack: log: ", stderr);
         std::vfprintf(stderr, format, arguments);
         std::fputs(std::string_view{format}.ends_with('\n') ? "" : "\n", stderr);
     }

@@ -1,93 +1,77 @@
-#include <getopt.h>
-
-#include <charconv>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <optional>
 
 #include "tools/board_log.h"
-#include "tools/fwpack.h"
+#include "tools/command_line.h"
+#include "tools/progress.h"
+#include "tools/region.h"
+#include "tools/text.h"
 #include "tools/verdict.h"
 
 namespace
 {
 
-constexpr const char *kHelp = R"(usage: fwpack check [--marker TEXT] [--version N] [--verbose] FILE
-
-Tells whether a board would accept the package, by the board's own checks in their order, and names
-the first that fails.
-
-  -m, --marker TEXT   the marker of the board; of a longer one the first four characters count.
-                      Without it markers are not compared: 'upgrade' does not compare them either,
-                      'xupgrade -i' does
-  -V, --version N     the layout version that the board expects, 1 where it is not told otherwise
-  -v, --verbose       shows what the checks write to the board's log, on standard error
-  -h, --help          this help
-
-Exit status: 0 accepted, 1 refused, 2 wrong usage.
-)";
-
-/// The number that is the whole of `text`.
-std::optional<int32_t> ParseNumber(const char *text)
+/// Prints a verdict line for each region that is larger than its partition. Returns whether there
+/// was none.
+bool FitsPartitions(const char *path, const Package &package, const Arguments &arguments)
 {
-    int32_t value{};
-    const char *end = text + std::strlen(text);
-    const auto [stopped, error] = std::from_chars(text, end, value);
-    if (error != std::errc{} || stopped != end) {
-        return std::nullopt;
+    bool fits = true;
+    for (size_t i = 0; i < package.header.size.size(); ++i) {
+        const std::string fault = WhyTooLarge(i, package.header.size[i], arguments.partitions);
+        if (!fault.empty() && !arguments.quiet) {
+            std::printf("%s: region %zu is %s\n", path, i + 1, fault.c_str());
+        }
+        fits = fits && fault.empty();
     }
-    return value;
+    return fits;
 }
 
-int Check(const char *path, const PackageExpectation &expectation)
+Verdict JudgeSlowly(const char *path, const Arguments &arguments)
 {
-    const std::string reason = WhyRefused(path, expectation);
-    if (reason.empty()) {
-        std::printf("%s: a board would accept it\n", path);
-        return kExitDone;
+    const Progress progress{Format("checking %s", path)};
+    return Judge(path,
+                 {arguments.marker.has_value(), arguments.marker.value_or(0), arguments.layout});
+}
+
+int Check(const char *path, const Arguments &arguments)
+{
+    const std::string unreadable = WhyUnreadable(path);
+    if (!unreadable.empty()) {
+        Refuse(path, unreadable);
+        return kExitUsage;
     }
-    std::printf("%s: a board would refuse it: %s\n", path, reason.c_str());
-    return kExitRefused;
+    const Verdict verdict = JudgeSlowly(path, arguments);
+    const auto *package = std::get_if<Package>(&verdict.opened);
+    // The worse news first: scripts look at the first line.
+    const bool fits = package == nullptr || FitsPartitions(path, *package, arguments);
+    if (!arguments.quiet && verdict.reason.empty()) {
+        std::printf("%s: a board would accept it%s\n", path,
+                    fits ? "" : ": it does not compare sizes");
+    } else if (!arguments.quiet) {
+        std::printf("%s: a board would refuse it: %s\n", path, verdict.reason.c_str());
+    }
+    if (!arguments.quiet && package != nullptr) {
+        WarnOfNegativeSizes(path, *package);
+    }
+    return verdict.reason.empty() && fits ? kExitDone : kExitRefused;
 }
 
 } // namespace
 
-int RunCheck(int argc, char **argv)
+int RunCheck(const Arguments &arguments)
 {
-    constexpr option kOptions[] = {{"marker", required_argument, nullptr, 'm'},
-                                   {"version", required_argument, nullptr, 'V'},
-                                   {"verbose", no_argument, nullptr, 'v'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {}};
-    PackageExpectation expectation{false, 0, 1};
-    for (int c; (c = getopt_long(argc, argv, "m:V:vh", kOptions, nullptr)) != -1;) {
-        switch (c) {
-        case 'm':
-            expectation.check_marker = true;
-            expectation.marker = MarkerWord({optarg, std::strlen(optarg)});
-            break;
-        case 'V': {
-            const auto version = ParseNumber(optarg);
-            if (!version) {
-                PrintError("the version is a number, not '%s'", optarg);
-                return UsageError(argv[0]);
-            }
-            expectation.version = *version;
-            break;
-        }
-        case 'v':
-            ShowBoardLog();
-            break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            return kExitDone;
-        default:
-            return UsageError(argv[0]);
-        }
+    if (arguments.verbose) {
+        ShowBoardLog();
     }
-    if (optind + 1 != argc) {
-        PrintError("check takes one package");
-        return UsageError(argv[0]);
+    int status = kExitDone;
+    bool judged = false;
+    for (const char *path : arguments.operands) {
+        const int its_status = Check(path, arguments);
+        status = std::max(status, its_status);
+        judged = judged || its_status != kExitUsage;
     }
-    return Check(argv[optind], expectation);
+    if (judged && !arguments.quiet) {
+        SayWhetherCompared(arguments.partitions);
+    }
+    return status;
 }

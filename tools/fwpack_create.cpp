@@ -1,4 +1,3 @@
-#include <getopt.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -9,11 +8,12 @@
 #include <limits>
 #include <optional>
 #include <span>
-#include <string_view>
 
 #include "flash/jffs2.h"
-#include "tools/fwpack.h"
+#include "tools/command_line.h"
 #include "tools/output_file.h"
+#include "tools/progress.h"
+#include "tools/text.h"
 #include "tools/verdict.h"
 #include "util/byte_order.h"
 #include "util/file.h"
@@ -21,46 +21,13 @@
 namespace
 {
 
-constexpr const char *kHelp = R"(usage: fwpack create --layout 1|3 --marker TEXT
-                     --kernel FILE --second FILE --etc FILE --output FILE
-
-Makes a firmware package. All options are needed. A package that a board would refuse is not made,
-and the output appears whole or not at all.
-
-  -l, --layout 1|3    1: the board checks the /etc image too; 3: it does not
-  -m, --marker TEXT   up to four characters: the OEM marker of the boards that it is for
-  -k, --kernel FILE   region 1, for /dev/mtd/1: a kernel image as mkimage makes it
-  -s, --second FILE   region 2, for /dev/mtd/2: anything
-  -e, --etc FILE      region 3, for /dev/mtd/3: a JFFS2 image with erase blocks of 64 KiB
-  -o, --output FILE   the package
-  -h, --help          this help
-
-Exit status: 0 made, 1 refused or failed, 2 wrong usage.
-)";
-
-constexpr size_t kMarkerLength = 4;
-
 struct Input {
-    const char *path = nullptr;
+    const char *path;
     std::optional<File> file;
-    int64_t size = 0; ///< bytes
+    int64_t size; ///< bytes
 };
 
-struct Request {
-    const PackageLayout *layout = nullptr;
-    const char *marker = nullptr;
-    std::array<Input, 3> regions;
-    const char *output = nullptr;
-
-    [[nodiscard]] uint32_t MagicWord() const { return MarkerWord({marker, std::strlen(marker)}); }
-};
-
-/// Prints why the file is of no use. Returns false.
-bool Refuse(const char *path, const char *reason)
-{
-    PrintError("%s: %s", path, reason);
-    return false;
-}
+using Inputs = std::array<Input, 3>;
 
 bool Open(Input &input)
 {
@@ -77,12 +44,18 @@ bool Open(Input &input)
     return true;
 }
 
-bool OpenInputs(Request &request)
+bool OpenInputs(Inputs &inputs, const PackageLayout &layout,
+                const std::optional<PartitionSizes> &partitions)
 {
-    int64_t total = request.layout->header_length;
-    for (Input &input : request.regions) {
+    int64_t total = layout.header_length;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        Input &input = inputs[i];
         if (!Open(input)) {
             return false;
+        }
+        const std::string fault = WhyTooLarge(i, input.size, partitions);
+        if (!fault.empty()) {
+            return Refuse(input.path, fault);
         }
         // The header's words and the board's file offsets have 31 bits. Compared before adding up:
         // a file may be as large as its file system allows.
@@ -94,23 +67,22 @@ bool OpenInputs(Request &request)
     return true;
 }
 
-bool WriteHeader(const Request &request, OutputFile &output)
+bool WriteHeader(const Inputs &inputs, const PackageLayout &layout, uint32_t magic,
+                 OutputFile &output)
 {
     std::array<uint8_t, FirmwarePackageHeader::kMaxSize> bytes{};
-    StoreLe32(bytes.data(), request.MagicWord());
-    StoreLe32(&bytes[4], static_cast<uint32_t>(request.layout->version));
-    for (size_t i = 0; i < request.regions.size(); ++i) {
-        StoreLe32(&bytes[request.layout->sizes_offset + 4 * i],
-                  static_cast<uint32_t>(request.regions[i].size));
+    StoreLe32(bytes.data(), magic);
+    StoreLe32(&bytes[4], static_cast<uint32_t>(layout.version));
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        StoreLe32(&bytes[layout.sizes_offset + 4 * i], static_cast<uint32_t>(inputs[i].size));
     }
     std::array<char, bytes.size()> text{};
     std::memcpy(text.data(), bytes.data(), bytes.size());
     const std::span<const char> all{text};
-    return output.Write(all.first(static_cast<size_t>(request.layout->header_length))) ||
-           Refuse(request.output, std::strerror(errno));
+    return output.Write(all.first(static_cast<size_t>(layout.header_length)));
 }
 
-bool Append(const Input &input, const char *output_path, OutputFile &output)
+bool Append(const Input &input, OutputFile &output)
 {
     std::FILE *stream = input.file->get();
     std::array<char, 65536> piece;
@@ -118,7 +90,7 @@ bool Append(const Input &input, const char *output_path, OutputFile &output)
     while (const size_t count = std::fread(piece.data(), 1, piece.size(), stream)) {
         copied += static_cast<int64_t>(count);
         if (!output.Write(std::span<const char>{piece}.first(count))) {
-            return Refuse(output_path, std::strerror(errno));
+            return false;
         }
     }
     if (std::ferror(stream) != 0) {
@@ -129,107 +101,47 @@ bool Append(const Input &input, const char *output_path, OutputFile &output)
 
 /// The board's own checks on the very bytes: a kernel whose data runs on into region 2 is sound
 /// only by itself.
-bool CheckPackage(const Request &request, const char *path)
+bool CheckPackage(const char *path, const Inputs &inputs, const PackageLayout &layout,
+                  uint32_t magic)
 {
-    const std::string reason =
-        WhyRefused(path, {true, request.MagicWord(), request.layout->version});
-    if (!reason.empty()) {
-        PrintError("not made, since a board would refuse it: %s", reason.c_str());
+    const Verdict verdict = Judge(path, {true, magic, layout.version});
+    if (!verdict.reason.empty()) {
+        PrintError("not made, since a board would refuse it: %s", verdict.reason.c_str());
         return false;
     }
-    if (!request.layout->checks_file_system && CFlash_CheckJffs2(request.regions[2].path, 0) != 0) {
+    if (!layout.checks_file_system && CFlash_CheckJffs2(inputs[2].path, 0) != 0) {
         PrintError("warning: %s is not a JFFS2 image with a node at every 64 KiB; "
                    "a board does not check that in layout %d",
-                   request.regions[2].path, request.layout->version);
+                   inputs[2].path, layout.version);
     }
     return true;
 }
 
-bool Create(Request &request)
+bool Create(const Arguments &arguments)
 {
-    struct stat status {
-    };
-    // A rename would put a file in the place of a device.
-    if (stat(request.output, &status) == 0 && !S_ISREG(status.st_mode)) {
-        return Refuse(request.output, "exists and is not a plain file");
-    }
-    if (!OpenInputs(request)) {
+    const Progress progress{Format("making %s", arguments.output)};
+    const PackageLayout &layout = *FindPackageLayout(arguments.layout);
+    const uint32_t magic = *arguments.marker;
+    Inputs inputs{{{arguments.regions[0], {}, 0},
+                   {arguments.regions[1], {}, 0},
+                   {arguments.regions[2], {}, 0}}};
+    if (!OpenInputs(inputs, layout, arguments.partitions)) {
         return false;
     }
-    OutputFile output{request.output};
-    if (!output) {
-        return Refuse(request.output, std::strerror(errno));
-    }
-    if (!WriteHeader(request, output)) {
-        return false;
-    }
-    for (const Input &input : request.regions) {
-        if (!Append(input, request.output, output)) {
-            return false;
-        }
-    }
-    if (!output.Finish()) {
-        return Refuse(request.output, std::strerror(errno));
-    }
-    return CheckPackage(request, output.scratch_path()) &&
-           (output.MoveToPlace() || Refuse(request.output, std::strerror(errno)));
-}
-
-/// Stores one option. Returns false, with a message, when its value is of no use.
-bool TakeOption(int letter, const char *value, Request &request)
-{
-    constexpr std::string_view kRegionLetters = "kse";
-    switch (letter) {
-    case 'l':
-        request.layout = value == std::string_view{"1"}   ? FindPackageLayout(1)
-                         : value == std::string_view{"3"} ? FindPackageLayout(3)
-                                                          : nullptr;
-        return request.layout != nullptr || Refuse(value, "the layout is 1 or 3");
-    case 'm':
-        request.marker = value;
-        return std::strlen(value) <= kMarkerLength ||
-               Refuse(value, "a marker has at most four characters");
-    case 'o':
-        request.output = value;
-        return true;
-    default:
-        const size_t region = kRegionLetters.find(static_cast<char>(letter));
-        if (region < request.regions.size()) {
-            request.regions[region].path = value;
-        }
-        return region < request.regions.size();
-    }
-}
-
-bool IsComplete(const Request &request)
-{
-    return request.layout != nullptr && request.marker != nullptr && request.output != nullptr &&
-           std::ranges::all_of(request.regions,
-                               [](const Input &input) { return input.path != nullptr; });
+    OutputFile output{arguments.output};
+    return output && WriteHeader(inputs, layout, magic, output) &&
+           std::ranges::all_of(inputs, [&](const Input &input) { return Append(input, output); }) &&
+           output.Finish() && CheckPackage(output.scratch_path(), inputs, layout, magic) &&
+           output.MoveToPlace();
 }
 
 } // namespace
 
-int RunCreate(int argc, char **argv)
+int RunCreate(const Arguments &arguments)
 {
-    constexpr option kOptions[] = {
-        {"layout", required_argument, nullptr, 'l'}, {"marker", required_argument, nullptr, 'm'},
-        {"kernel", required_argument, nullptr, 'k'}, {"second", required_argument, nullptr, 's'},
-        {"etc", required_argument, nullptr, 'e'},    {"output", required_argument, nullptr, 'o'},
-        {"help", no_argument, nullptr, 'h'},         {}};
-    Request request;
-    for (int c; (c = getopt_long(argc, argv, "l:m:k:s:e:o:h", kOptions, nullptr)) != -1;) {
-        if (c == 'h') {
-            std::fputs(kHelp, stdout);
-            return kExitDone;
-        }
-        if (!TakeOption(c, optarg, request)) {
-            return UsageError(argv[0]);
-        }
+    if (!Create(arguments)) {
+        return kExitRefused;
     }
-    if (!IsComplete(request) || optind != argc) {
-        PrintError("create takes all of its options and nothing else");
-        return UsageError(argv[0]);
-    }
-    return Create(request) ? kExitDone : kExitRefused;
+    SayWhetherCompared(arguments.partitions);
+    return kExitDone;
 }

@@ -3,7 +3,7 @@
 #include <span>
 
 #include "flash/crc32.h"
-#include "tools/fwpack.h"
+#include "tools/text.h"
 #include "util/file.h"
 
 namespace
@@ -14,6 +14,7 @@ struct CodeName {
     const char *name;
 };
 
+constexpr CodeName kOperatingSystems[] = {{2, "NetBSD"}, {5, "Linux"}, {17, "firmware"}};
 constexpr CodeName kArchitectures[] = {{2, "ARM"},     {3, "x86"},      {5, "MIPS"},
                                        {7, "PowerPC"}, {22, "AArch64"}, {24, "x86-64"}};
 constexpr CodeName kTypes[] = {{1, "standalone program"}, {2, "kernel"},     {3, "RAM disk"},
@@ -45,6 +46,11 @@ std::optional<KernelImage> ReadKernelImage(const char *path, int64_t offset)
     return image;
 }
 
+std::string OperatingSystemName(const ImageHeader &header)
+{
+    return NameOf(header.operating_system, kOperatingSystems);
+}
+
 std::string ArchitectureName(const ImageHeader &header)
 {
     return NameOf(header.architecture, kArchitectures);
@@ -60,13 +66,14 @@ std::string CompressionName(const ImageHeader &header)
     return NameOf(header.compression, kCompressions);
 }
 
-std::string DescribeKernelFault(const char *path, int64_t offset)
+std::string WhyKernelRefused(const char *path, int64_t offset)
 {
     ImageHeader header{};
     switch (FindImageFault(path, offset, header)) {
-    case ImageFault::kNone: // the file has changed meanwhile
-    case ImageFault::kUnreadable:
+    case ImageFault::kNone:
         break;
+    case ImageFault::kUnreadable:
+        return "the file ends within the image's header";
     case ImageFault::kBadMagic:
         return Format("magic %08x, expected %08x", header.magic, kImageMagic);
     case ImageFault::kBadHeaderCrc:
@@ -85,5 +92,5 @@ std::string DescribeKernelFault(const char *path, int64_t offset)
     case ImageFault::kWrongCompression:
         return Format("compression %s, expected none or gzip", CompressionName(header).c_str());
     }
-    return "the file ends within the image's header";
+    return "";
 }

@@ -18,9 +18,10 @@ struct KernelImage {
 std::optional<KernelImage> ReadKernelImage(const char *path, int64_t offset);
 
 /// The header's codes in words.
+std::string OperatingSystemName(const ImageHeader &header);
 std::string ArchitectureName(const ImageHeader &header);
 std::string TypeName(const ImageHeader &header);
 std::string CompressionName(const ImageHeader &header);
 
-/// Says in words why a board refuses the image.
-std::string DescribeKernelFault(const char *path, int64_t offset);
+/// Says in words why a board refuses the image; empty when it accepts it.
+std::string WhyKernelRefused(const char *path, int64_t offset);

@@ -5,29 +5,34 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "tools/text.h"
 
 namespace
 {
 
 constexpr std::array<int, 3> kEndingSignals{SIGHUP, SIGINT, SIGTERM};
 
-/// What an ending signal must remove; empty when nothing.
-std::array<char, 4096> g_unfinished{};
+std::array<OutputFile::Unfinished, 3> g_unfinished{};
 
-void RemoveUnfinished()
+void Remove(OutputFile::Unfinished &unfinished)
 {
-    if (g_unfinished[0] != '\0') {
-        unlink(g_unfinished.data());
-        g_unfinished[0] = '\0';
+    if (unfinished[0] != '\0') {
+        unlink(unfinished.data());
+        unfinished[0] = '\0';
     }
 }
 
 /// The signal has its default effect back already and ends the tool when this returns.
 void HandleEndingSignal(int signal_number)
 {
-    RemoveUnfinished();
+    for (OutputFile::Unfinished &unfinished : g_unfinished) {
+        Remove(unfinished);
+    }
     raise(signal_number);
 }
 
@@ -50,20 +55,13 @@ void HandleSignals()
 }
 
 /// mkstemp, with no moment at which a signal would leave the file behind.
-int MakeScratch(std::string &path)
+int MakeScratch(std::string &path, OutputFile::Unfinished &unfinished)
 {
-    sigset_t ending;
-    sigset_t previous;
-    sigemptyset(&ending);
-    for (const int signal_number : kEndingSignals) {
-        sigaddset(&ending, signal_number);
-    }
-    sigprocmask(SIG_BLOCK, &ending, &previous);
+    const HeldSignals held;
     const int fd = mkstemp(path.data());
     if (fd >= 0) {
-        path.copy(g_unfinished.data(), g_unfinished.size() - 1);
+        unfinished[path.copy(unfinished.data(), unfinished.size() - 1)] = '\0';
     }
-    sigprocmask(SIG_SETMASK, &previous, nullptr);
     return fd;
 }
 
@@ -75,17 +73,31 @@ void TakeUsualMode(int fd)
     fchmod(fd, 0666 & ~mask);
 }
 
+bool IsPlainFileOrNone(const char *path)
+{
+    struct stat status {
+    };
+    return stat(path, &status) != 0 || S_ISREG(status.st_mode);
+}
+
 } // namespace
 
-OutputFile::OutputFile(const char *path) : path_(path), scratch_(path_ + ".XXXXXX")
+OutputFile::OutputFile(std::string path) : path_(std::move(path)), scratch_(path_ + ".XXXXXX")
 {
-    if (scratch_.size() >= g_unfinished.size()) {
-        errno = ENAMETOOLONG;
+    if (!IsPlainFileOrNone(path_.c_str())) {
+        Refuse(path_.c_str(), "exists and is not a plain file");
+        return;
+    }
+    if (scratch_.size() >= Unfinished{}.size()) {
+        Refuse(path_.c_str(), std::strerror(ENAMETOOLONG));
         return;
     }
     HandleSignals();
-    const int fd = MakeScratch(scratch_);
+    unfinished_ = std::ranges::find(g_unfinished, '\0', [](const Unfinished &u) { return u[0]; });
+    const int fd = MakeScratch(scratch_, *unfinished_);
     if (fd < 0) {
+        unfinished_ = nullptr;
+        Fail();
         return;
     }
     TakeUsualMode(fd);
@@ -97,29 +109,50 @@ OutputFile::~OutputFile()
     if (stream_ != nullptr) {
         std::fclose(stream_);
     }
-    RemoveUnfinished();
+    if (unfinished_ != nullptr) {
+        Remove(*unfinished_);
+    }
+}
+
+bool OutputFile::Fail() const
+{
+    return Refuse(path(), std::strerror(errno));
 }
 
 bool OutputFile::Write(std::span<const char> bytes)
 {
-    return std::fwrite(bytes.data(), 1, bytes.size(), stream_) == bytes.size();
+    return std::fwrite(bytes.data(), 1, bytes.size(), stream_) == bytes.size() || Fail();
 }
 
 bool OutputFile::Finish()
 {
     if (std::fflush(stream_) != 0 || fsync(fileno(stream_)) != 0) {
-        return false;
+        return Fail();
     }
-    std::FILE *stream = stream_;
-    stream_ = nullptr;
-    return std::fclose(stream) == 0;
+    std::FILE *stream = std::exchange(stream_, nullptr);
+    return std::fclose(stream) == 0 || Fail();
 }
 
 bool OutputFile::MoveToPlace()
 {
-    if (std::rename(scratch_.c_str(), path_.c_str()) != 0) {
-        return false;
+    if (std::rename(scratch_.c_str(), path()) != 0) {
+        return Fail();
     }
-    g_unfinished[0] = '\0';
+    (*std::exchange(unfinished_, nullptr))[0] = '\0';
     return true;
+}
+
+HeldSignals::HeldSignals()
+{
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int signal_number : kEndingSignals) {
+        sigaddset(&ending, signal_number);
+    }
+    sigprocmask(SIG_BLOCK, &ending, &previous_);
+}
+
+HeldSignals::~HeldSignals()
+{
+    sigprocmask(SIG_SETMASK, &previous_, nullptr);
 }

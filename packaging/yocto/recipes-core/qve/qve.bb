@@ -1,7 +1,11 @@
 SUMMARY = "Board utility program of a network video server"
 DESCRIPTION = "One executable with the commands that bring the board up, install its firmware \
 and test it at the factory. The native package is fwpack, the host tool for firmware packages."
-LICENSE = "CLOSED"
+LICENSE = "LicenseRef-QVE"
+NO_GENERIC_LICENSE[QVE] = "COPYRIGHT"
+# Older releases look under the whole name.
+NO_GENERIC_LICENSE[LicenseRef-QVE] = "COPYRIGHT"
+LIC_FILES_CHKSUM = "file://COPYRIGHT;md5=${@bb.utils.md5_file('${QVE_SOURCE}/COPYRIGHT')}"
 
 inherit cmake externalsrc
 
