@@ -6,12 +6,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <string_view>
 
 #include "hwtest/applets.h"
 #include "hwtest/verbose_option.h"
 #include "util/error_text.h"
 #include "util/file.h"
+#include "util/text.h"
 
 namespace
 {
@@ -44,7 +44,7 @@ bool FindMarker(const char *path, bool verbose)
         if (verbose) {
             std::fputs(line.data(), stdout);
         }
-        if (std::string_view{line.data()}.starts_with("test device")) {
+        if (BeginsWith(line.data(), "test device")) {
             return true;
         }
     }
