@@ -4,5 +4,5 @@
 /// Runs the applet named by what follows the last '/' of argv[0], which becomes the bare name.
 /// Under any other name prints the version and the list of the applets.
 ///
-/// @return 0, whatever the applet returned
+/// @return always 0
 int Dispatch(int argc, char **argv);

@@ -39,7 +39,7 @@ void FormatValue(const char *value, std::span<char> out)
 
 int FailToRead()
 {
-    std::printf("read err!"); // without a line end, deliberately
+    std::printf("read err!"); // without a line end
     return -1;
 }
 
@@ -66,7 +66,7 @@ int CUTIL_GetBootParam(std::string_view key, size_t max_length, std::span<char> 
             return FailToRead();
         }
         if (matched < key.size()) {
-            // The byte that breaks a match is dropped, deliberately: it begins no new one.
+            // The byte that breaks a match is dropped: it begins no new one.
             matched = byte == key[matched] ? matched + 1 : 0;
             continue;
         }
@@ -96,8 +96,8 @@ constexpr std::array<BootParameter, 3> kParameters{{
     {"product_code=", 512, "PRODUCT_CODE", "echo \"PRODUCT_CODE=%s\" >> %s"},
 }};
 
-/// The value goes into the shell's double quotes as it is: who may write the environment may as
-/// well write the firmware.
+/// The value goes into the shell's double quotes as it is: a program that may write the environment
+/// may write the firmware too.
 void WriteParameters(const std::array<Value, kParameters.size()> &values, const char *path)
 {
     std::array<std::array<char, 1024>, kParameters.size()> commands;

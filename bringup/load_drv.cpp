@@ -67,7 +67,7 @@ constexpr DriverPlan kSecondFamilyPlans[] = {
     {nullptr, {kTlv320}},
 };
 
-/// Runs the commands of the first row that names the model or nobody.
+/// Runs the commands of the first row that names the model or none.
 void RunPlan(std::span<const DriverPlan> plans, std::string_view model)
 {
     for (const DriverPlan &plan : plans) {

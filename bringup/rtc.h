@@ -14,9 +14,9 @@ struct RtcTime {
 };
 
 /// Reads the clock that the board has: a DS1339 chip when "/etc/capabilities.conf" says so (key
-/// "rtc_device_supported"), whose node depends on the board's model, and else the one in the SoC.
+/// "rtc_device_supported"), whose node depends on the board's model, otherwise the one in the SoC.
 ///
-/// A driver that refuses the request gives an all-zero time, deliberately as a success.
+/// A driver that refuses the request gives an all-zero time, which counts as a success.
 ///
 /// @return 0; -1 when `time` is null or the clock's device cannot be opened
 int CRTC_GetTime(RtcTime *time);

@@ -102,7 +102,7 @@ int Watch(const Query &query, uint32_t timeout)
         case Heard::kHarmless:
             break;
         case Heard::kDropped:
-            continue; // deliberately without a look at the time
+            continue; // the time is tested only after silence or a frame that counts
         case Heard::kConflict:
         case Heard::kFailure:
             return -1;
@@ -167,7 +167,7 @@ int tev_arp(int argc, char **argv)
 {
     if (argc != 4) {
         std::fprintf(stderr, "%s: %s\n", argv[0], "bad option");
-        // The time-out is not named, deliberately: the text is kept for those who look for it.
+        // The usage names two of the three arguments.
         std::fprintf(stderr, "Usage: %s ifname IP\n", argv[0]);
         std::exit(-1);
     }

@@ -38,7 +38,7 @@ int xfactorydefault(int argc, char **argv)
 {
     if (argc != 2) {
         std::printf("'%s' usage : \n", argv[0]);
-        std::puts("        <replace filename> "); // the blank at the end is deliberate
+        std::puts("        <replace filename> ");
         return 0;
     }
     File list{argv[1], "r"};

@@ -27,7 +27,7 @@ int XKILL_WaitGone(const char *name)
         if (result == 0) {
             break;
         }
-        usleep(0); // no pause, deliberately: the caller goes on the moment the process is gone
+        usleep(0); // no pause: the caller goes on the moment the process is gone
     }
     return result;
 }
@@ -47,8 +47,8 @@ int xkill(int argc, char **argv)
     } else if (argc == 3) {
         const std::string_view word = argv[1];
         const char *name = argv[2];
-        // With a signal word the wait is for that word, deliberately: nothing runs under such a
-        // name, so the command does not wait.
+        // With a signal word the wait is for that word. Nothing runs under such a name, so the
+        // command does not wait.
         if (word == "SIGTERM") {
             KillAndWait(name, SIGTERM, argv[1]);
         } else if (word == "SIGKILL") {

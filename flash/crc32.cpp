@@ -24,8 +24,8 @@ constexpr std::array<uint32_t, 256> MakeTable()
 constexpr std::array<uint32_t, 256> kTable = MakeTable();
 static_assert(kTable[1] == 0x77073096);
 
-// Inlined whatever the compiler is told about size: as a call it makes the board's loop slower than
-// one that is not unrolled.
+// Inlined even when compiled for size: as a call it makes the board's loop slower than one that is
+// not unrolled.
 [[gnu::always_inline]] inline uint32_t AddByte(uint32_t state, uint8_t byte)
 {
     return kTable[(state ^ byte) & 0xFF] ^ (state >> 8);

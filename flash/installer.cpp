@@ -39,14 +39,14 @@ PackageExpectation ReadPackageExpectation(uint32_t flags)
     const ConfValue board_marker = ReadConf(kUpgradeFile, "MARKER", "3510");
     const ConfValue marker = ReadConf("/etc/oem_marker.conf", "MARKER", board_marker.data());
     const ConfValue version = ReadConf(kUpgradeFile, "VERSION", "1");
-    // Read and deliberately compared with nothing: the model does not restrict the package.
+    // Read, but the model does not restrict the package.
     [[maybe_unused]] const ConfValue model = ReadConf(kUpgradeFile, "MODEL", "0000");
 
     return {(flags & UPGRADE_FLAG_CHECK_MARKER) != 0, MarkerWord(marker),
             ParseLeadingInteger(version.data())};
 }
 
-/// Ends whatever still holds /etc open; ten rounds, since each ends one process and some return.
+/// Kills what still holds /etc open, in ten rounds: some programs return.
 void ReleaseEtc()
 {
     for (int round = 0; round < 10; ++round) {
@@ -60,7 +60,7 @@ int UnmountEtc()
     if (umount("/etc") == 0) {
         return 0;
     }
-    // Deliberately the other way round than the other error lines: path first, then the name.
+    // The path comes before the name here, unlike in the other error lines.
     std::printf("[ERROR] %s : umount [%s], errno : %d, %s\n", "/etc", kName, errno,
                 ErrorText(errno));
     return -1;
@@ -72,7 +72,7 @@ int CheckContents(const char *path, const Package &package)
     case ContentsFault::kNone:
         return 0;
     case ContentsFault::kWrongFileSize: {
-        // A sum beyond 32 bits is refused like any other, but shown cut to them.
+        // A sum beyond 32 bits is shown cut to them.
         const auto expected = static_cast<int>(package.ExpectedFileSize());
         const auto found = static_cast<int>(package.file_size);
         syslog(LOG_ALERT, "Firmware image size : %d vs %d\n", expected, found);
@@ -84,7 +84,7 @@ int CheckContents(const char *path, const Package &package)
         std::printf("[ERROR] %s : chech Image\n", kName);
         break;
     case ContentsFault::kBadFileSystem:
-        // The label is that of region 2, though the file system is region 3: log filters know it.
+        // The label says 2, although the file system is region 3.
         syslog(LOG_ALERT, "flash2 is not correct\n");
         std::printf("[ERROR] %s : check JFFS2\n", kName);
         break;
@@ -117,8 +117,8 @@ void InstallRegion(const char *path, const char *device, int32_t start, int32_t 
         }
         syslog(LOG_ALERT, "[%s] %s %s fail[%d]\n", kName, device, failed, attempt);
     }
-    // Deliberately no failure of the whole: a half-written board should still get its other
-    // partitions and its /etc back.
+    // The installation goes on: a half-written board should still get its other partitions and its
+    // /etc back.
 }
 
 } // namespace
@@ -137,7 +137,7 @@ int CFlash_TEVWrite(const char *package_path, const char *device1, const char *d
         settings.Save();
     }
     ReleaseEtc();
-    // Deliberately before the contents are checked, and not undone when a check fails.
+    // /etc stays unmounted when the contents are refused: the caller decides what comes then.
     if (UnmountEtc() != 0 || CheckContents(package_path, *package) != 0) {
         return -1;
     }

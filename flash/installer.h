@@ -10,9 +10,9 @@ constexpr uint32_t UPGRADE_FLAG_FACTORY_DEFAULT = 4; ///< do not carry the setti
 
 /// Installs the package `package_path` on the three partitions and carries the settings across.
 ///
-/// Checks the header, saves the settings, ends whatever uses /etc and unmounts it, checks the
+/// Checks the header, saves the settings, kills what uses /etc and unmounts it, checks the
 /// contents, then erases, writes and compares each partition (three attempts), mounts the new /etc
-/// and restores the settings. A region that fails all attempts is logged and passed over. A check
+/// and restores the settings. A region that fails all attempts is logged and skipped. A check
 /// that fails after the unmount leaves /etc unmounted.
 ///
 /// The package must lie outside /etc, complete.

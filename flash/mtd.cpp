@@ -84,10 +84,10 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
         case PieceResult::kDone:
             break;
         case PieceResult::kDeviceFailed:
-            // Deliberately one label for both passes, also where it is a read that failed.
+            // Both passes have this label, also where a read failed.
             return Fail(pass, "full_write", device);
         case PieceResult::kDifferent:
-            // The error text is that of whatever failed last; only standard output gets this line.
+            // The error text is that of the last call that failed. The log does not get this line.
             std::printf("[%s] cmp error : %s : %s\n", pass.operation, device, ErrorText(errno));
             return -1;
         }
@@ -97,15 +97,14 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
 
 int RunPass(const Pass &pass, const char *source, const char *device, int32_t offset, int32_t size)
 {
-    sleep(1); // deliberately before anything else, the look at the arguments included
+    sleep(1); // before anything else, even the test of the arguments
     if (source == nullptr || device == nullptr) {
         return -1;
     }
     syslog(LOG_ALERT, "[%s] offset : %d, size : %d", pass.operation, offset, size);
 
-    // The C library's own can be as small as two pieces, and costs time by its many calls. This one
-    // must outlive the stream.
-    // cppcheck-suppress variableScope
+    // The C library's own can be as small as two pieces, and its many reads take time. This one
+    // must outlive the stream. cppcheck-suppress variableScope
     std::array<char, 8192> stream_buffer;
     const File stream{source, "r"};
     if (stream) {
@@ -121,8 +120,8 @@ int RunPass(const Pass &pass, const char *source, const char *device, int32_t of
     return HandlePieces(pass, source, stream.get(), device, fd.get(), size);
 }
 
-/// Erases one block after another; a block that fails is reported and passed over: the compare
-/// that follows the write is what rejects the partition.
+/// Erases block by block. One that fails is reported and skipped: the compare that follows the
+/// write rejects the partition.
 void EraseBlocks(const char *device, int fd, const mtd_info_user &info)
 {
     // 64 bits, so that a partition that ends at 4 GiB ends the loop too.

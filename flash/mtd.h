@@ -10,7 +10,7 @@
 
 /// Erases the whole partition behind `device`, block by block.
 ///
-/// A block that does not erase is reported and passed over.
+/// A block that does not erase is reported and skipped.
 ///
 /// @return 0; -1 when the device cannot be opened or does not tell its size
 int CFlash_Erase(const char *device);

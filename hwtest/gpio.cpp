@@ -46,7 +46,7 @@ int Access(int handle, Request request, uint32_t address, uint32_t value)
     return ioctl(handle, request, &access);
 }
 
-/// A refused request is passed over: what matters is what the pin then reads.
+/// A refused request is ignored: what matters is what the pin then reads.
 void SelectGpio(int handle, int group, int pin)
 {
     for (const SharedPin &shared : kSharedPins) {

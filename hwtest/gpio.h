@@ -1,7 +1,7 @@
 // The SoC's GPIO pins, through the register driver "/dev/misc/hi3512_reg".
 //
 // Groups are 0 to 7, the pins of a group 0 to 7. An unknown group has no registers; the pin is not
-// checked, any other one gives whatever mask and register its number computes to.
+// checked, and any other number gives the mask and register that it computes to.
 #pragma once
 
 /// Opens the driver. Prints what failed.

@@ -35,7 +35,7 @@ int read_gpioi2c(int handle, uint32_t device_address, uint32_t register_address)
         PrintInvalidHandle("read_gpioi2c", handle);
         return -1;
     }
-    // Deliberately also of an error: what a bus without a device on it reads as.
+    // An error reads like a bus without a device.
     return Access(handle, kRead, device_address, register_address, 0) & 0xFF;
 }
 

@@ -23,7 +23,7 @@ namespace
 {
 
 constexpr int kCycles = 10;
-// 0xA5 first, deliberately: a silent port passes 0x00.
+// 0xA5 first: a silent port passes 0x00.
 constexpr uint8_t kPatterns[] = {0xA5, 0x5A, 0xFF, 0x00};
 
 using Frame = std::array<uint8_t, kSerialFrameSize>;
@@ -56,7 +56,7 @@ void Write(int fd, const Frame &frame)
 
 void SendRs485(int fd, const Frame &frame)
 {
-    // Cleared, then set, and set it stays, deliberately: the step is wanted before the frame only.
+    // RTS stays set: only the step before the frame is wanted.
     SetRts(fd, false);
     SetRts(fd, true);
     Write(fd, frame);
@@ -81,7 +81,7 @@ int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame))
         std::printf("PATTERN [0x%02X] => ", pattern);
     }
     const size_t count = ReceiveFrame(fd, start, received, kSerialFrameSize);
-    // The count plays no part, deliberately: what did not come reads as zeros.
+    // The count plays no part: what did not come reads as zeros.
     const bool same = std::equal(frame.begin(), frame.end(), received.begin());
     if (g_verbose) {
         PrintReceived(std::span{received}.first(count));

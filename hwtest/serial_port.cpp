@@ -74,7 +74,7 @@ size_t ReceiveFrame(int fd, const TimeStamp &start, std::span<uint8_t> buffer, s
 {
     size_t count = 0;
     while (count < kSerialFrameSize && !IsExpired(start, Now(), kReplyLimit)) {
-        // One microsecond, deliberately: the loop spins, so that a frame is noticed at once.
+        // One microsecond: the loop spins, so that a frame is noticed at once.
         const ssize_t result = CCAM_ReadTimeout(fd, &buffer[count], longest_read, 0, 1);
         if (result > 0) {
             count += static_cast<size_t>(result);

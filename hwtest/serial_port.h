@@ -36,8 +36,8 @@ private:
     termios found_{};
 };
 
-/// Waits for something to read, at most the time given, then reads up to `length` bytes. It carries
-/// the camera's name, and is how every port is read.
+/// Waits for something to read, at most the time given, then reads up to `length` bytes. Every port
+/// is read with it, not only the camera's.
 ///
 /// @return the result of read; -1 when nothing came or waiting failed, for a null `buffer` and for
 /// a
@@ -45,7 +45,7 @@ private:
 ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds,
                          int32_t microseconds);
 
-/// Reads until a frame is there or 3000 ms have passed since `start`. Errors are waited out.
+/// Reads until a frame is there or 3000 ms have passed since `start`. Errors count as no data.
 ///
 /// @param buffer        receives the bytes, from its beginning on; it has room for a frame less one
 ///                      byte and the longest read, which is what can come at most

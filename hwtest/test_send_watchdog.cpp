@@ -44,12 +44,12 @@ void KeepAlive(const Fd &device)
 int test_send_watchdog(int argc, char **argv)
 {
     const bool hardware = argc > 1 && std::string_view{argv[1]} == "-h";
-    // The second argument whatever the first one is, deliberately.
+    // The second argument counts without "-h" too.
     const int32_t interval = argc > 2 ? ParseLeadingInteger(argv[2]) : 30;
 
     signal(SIGTERM, RequestStop);
     g_stop = 0;
-    // Who reads this through a pipe reads it while the command runs.
+    // A reader behind a pipe sees the line while the command runs.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     std::printf("watchdog [%d, %d]\n", hardware ? 1 : 0, interval);
 

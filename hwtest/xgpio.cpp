@@ -16,7 +16,7 @@ void PrintPin(int handle, int group, int pin)
     if (level < 0) {
         std::printf("Error : get '%d'\n", level);
     } else {
-        std::printf("%d \n", level > 0 ? 1 : 0); // the blank is deliberate
+        std::printf("%d \n", level > 0 ? 1 : 0);
     }
 }
 

@@ -15,7 +15,7 @@ int TEV_OpenLocalUDPSSocket(uint16_t port)
         std::puts("[TEV_OpenLocalUDPSSocket] local socket error. exit");
         return -1;
     }
-    // Deliberately, the two failures below leave the socket open, and nothing exits.
+    // The two failures below leave the socket open, and nothing exits.
     const int on = 1;
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) {
         std::puts("[TEV_OpenLocalUDPSSocket] setsockopt error. exit");

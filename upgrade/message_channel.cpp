@@ -62,7 +62,7 @@ int CICOMM_Init(CICOMM *channel, uint16_t port)
     channel->port = port;
     channel->fd = port != 0 ? TEV_OpenLocalUDPSSocket(port) : TEV_OpenLocalUDPCSocket();
     if (channel->fd < 0) {
-        // Deliberately the same words for a channel that only sends.
+        // The same words for a channel that only sends.
         std::printf("[%s] error, reason(TEV_OpenLocalUDPSSocket)\n", "CICOMM_Init");
         channel->operations.close(channel);
         return -1;

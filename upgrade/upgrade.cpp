@@ -51,7 +51,7 @@ constexpr ServiceSignal kStops[] = {
     {"/bin/genetec_discovery", SIGKILL},
 };
 
-/// The first argument is the package whatever it looks like; options come after it.
+/// The first argument is always the package; options come after it.
 Request ParseArguments(std::span<char *const> arguments)
 {
     Request request{arguments[0], 0};
@@ -68,8 +68,9 @@ Request ParseArguments(std::span<char *const> arguments)
 void NotifySystemManager()
 {
     const int number = TEV_OpenLocalUDPCSocket();
-    if (number <= 0) { // 0 counts as a failure, deliberately, and stays open
-        return;        // the upgrade goes on
+    // A process without standard input is broken, so 0 counts as a failure too, and stays open.
+    if (number <= 0) {
+        return; // the upgrade goes on
     }
     const Fd fd{number};
     TEV_SendLocalUDPData(fd.get(), kSystemManagerPort, kUpgradeNotice.bytes.data(),
@@ -109,7 +110,7 @@ int upgrade(int argc, char **argv)
 
     const std::span<char *const> arguments{argv + 1, argv + argc};
     Request request;
-    if (arguments.size() < 2) { // a single argument is ignored, deliberately
+    if (arguments.size() < 2) { // a single argument is ignored
         sleep(2);
         SignalServices(kQuietStops);
     } else {

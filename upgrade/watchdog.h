@@ -24,7 +24,7 @@ void CWDT_Init(CWDT *handle);
 /// not open.
 int CWDT_KeepAlive(CWDT *handle);
 
-/// Disarms the watchdog, from its closing on: writes 'V'. Prints and returns write's result; the
+/// Writes 'V', so that closing disarms the watchdog. Prints and returns write's result; the
 /// negative descriptor when not open.
 int CWDT_Disable(CWDT *handle);
 

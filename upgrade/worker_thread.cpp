@@ -16,8 +16,8 @@ void *CTHREAD_Main(void *record)
 {
     auto *thread = static_cast<CTHREAD *>(record);
     if (thread->init == nullptr || thread->init(thread->arg) >= 0) {
-        // Takes the place of a stop that was requested meanwhile, deliberately: the requester then
-        // sees a time-out and not a thread that never ran.
+        // Overwrites a stop that was requested meanwhile: the requester then sees a time-out and
+        // not a thread that never ran.
         thread->state = CTHREAD::kRunning;
         while (thread->state == CTHREAD::kRunning && thread->loop(thread->arg) >= 0) {
         }

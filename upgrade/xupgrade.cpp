@@ -33,7 +33,7 @@ CWDT g_watchdog_record;
 CTHREAD *g_thread = nullptr;
 CWDT *g_watchdog = nullptr; ///< set by the worker thread before it reports that it runs
 
-// "/bin/sh" reaches every shell and "/bin/web" also "/bin/webs", both on purpose.
+// "/bin/sh" reaches every shell, and "/bin/web" also "/bin/webs".
 constexpr ServiceSignal kStops[] = {
     {"/bin/encpd", SIGKILL},         {"/bin/genetec_discovery", SIGKILL},
     {"/bin/TEVNetManager", SIGKILL}, {"/bin/sh", SIGKILL},
@@ -45,8 +45,8 @@ constexpr ServiceSignal kStops[] = {
     {"/bin/confd", SIGKILL},
 };
 
-/// Walks all arguments up to "-h". The one behind "-r" is its port and is then looked at like any
-/// other, deliberately; a "-r" at the end reads as port 0.
+/// Walks all arguments up to "-h". The one behind "-r" is its port and also counts as an option of
+/// its own. A "-r" at the end reads as port 0.
 Options ParseArguments(std::span<char *const> arguments)
 {
     Options options{};
@@ -79,7 +79,7 @@ int32_t XUPGRADE_WatchdogInit(void * /*arg*/)
 int32_t XUPGRADE_WatchdogLoop(void * /*arg*/)
 {
     if (g_watchdog != nullptr) {
-        // A failure is passed over: the next second tries again.
+        // A failure does not matter: the next second tries again.
         CWDT_KeepAlive(g_watchdog);
     }
     sleep(1);
@@ -99,7 +99,6 @@ void PrintHelp(const char *program)
     std::printf("'%s' usage : \n", program);
     std::puts("        -f                      When the update is complete, factorydefault.");
     std::puts("        -b                      When the update is complete, system reboot.");
-    // The blank at the end is deliberate.
     std::puts("        -i                      Ignore the 'OEM code' and proceed the update. ");
     std::puts("        -r <udp_port>           send udp log message.");
     std::puts("        -h                      program help page.");
@@ -127,7 +126,7 @@ uint32_t InstallerFlags(const Options &options)
     if (options.factory_default != 0) {
         flags |= UPGRADE_FLAG_FACTORY_DEFAULT;
     }
-    // Deliberately this way round: only with "-i" is the marker compared.
+    // The marker is compared only with "-i", although the help line says the opposite.
     if (options.ignore_oem != 0) {
         flags |= UPGRADE_FLAG_CHECK_MARKER;
     }

@@ -1,4 +1,4 @@
-// Words in byte buffers, whatever the alignment of the buffer and the byte order of the CPU.
+// Words in byte buffers, at any alignment and on a CPU of either byte order.
 #pragma once
 
 #include <array>

@@ -35,8 +35,8 @@ void CopyText(std::span<char> destination, std::string_view text)
     destination[length] = '\0';
 }
 
-/// Exactly one trailing blank goes, deliberately: a second one belongs to the token. Then the
-/// quotes, of which only the opening one is looked at.
+/// Removes one trailing blank; a second one belongs to the token. Then removes the quotes: only the
+/// opening one is looked at.
 std::string_view Trim(std::string_view token)
 {
     if (!token.empty() && IsBlank(token.back())) {
@@ -66,12 +66,12 @@ bool Equals(std::string_view found, std::string_view wanted)
 bool ReadLine(char separator, const Buffers &buffers)
 {
     const char *rest = CUTIL_ParseConfLineSep(separator, buffers.key, buffers.line.data());
-    // Also for a '#' or '[' right behind the separator: such a line is no key line, deliberately.
+    // A line with a '#' or '[' right behind the separator is no key line either.
     if (rest == nullptr || IsCommentOrSection(*rest)) {
         return false;
     }
     // At a '#' or '[' the parser leaves the value buffer alone, so the line takes over the value
-    // of the line before it. Deliberate, like the result of a lookup that finds nothing.
+    // of the line before it.
     if (CUTIL_ParseConfLineSep(separator, buffers.value, rest) == nullptr) {
         buffers.value.front() = '\0';
     }

@@ -9,7 +9,7 @@
 /// Copies the token at the beginning of `text`, up to '=' or the end of the line, to `token_out`.
 ///
 /// Blanks before the token are skipped and one blank behind it is removed, exactly one. A token
-/// that begins with a double quote loses it and its last character, whatever that is.
+/// that begins with a double quote loses it and its last character, even if that is no quote.
 ///
 /// @param token_out  receives the token, cut to its size, always terminated; untouched when there
 ///                   is no token
@@ -23,8 +23,8 @@ const char *CUTIL_ParseConfLineSep(char separator, std::span<char> token_out, co
 /// Looks up `key` in the configuration file `path` and copies its value to `destination`.
 ///
 /// The first line whose key *begins with* `key` wins: asking for "cam" finds "cam_model=VM01".
-/// Without such a line `destination` still receives the value of the file's last key line, so
-/// callers must live with what they get. A value that itself begins with '#' or '[' is not read.
+/// Without such a line `destination` still receives the value of the file's last key line. A value
+/// that itself begins with '#' or '[' is not read.
 ///
 /// Lines up to 2047 characters, keys up to 63, values up to 2047.
 ///

@@ -108,7 +108,7 @@ bool ScratchInUse()
 
 int CUTIL_SetConfValue(const char *path, const char *key, const char *value)
 {
-    // Deliberately no more than this: between the test and the creation another writer may come.
+    // No lock: another writer may come between this test and the creation.
     if (ScratchInUse()) {
         std::puts("[CUTIL_SetConfValue] temp.conf is already used ...");
         return kScratchInUse;
@@ -121,7 +121,7 @@ int CUTIL_SetConfValue(const char *path, const char *key, const char *value)
 int CUTIL_SetConfValueSep(char separator, const char *path, const char *key, const char *value)
 {
     std::array<char, 256> line{};
-    // The two writers share their messages, deliberately.
+    // The messages are those of CUTIL_SetConfValue.
     const Job job{"CUTIL_SetConfValue", path, kSharedScratch, key, value, separator, BeginsWith};
     return Rewrite(job, line) == kDone ? 0 : -1;
 }

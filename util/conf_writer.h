@@ -9,8 +9,9 @@
 /// Sets `key` to `value` in the file `path`, through the scratch file "/etc/temp.conf".
 ///
 /// Every line whose name equals `key` is replaced; without one, a line is appended. A line's name
-/// ends at its first space or '=', tabs are no separators and leading blanks are not skipped: this
-/// is stricter than the reader's match, on purpose. Lines are read in pieces of 255 characters.
+/// ends at its first space or '=', tabs are no separators and leading blanks are not skipped. This
+/// is stricter than the reader's match: setting "port" must not replace "port_2". Lines are read in
+/// pieces of 255 characters.
 ///
 /// The existence of the scratch file keeps a second writer out; nothing else does.
 ///

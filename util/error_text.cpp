@@ -11,8 +11,7 @@ struct Text {
     const char *text;
 };
 
-// Of the errors that files, flash, mounts and sockets give, those that C libraries word
-// differently.
+// The errors of files, flash, mounts and sockets that C libraries word differently.
 constexpr Text kTexts[] = {
     {0, "Success"},
     {EIO, "Input/output error"},

@@ -2,5 +2,5 @@
 #pragma once
 
 /// The text of the error `error`, until the next call. Logs are searched for these words, so for
-/// what files, flash, mounts and sockets give they do not depend on the C library.
+/// the errors of files, flash, mounts and sockets they do not depend on the C library.
 const char *ErrorText(int error);

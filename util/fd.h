@@ -20,7 +20,7 @@ public:
     /// Gives the descriptor away.
     int Release() { return std::exchange(number_, -1); }
 
-    /// What closing could tell is passed over: who must know whether data arrived reads it back.
+    /// Ignores the result: a writer that must know whether data arrived reads it back.
     void Close()
     {
         if (number_ >= 0) {

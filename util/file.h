@@ -29,7 +29,7 @@ public:
     /// @return the bytes read; 0 at the end of the file and after an error
     size_t ReadWholeLine(std::span<char> line);
 
-    /// Flushes and closes now, for writers who must know. Returns false when either failed.
+    /// Flushes and closes now, for a writer that must know. Returns false when either failed.
     bool Close()
     {
         std::FILE *stream = std::exchange(stream_, nullptr);

@@ -22,7 +22,7 @@ namespace
 
 /// The ids below belong to the early system processes, which are never signalled.
 constexpr int kFirstSignalledId = 20;
-/// Deliberately one more than the above: id 20 can be signalled but is never found.
+/// One more than the above: id 20 can be signalled but is never found.
 constexpr int kFirstFoundId = 21;
 
 enum class Extent { kFirstWord, kAll };
@@ -105,8 +105,8 @@ void NameList::Read(File &file)
 
 void SignalListed(const NameList &list, int id, const char *command_line, int signal_number)
 {
-    // No stop after the first hit: each name that matches sends its signal. One that cannot be sent
-    // is passed over: the process ended meanwhile.
+    // Each name that matches sends its signal. One that cannot be sent does not matter: the process
+    // ended meanwhile.
     for (const auto &name : list.names()) {
         if (BeginsWith(command_line, name.data())) {
             syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command_line, id);

@@ -1,7 +1,7 @@
 // Finds and signals processes by the beginning of their command line.
 //
 // The arguments of a command line are separated by NUL in /proc, so a name is compared with the
-// path under which a program was started. A process that ends during a scan is passed over.
+// path under which a program was started. A process that ends during a scan is skipped.
 #pragma once
 
 /// Sends `signal_number` to every process with id 20 or above whose command line begins with

@@ -3,8 +3,8 @@
 
 #include <span>
 
-/// Runs `command` through the shell and waits for it. Its result is not looked at: a card that is
-/// not in its slot or a module that is not loaded only makes that one command fail.
+/// Runs `command` through the shell and waits for it. Ignores its result: an empty card slot or a
+/// module that is not loaded only makes that one command fail.
 void RunShell(const char *command);
 
 /// Runs the commands one after another.

@@ -36,11 +36,11 @@ int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length)
         std::puts("[CSYSMGR_SendPacket] local socket error. exit");
         return -1;
     }
-    if (number == 0) { // counts as a failure, deliberately, and stays open
+    if (number == 0) { // a process without standard input is broken; the socket stays open
         return -1;
     }
     const Fd fd{number};
-    // A negative length is not refused, deliberately: it cuts the header short.
+    // A negative length cuts the header short.
     const auto size = static_cast<size_t>(std::max(kHeaderSize + length, 0));
     if (SendToLoopback(fd.get(), kSystemManagerPort, std::span{packet}.first(size)) == -1) {
         std::printf("[CSYSMGR_SendPacket] : error while send message : %s\n", ErrorText(errno));
