@@ -129,16 +129,18 @@ TEST_F(Mtd, SaysWhereWritingAndComparingFailed)
 
 TEST_F(Mtd, DiffersInOneByte)
 {
-    board.Write("/tmp/a", std::string(1000, 'U'));
-    flash.bytes[1000] = 0; // beyond the region
-    EXPECT_EQ(Confirm(0, 1000), 0);
-    for (const size_t byte : {size_t{512}, size_t{511}}) {
+    board.Write("/tmp/a", std::string(999, 'U'));
+    flash.bytes[999] = 0; // beyond the region
+    EXPECT_EQ(Confirm(0, 999), 0);
+    for (const size_t byte : {size_t{998}, size_t{512}, size_t{511}}) {
         flash.bytes[byte] ^= 0x10;
-        EXPECT_EQ(Confirm(0, 1000), -1);
+        EXPECT_EQ(Confirm(0, 999), -1);
     }
     EXPECT_EQ(board.transcript({"read", "out", "syslog alert [CFlash_Confirm] c"}), R"(
-read /dev/mtd/1 1000 bytes x2
-read /dev/mtd/1 1000 bytes x2
+read /dev/mtd/1 999 bytes x2
+read /dev/mtd/1 999 bytes x2
+out [CFlash_Confirm] cmp error : /dev/mtd/1 : State not recoverable
+read /dev/mtd/1 999 bytes x2
 out [CFlash_Confirm] cmp error : /dev/mtd/1 : State not recoverable
 read /dev/mtd/1 512 bytes
 out [CFlash_Confirm] cmp error : /dev/mtd/1 : State not recoverable
