@@ -1,8 +1,12 @@
 #!/bin/bash
 # install.sh: on the emulated board, upgrade and flashcp -v erase, write and compare a partition of
-# 8 MiB. Prints of the first and of the second
+# 8 MiB. Prints of the first, of the second, and of their ratio
 #
-#     seconds MEDIAN MIN MAX  MEDIAN MIN MAX    without upgrade's two pauses of a second
+#     nand MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX    seconds, without upgrade's two pauses of one
+#     nor  MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX
+#
+# and of the first and the second, on the emulated NOR flash
+#
 #     peak N  N                                 the most memory resident, in kB
 #     calls N  N                                system calls
 #     read N  N                                 bytes, from files and flash
@@ -12,7 +16,7 @@
 # the last four from a run under strace.
 set -euo pipefail
 . "${BASH_SOURCE%/*}/../tests/integration/common.sh"
-readonly rounds=5
+readonly nor_rounds=${NOR_ROUNDS:-5} nand_rounds=${NAND_ROUNDS:-2}
 
 # Nothing boots from this flash again, so the kernel need not be one.
 seq 20000 >"$work/data"
@@ -21,12 +25,36 @@ SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x8000
 make_app_image new $((8 * 1024 * 1024)) "$work/new.app"
 make_package new 1 "$work/package"
 
-cat >"$work/timed" <<'END'
+cat >"$work/nor" <<'END'
 echo "flashcp begins"
 time -f "peak flashcp %M" flashcp -v /tmp/app /dev/mtd2 2>&1 >/dev/null
 echo "flashcp ends"
 upgrade /tmp/flash3 -v &
 sleep 1000
+END
+# NAND with blocks of 32 pages of 512 bytes, as slow as its data sheet says: 12 us to open a page, 200 us
+# to program it, 50 ns to move a byte, 2 ms to erase a block. The emulated NOR takes no time. All times
+# are the board's own, of a clock that runs by its instructions.
+cat >"$work/nand" <<'END'
+# The second processor spins; that alone would hardly bring the clock of an idle board forward.
+chrt -i 0 /bin/job-shell -c 'while :; do :; done' &
+modprobe nandsim first_id_byte=0x20 second_id_byte=0x33 parts=512 do_delays=1 access_delay=12 \
+    programm_delay=200 erase_delay=2 input_cycle=50 output_cycle=50
+nand=$(sed -n 's/^\(mtd[0-9]*\): .*NAND simulator partition 0"/\1/p' /proc/mtd)
+ln -sf ../$nand /dev/mtd/2
+date "+%s.%N flashcp begins"
+flashcp -v /tmp/app /dev/$nand >/dev/null
+date "+%s.%N flashcp ends"
+upgrade /tmp/flash3 -v &
+sleep 1000
+END
+# The log with the board's own time.
+cat >"$work/log-times.conf" <<'END'
+module(load="imuxsock")
+main_queue(queue.type="Direct")
+template(name="line" type="string"
+    string="%timegenerated:::date-unixtimestamp%.%timegenerated:::date-subseconds% %syslogtag%%msg%\n")
+action(type="omfile" file="/dev/ttyS0" template="line")
 END
 cat >"$work/traced" <<'END'
 strace -y -o /tmp/flashcp.trace flashcp -v /tmp/app /dev/mtd2 >/dev/null
@@ -57,41 +85,45 @@ sync
 echo b >/proc/sysrq-trigger
 SCRIPT
 
+# run JOB OPTION...: its output goes to the end of $work/JOB.all.
 run() {
     cp "$work/flash" "$work/flash.factory"
     local status=0
     install -D -m 755 "$work/reboot" "$work/root/sbin/reboot"
-    board --log-times --timeout 300 --put "$work/package:/tmp/flash3" --put "$work/new.app:/tmp/app" \
-        --job "$1" || status=$?
+    board "${@:2}" --timeout 3600 --put "$work/package:/tmp/flash3" --put "$work/new.app:/tmp/app" \
+        --job "$work/$1" || status=$?
     [ $status -eq 75 ] || fail "status $status"
-    cat "$work/output" >>"$work/all"
+    cat "$work/output" >>"$work/$1.all"
     mv "$work/flash.factory" "$work/flash"
 }
 
-for ((round = 0; round < rounds; ++round)); do
-    run "$work/timed"
-done
-run "$work/traced"
+# times JOB: the line with the seconds, out of lines that begin with the time.
+times() {
+    awk -v name="$1" '
+        function spread(values, count,    i, j, swap) {
+            for (i = 1; i <= count; ++i) for (j = i + 1; j <= count; ++j)
+                if (values[j] < values[i]) { swap = values[i]; values[i] = values[j]; values[j] = swap }
+            return " " values[int((count + 1) / 2)] " " values[1] " " values[count]
+        }
+        / flashcp begins$/ { start = $1 }
+        / flashcp ends$/ { theirs[++count] = $1 - start }
+        /CFlash_Erase. =+> .*mtd.2/ { start = $1 }
+        /CFlash_Erase. =+> .*mtd.3/ { ours[count] = $1 - start - 2; ratios[count] = ours[count] / theirs[count] }
+        END { print name spread(ours, count) spread(theirs, count) spread(ratios, count) }' "$work/$1.all"
+}
 
-awk '
-    function keep(name, value) { values[name, ++count[name]] = value }
-    function spread(name,    i, j, swap) {
-        for (i = 1; i <= count[name]; ++i) for (j = i + 1; j <= count[name]; ++j)
-            if (values[name, j] < values[name, i]) {
-                swap = values[name, i]; values[name, i] = values[name, j]; values[name, j] = swap
-            }
-        return values[name, int((count[name] + 1) / 2)] " " values[name, 1] " " values[name, count[name]]
-    }
-    / flashcp begins$/ { start = $1 }
-    / flashcp ends$/ { keep("flashcp", $1 - start) }
-    /CFlash_Erase. =+> .*mtd.2/ { start = $1 }
-    /CFlash_Erase. =+> .*mtd.3/ { keep("upgrade", $1 - start - 2) }
-    $2 ~ /^(peak|calls|read|written|memory)$/ { figure[$2, $3] = $4 }
+for ((round = 0; round < nand_rounds; ++round)); do
+    run nand --count-time --put "$work/log-times.conf:/usr/share/board/rsyslog.conf"
+done
+times nand
+for ((round = 0; round < nor_rounds; ++round)); do
+    run nor --log-times
+done
+times nor
+run traced --log-times
+awk '$2 ~ /^(peak|calls|read|written|memory)$/ { figure[$2, $3] = $4 }
     END {
-        # The traced run is the last one, and slow: it has no part in the times.
-        --count["upgrade"]
-        print "seconds", spread("upgrade"), spread("flashcp")
         split("peak calls read written memory", names)
         for (i = 1; i <= 5; ++i)
             print names[i], figure[names[i], "upgrade"], figure[names[i], "flashcp"]
-    }' "$work/all"
+    }' "$work"/{nor,traced}.all

@@ -1,10 +1,10 @@
-// measure RUNS COMMAND... --vs COMMAND...: runs two commands in turn, and prints what the runs took
-// as
+// measure RUNS COMMAND... --vs COMMAND...: runs two commands in turn and prints, for wall time and
+// CPU time in microseconds and for page faults:
 //
-//     FIGURE  MEDIAN MIN MAX  MEDIAN MIN MAX
+//     FIGURE  MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX
 //
-// for the first and the second: wall time and CPU time in microseconds, and page faults. What the
-// commands print is thrown away. One run of each comes first and does not count.
+// of the first command, of the second, and of the ratio of each pair of runs. What the commands
+// print is thrown away. One run of each comes first and does not count.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -18,6 +18,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <vector>
 
 extern char **environ;
@@ -30,7 +32,7 @@ constexpr std::array<const char *, kFigures> kNames{"wall", "cpu", "faults"};
 
 struct Command {
     std::vector<char *> arguments; ///< with the null at the end
-    std::array<std::vector<long long>, kFigures> figures;
+    std::array<std::vector<double>, kFigures> figures;
 };
 
 [[noreturn]] void Fail(const char *step, const char *what)
@@ -39,12 +41,12 @@ struct Command {
     std::exit(1);
 }
 
-long long Microseconds(const timeval &time)
+double Microseconds(const timeval &time)
 {
-    return time.tv_sec * 1'000'000LL + time.tv_usec;
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_usec);
 }
 
-std::array<long long, kFigures> Run(const Command &command, const posix_spawn_file_actions_t &quiet)
+std::array<double, kFigures> Run(const Command &command, const posix_spawn_file_actions_t &quiet)
 {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
@@ -59,15 +61,15 @@ std::array<long long, kFigures> Run(const Command &command, const posix_spawn_fi
     if (wait4(id, &status, 0, &usage) < 0 || !WIFEXITED(status)) {
         Fail(command.arguments[0], "did not end by itself");
     }
-    const auto wall = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+    const std::chrono::duration<double, std::micro> wall = Clock::now() - start;
     return {wall.count(), Microseconds(usage.ru_utime) + Microseconds(usage.ru_stime),
-            usage.ru_minflt + usage.ru_majflt};
+            static_cast<double>(usage.ru_minflt + usage.ru_majflt)};
 }
 
-void Print(std::vector<long long> &figures)
+void Print(std::vector<double> figures)
 {
     std::sort(figures.begin(), figures.end());
-    std::printf(" %lld %lld %lld", figures[figures.size() / 2], figures.front(), figures.back());
+    std::printf(" %.6g %.6g %.6g", figures[figures.size() / 2], figures.front(), figures.back());
 }
 
 } // namespace
@@ -102,10 +104,15 @@ int main(int argc, char **argv)
         }
     }
     for (size_t i = 0; i < kNames.size(); ++i) {
+        const std::vector<double> &first = commands[0].figures[i];
+        const std::vector<double> &second = commands[1].figures[i];
+        std::vector<double> ratios;
+        std::transform(first.begin(), first.end(), second.begin(), std::back_inserter(ratios),
+                       std::divides{});
         std::printf("%s", kNames[i]);
-        for (Command &command : commands) {
-            Print(command.figures[i]);
-        }
+        Print(first);
+        Print(second);
+        Print(ratios);
         std::puts("");
     }
 }

@@ -28,6 +28,8 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 240)
+  --count-time       lets the board's clock run by its instructions, 4 ns each, on one processor: a
+                     busy host then changes nothing that the board measures
   --cut TEXT:SECONDS cuts the power, once, so long after the first line with TEXT
 
 The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
@@ -48,6 +50,8 @@ parse() {
     extras=()
     cut=
     log_times=
+    clock=(-accel "tcg,thread=multi")
+    parameters="quiet panic=1 vmalloc=640M"
     limit=240
     console=$work/console
     mkdir -p "$work/overlay/job"
@@ -71,6 +75,11 @@ parse() {
         --timeout) limit=$2 ;;
         --cut) cut=$2 ;;
         --log-times) log_times=yes && shift && continue ;;
+        --count-time)
+            clock=(-accel "tcg,thread=single" -icount shift=2)
+            parameters+=" maxcpus=1"
+            shift && continue
+            ;;
         --help) usage && exit 0 ;;
         -*) usage >&2 && exit "$usage_status" ;;
         *) break ;;
@@ -113,9 +122,9 @@ load_kernel() {
 
 # qemu SERIAL...: one boot; the first line is the console.
 qemu() {
-    local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G -accel "tcg,thread=multi"
+    local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G "${clock[@]}"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
-        -append "console=ttyS4,115200n8 quiet panic=1 vmalloc=640M board.modules=$modules"
+        -append "console=ttyS4,115200n8 $parameters board.modules=$modules"
         -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nic none -no-reboot
         -pidfile "$work/pid")
     exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"

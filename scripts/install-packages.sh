@@ -10,7 +10,7 @@ packages_of() {
     build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod ;;
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck jq mtools fdisk iproute2 ;;
-    bench) echo toybox iputils-arping psmisc procps zlib1g-dev ;;
+    bench) echo strace toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
     room) echo mmdebstrap ;;
     esac
