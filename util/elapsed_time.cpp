@@ -5,28 +5,13 @@
 namespace
 {
 
-constexpr uint32_t kMicrosecondsPerSecond = 1'000'000;
+constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
 
-/// The difference of two stamps, field by field. Unsigned, so that it wraps as the board's does.
-struct Difference {
-    uint32_t seconds;
-    uint32_t microseconds;
-};
-
-Difference Between(const TimeStamp &start, const TimeStamp &now)
+/// The difference of two stamps, field by field; it wraps as the board's words do.
+TimeStamp Difference(const TimeStamp &start, const TimeStamp &now)
 {
-    return {static_cast<uint32_t>(now.seconds) - static_cast<uint32_t>(start.seconds),
-            static_cast<uint32_t>(now.microseconds) - static_cast<uint32_t>(start.microseconds)};
-}
-
-bool IsNegative(uint32_t value)
-{
-    return static_cast<int32_t>(value) < 0;
-}
-
-bool IsPositive(uint32_t value)
-{
-    return static_cast<int32_t>(value) > 0;
+    return {static_cast<int32_t>(int64_t{now.seconds} - start.seconds),
+            static_cast<int32_t>(int64_t{now.microseconds} - start.microseconds)};
 }
 
 } // namespace
@@ -41,15 +26,18 @@ int CUTIL_GetTimeOfDay(TimeStamp &stamp)
 
 bool IsExpired(const TimeStamp &start, const TimeStamp &now, uint32_t limit_ms)
 {
-    const Difference passed = Between(start, now);
-
+    const TimeStamp passed = Difference(start, now);
+    int64_t elapsed = passed.microseconds;
+    if (passed.seconds > 0) {
+        elapsed += passed.seconds * kMicrosecondsPerSecond;
+    }
     // A negative microsecond difference gains a second here and loses none above: the intervals of
     // all callers are tuned to this arithmetic.
-    const uint32_t seconds_part =
-        IsPositive(passed.seconds) ? passed.seconds * kMicrosecondsPerSecond : 0;
-    const uint32_t elapsed = seconds_part + passed.microseconds +
-                             (IsNegative(passed.microseconds) ? kMicrosecondsPerSecond : 0);
-    return IsNegative(elapsed) || elapsed >= limit_ms * 1000;
+    if (passed.microseconds < 0) {
+        elapsed += kMicrosecondsPerSecond;
+    }
+    const auto wrapped = static_cast<int32_t>(elapsed);
+    return wrapped < 0 || static_cast<uint32_t>(wrapped) >= limit_ms * 1000;
 }
 
 int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32_t timeout_ms)
@@ -59,10 +47,11 @@ int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32
 
 uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds)
 {
-    const Difference passed = Between({start_seconds, start_microseconds}, Now());
-
-    // The extra second is added whether or not the microseconds went backwards, to match the above.
-    return IsPositive(passed.seconds) ? passed.seconds * kMicrosecondsPerSecond +
-                                            passed.microseconds + kMicrosecondsPerSecond
-                                      : passed.microseconds;
+    const TimeStamp passed = Difference({start_seconds, start_microseconds}, Now());
+    int64_t elapsed = passed.microseconds;
+    if (passed.seconds > 0) {
+        // The extra second is added whether or not the microseconds went backwards.
+        elapsed += (passed.seconds + int64_t{1}) * kMicrosecondsPerSecond;
+    }
+    return static_cast<uint32_t>(elapsed);
 }
