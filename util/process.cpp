@@ -47,14 +47,6 @@ size_t ReadCommandLine(const Fd &file, Extent extent, std::span<char> buffer)
     return filled;
 }
 
-/// Leaves the first line, its end included.
-void CutLine(char *text)
-{
-    if (char *end = std::strchr(text, '\n'); end != nullptr) {
-        end[1] = '\0';
-    }
-}
-
 /// Calls `visit` with the id and command line of every process that may be signalled.
 template<typename Visit>
 void ForEachSignalled(ProcessList &processes, Visit visit)
@@ -67,7 +59,10 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
         const Fd file = processes.OpenCommandLine(id);
         std::array<char, 256> command_line;
         if (file && ReadCommandLine(file, Extent::kFirstWord, command_line) > 0) {
-            CutLine(command_line.data());
+            // The log shows its first line only, with its end.
+            if (char *end = std::strchr(command_line.data(), '\n'); end != nullptr) {
+                end[1] = '\0';
+            }
             visit(id, command_line.data());
         }
     }
@@ -77,38 +72,28 @@ constexpr size_t kNameSize = 32; ///< with the NUL byte at its end
 constexpr size_t kMostNames = 16;
 
 /// The names of a list file.
-class NameList
-{
-public:
-    void Read(File &file);
-    [[nodiscard]] std::span<const std::array<char, kNameSize>> names() const
+struct NameList {
+    std::array<std::array<char, kNameSize>, kMostNames> names;
+    size_t count = 0;
+
+    void Read(File &file)
     {
-        return std::span{names_}.first(count_);
-    }
-
-private:
-    std::array<std::array<char, kNameSize>, kMostNames> names_{};
-    size_t count_ = 0;
-};
-
-void NameList::Read(File &file)
-{
-    std::array<char, 256> line;
-    while (const size_t length = count_ < names_.size() ? file.ReadWholeLine(line) : 0) {
-        if (length < kNameSize) {
-            line[std::strcspn(line.data(), "\r\n")] = '\0';
-            std::copy_n(line.begin(), length + 1, names_[count_].begin());
-            ++count_;
+        std::array<char, 256> line;
+        while (const size_t length = count < names.size() ? file.ReadWholeLine(line) : 0) {
+            if (length < kNameSize) {
+                line[std::strcspn(line.data(), "\r\n")] = '\0';
+                std::copy_n(line.begin(), length + 1, names[count++].begin());
+            }
         }
     }
-}
+};
 
 void SignalListed(const NameList &list, int id, const char *command_line, int signal_number)
 {
     // Each name that matches sends its signal. One that cannot be sent does not matter: the process
     // ended meanwhile.
-    for (const auto &name : list.names()) {
-        if (BeginsWith(command_line, name.data())) {
+    for (size_t i = 0; i < list.count; ++i) {
+        if (BeginsWith(command_line, list.names[i].data())) {
             syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command_line, id);
             kill(id, signal_number);
         }
@@ -117,11 +102,12 @@ void SignalListed(const NameList &list, int id, const char *command_line, int si
 
 void TraceComparison(const char *name, const char *command_line)
 {
-    std::printf("_name         : [%s]\n", name);
-    std::printf("buf           : [%s]\n", command_line);
-    std::printf("strlen(_name) : %d\n", static_cast<int>(std::strlen(name)));
-    std::printf("strlen(buf)   : %d\n", static_cast<int>(std::strlen(command_line)));
-    std::printf("\n");
+    std::printf("_name         : [%s]\n"
+                "buf           : [%s]\n"
+                "strlen(_name) : %d\n"
+                "strlen(buf)   : %d\n\n",
+                name, command_line, static_cast<int>(std::strlen(name)),
+                static_cast<int>(std::strlen(command_line)));
 }
 
 /// Tells whether the command line of process `id` begins with `name`.
