@@ -58,7 +58,6 @@ bool SendAll(int fd, uint16_t port, std::span<const uint8_t> message)
 int CICOMM_Init(CICOMM *channel, uint16_t port)
 {
     channel->operations = kOperations;
-    channel->fd = -1;
     channel->port = port;
     channel->fd = port != 0 ? TEV_OpenLocalUDPSSocket(port) : TEV_OpenLocalUDPCSocket();
     if (channel->fd < 0) {

@@ -30,7 +30,6 @@ void CWDT_Init(CWDT *handle)
     handle->set_timeout = CWDT_SetTimeout;
     handle->fd = open("/dev/misc/watchdog", O_WRONLY);
     if (handle->fd < 0) {
-        handle->fd = -1;
         std::puts("watchdog open error !");
         return;
     }

@@ -78,9 +78,8 @@ int CTHREAD_Start(CTHREAD *thread)
 {
     thread->state = CTHREAD::kStarting;
     if (!CreateDetached(thread)) {
-        const int result = Fail("CTHREAD_Start", "pthread_create failed", -1);
         thread->state = CTHREAD::kCreationFailed;
-        return result;
+        return Fail("CTHREAD_Start", "pthread_create failed", -1);
     }
     return WaitForState(thread, CTHREAD::kRunning) ? 0 : Fail("CTHREAD_Start", "timeout", -2);
 }

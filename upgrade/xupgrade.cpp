@@ -21,17 +21,14 @@ namespace
 {
 
 struct Options {
-    int32_t factory_default;
-    int32_t reboot;
-    int32_t ignore_oem;
+    uint32_t flags;   ///< the installer's
     int32_t udp_port; ///< accepted for the callers that pass it; nothing is sent
+    bool reboot;
     bool help;
 };
 
-CTHREAD g_thread_record;
-CWDT g_watchdog_record;
-CTHREAD *g_thread = nullptr;
-CWDT *g_watchdog = nullptr; ///< set by the worker thread before it reports that it runs
+CTHREAD g_thread;
+CWDT g_watchdog; ///< the worker thread's
 
 // "/bin/sh" reaches every shell, and "/bin/web" also "/bin/webs".
 constexpr ServiceSignal kStops[] = {
@@ -53,11 +50,12 @@ Options ParseArguments(std::span<char *const> arguments)
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string_view argument = arguments[i];
         if (argument == "-f") {
-            options.factory_default = 1;
+            options.flags |= UPGRADE_FLAG_FACTORY_DEFAULT;
         } else if (argument == "-b") {
-            options.reboot = 1;
+            options.reboot = true;
         } else if (argument == "-i") {
-            options.ignore_oem = 1;
+            // The marker is compared only with "-i", although the help line says the opposite.
+            options.flags |= UPGRADE_FLAG_CHECK_MARKER;
         } else if (argument == "-h") {
             options.help = true;
             break;
@@ -71,17 +69,13 @@ Options ParseArguments(std::span<char *const> arguments)
 
 int32_t XUPGRADE_WatchdogInit(void * /*arg*/)
 {
-    g_watchdog = &g_watchdog_record;
-    CWDT_Init(g_watchdog);
+    CWDT_Init(&g_watchdog);
     return 0; // a board without a watchdog is upgraded too
 }
 
 int32_t XUPGRADE_WatchdogLoop(void * /*arg*/)
 {
-    if (g_watchdog != nullptr) {
-        // A failure does not matter: the next second tries again.
-        CWDT_KeepAlive(g_watchdog);
-    }
+    CWDT_KeepAlive(&g_watchdog); // a failure does not matter: the next second tries again
     sleep(1);
     return 0;
 }
@@ -89,9 +83,7 @@ int32_t XUPGRADE_WatchdogLoop(void * /*arg*/)
 /// Feeds once more and neither disarms nor closes: what runs next has the time-out to take over.
 void XUPGRADE_WatchdogExit(void * /*arg*/)
 {
-    if (g_watchdog != nullptr) {
-        CWDT_KeepAlive(g_watchdog);
-    }
+    CWDT_KeepAlive(&g_watchdog);
 }
 
 void PrintHelp(const char *program)
@@ -104,46 +96,20 @@ void PrintHelp(const char *program)
     std::puts("        -h                      program help page.");
 }
 
-void StartFeeding()
-{
-    g_thread = &g_thread_record;
-    CTHREAD_Init(g_thread, nullptr, XUPGRADE_WatchdogInit, XUPGRADE_WatchdogLoop,
-                 XUPGRADE_WatchdogExit);
-    g_thread->start(g_thread); // a thread that does not start is no reason to stop here
-}
-
-void StopFeeding()
-{
-    if (g_thread != nullptr) {
-        g_thread->stop(g_thread);
-        g_thread = nullptr;
-    }
-}
-
-uint32_t InstallerFlags(const Options &options)
-{
-    uint32_t flags = 0;
-    if (options.factory_default != 0) {
-        flags |= UPGRADE_FLAG_FACTORY_DEFAULT;
-    }
-    // The marker is compared only with "-i", although the help line says the opposite.
-    if (options.ignore_oem != 0) {
-        flags |= UPGRADE_FLAG_CHECK_MARKER;
-    }
-    return flags;
-}
-
-void Upgrade(const Options &options)
+void Upgrade(uint32_t flags)
 {
     // The system manager feeds the watchdog; from here on that falls to us.
     CUTIL_KillProc("/bin/TEVSysMgr", SIGTERM);
     sleep(1);
-    StartFeeding();
+    CTHREAD_Init(&g_thread, nullptr, XUPGRADE_WatchdogInit, XUPGRADE_WatchdogLoop,
+                 XUPGRADE_WatchdogExit);
+    g_thread.start(&g_thread); // a thread that does not start is no reason to stop here
     SignalServices(kStops);
     sleep(3);
-    const int result = CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3",
-                                       InstallerFlags(options));
+    const int result =
+        CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3", flags);
     std::puts(result == 0 ? "Upgrade complete." : "Upgrade fail.");
+    g_thread.stop(&g_thread);
 }
 
 } // namespace
@@ -155,10 +121,9 @@ int xupgrade(int argc, char **argv)
     if (options.help) {
         PrintHelp(argv[0]);
     } else {
-        Upgrade(options);
+        Upgrade(options.flags);
     }
-    StopFeeding();
-    if (options.reboot != 0) {
+    if (options.reboot) {
         CUTIL_Reboot();
     }
     return 0;
