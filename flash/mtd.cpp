@@ -126,8 +126,8 @@ int RunPass(const Pass &pass, const char *source, const char *device, int32_t of
     }
     syslog(LOG_ALERT, "[%s] offset : %d, size : %d", pass.operation, offset, size);
 
-    // The C library's own can be as small as two pieces, and its many reads take time. This one
-    // must outlive the stream. cppcheck-suppress variableScope
+    // The C library's own buffer can be as small as two pieces: many reads, which take time.
+    // cppcheck-suppress variableScope ; it must outlive the stream
     std::array<char, 8192> stream_buffer;
     const File stream{source, "r"};
     if (stream) {
