@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <span>
 
 #include "util/error_text.h"
@@ -34,7 +33,7 @@ using Piece = std::span<const uint8_t>;
 Word LoadWord(const uint8_t *bytes)
 {
     Word word;
-    std::memcpy(&word, std::assume_aligned<alignof(Word)>(bytes), sizeof word);
+    std::memcpy(&word, __builtin_assume_aligned(bytes, alignof(Word)), sizeof word);
     return word;
 }
 
