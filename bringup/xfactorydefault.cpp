@@ -13,21 +13,16 @@ namespace
 constexpr size_t kLineSize = 257; // 255 characters, the line end and what terminates them
 constexpr char kCopy[] = "cp -f ";
 
-/// Runs the line as it stands, its line end included. The buffer takes every line that the reader
-/// takes whole: a cut command could overwrite the wrong file.
-void Copy(const char *operands)
-{
-    std::array<char, sizeof kCopy + kLineSize> command;
-    std::snprintf(command.data(), command.size(), "%s%s", kCopy, operands);
-    RunShell(command.data());
-}
-
+/// Runs each line as it stands, its line end included. The command takes every line that the buffer
+/// takes: a cut one could overwrite the wrong file.
 void CopyListed(File &list)
 {
     std::array<char, kLineSize> line;
+    std::array<char, sizeof kCopy + kLineSize> command;
     while (list.ReadWholeLine(line) > 0) {
         if (line[0] != '[' && line[0] != '#') {
-            Copy(line.data());
+            std::snprintf(command.data(), command.size(), "%s%s", kCopy, line.data());
+            RunShell(command.data());
         }
     }
 }

@@ -10,7 +10,6 @@ int OpenDevice(const char *operation, const char *device)
     const int handle = open(device, O_RDWR);
     if (handle < 0) {
         std::printf("Error : %s can not open '%s'\n", operation, device);
-        return -1;
     }
     return handle;
 }

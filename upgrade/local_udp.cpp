@@ -35,7 +35,6 @@ int TEV_OpenLocalUDPCSocket()
     if (fd < 0) {
         std::printf("[TEV_OpenLocalUDPCSocket] local socket error. exit : %d, %s\n", errno,
                     ErrorText(errno));
-        return -1;
     }
     return fd;
 }

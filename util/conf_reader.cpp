@@ -57,11 +57,6 @@ struct Buffers {
 
 using KeyMatch = bool (*)(std::string_view found, std::string_view wanted);
 
-bool Equals(std::string_view found, std::string_view wanted)
-{
-    return found == wanted;
-}
-
 /// Parses one line into the key and value buffers. Returns false when it is not a key line.
 bool ReadLine(char separator, const Buffers &buffers)
 {
@@ -135,7 +130,10 @@ int CUTIL_GetConfValueExact(const char *path, const char *key, std::span<char> d
     std::array<char, 2048> line{};
     std::array<char, 1024> found_key{};
     std::array<char, 2048> value{};
-    return LookUp(path, key, destination, '=', Equals, {line, found_key, value});
+    const auto equals = [](std::string_view found, std::string_view wanted) {
+        return found == wanted;
+    };
+    return LookUp(path, key, destination, '=', equals, {line, found_key, value});
 }
 
 int CUTIL_GetConfValueSep(const char *path, const char *key, std::span<char> destination,

@@ -4,23 +4,10 @@
 
 #include <array>
 #include <cstdio>
-#include <utility>
-
-const char *ProcessList::Next()
-{
-    const dirent *entry = readdir(directory_);
-    return entry != nullptr ? entry->d_name : nullptr;
-}
 
 Fd ProcessList::OpenCommandLine(int id) const
 {
     std::array<char, 24> path; // from the open directory, which saves a walk for every process
     std::snprintf(path.data(), path.size(), "%d/cmdline", id);
     return Fd{openat(dirfd(directory_), path.data(), O_RDONLY)};
-}
-
-bool ProcessList::Close()
-{
-    DIR *directory = std::exchange(directory_, nullptr);
-    return directory == nullptr || closedir(directory) == 0;
 }

@@ -3,6 +3,8 @@
 
 #include <dirent.h>
 
+#include <utility>
+
 #include "util/fd.h"
 
 /// One pass over /proc.
@@ -18,13 +20,21 @@ public:
 
     /// The name of the next entry, or null at the end and when it cannot be read. The processes
     /// have numbers for names.
-    const char *Next();
+    const char *Next()
+    {
+        const dirent *entry = readdir(directory_);
+        return entry != nullptr ? entry->d_name : nullptr;
+    }
 
     /// Opens the file with the command line of process `id`, /proc/%d/cmdline.
     [[nodiscard]] Fd OpenCommandLine(int id) const;
 
     /// Returns false when closing failed.
-    bool Close();
+    bool Close()
+    {
+        DIR *directory = std::exchange(directory_, nullptr);
+        return directory == nullptr || closedir(directory) == 0;
+    }
 
 private:
     DIR *directory_;
