@@ -30,4 +30,4 @@ echo "free-calls $(system_calls "${free[@]:0:4}") $(system_calls "${free[@]:5}")
 await_second
 qemu-arm-static -cpu arm926 -strace -0 tev_arp "$3" "${free[@]:1:3}" 2>&1 |
     awk '/ (poll|clock_gettime64)\(/ { ++calls } / poll\(/ { ++polls }
-        END { printf "poll-calls %.2f\n", calls / polls }'
+        END { printf "poll-calls %.1f\n", calls / polls }'
