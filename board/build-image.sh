@@ -6,7 +6,8 @@ set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin # where depmod is, also for those who are not root
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
-. "$(dirname "$here")/scripts/private-apt.sh"
+. "$here/../scripts/run-control.sh"
+. "$here/../scripts/private-apt.sh"
 
 # What runs on the board. The program itself is put in at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
@@ -73,8 +74,8 @@ add_modules() {
     local from=$work/kernel/lib/modules/$version to=$work/root/lib/modules/$version
     mkdir -p "$to"
     cp "$from"/modules.{order,builtin,builtin.modinfo} "$to/"
-    modprobe -d "$work/kernel" -S "$version" -a -D "${modules[@]}" | awk '$1 == "insmod" { print $2 }' |
-        sort -u | while read -r file; do
+    modprobe -d "$work/kernel" -S "$version" -a -D "${modules[@]}" |
+        sed -n 's/^insmod \(.*\.ko\) .*/\1/p' | sort -u | while read -r file; do
         install -D -m 644 "$file" "$work/root/lib/modules/${file#"$work/kernel/lib/modules/"}"
     done
     depmod -b "$work/root" "$version"
@@ -122,14 +123,16 @@ pack_root() {
 main() {
     local wanted
     wanted=$(fingerprint)
+    on_exit true
+    wait_for_turn "${cache%/*}"
     [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
     need fdtput device-tree-compiler
     need cpio cpio
     need depmod kmod
 
-    mkdir -p "$(dirname "$cache")"
+    rm -rf "$cache".?????? # of a run that was killed
     work=$(mktemp -d "$cache.XXXXXX")
-    trap 'rm -rf "$work"' EXIT
+    on_exit rm -rf "$work"
     mkdir "$work/new"
     download
     unpack

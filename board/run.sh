@@ -4,6 +4,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
+. "$here/../scripts/run-control.sh"
 
 # Exit statuses of our own; any other is the job's.
 readonly reset_status=75 board_status=76 usage_status=2
@@ -39,6 +40,11 @@ the next. One that the start-up scripts reset before its job gets the same job a
 END
 }
 
+wrong_usage() {
+    usage >&2
+    exit "$usage_status"
+}
+
 fail() {
     echo "board: $1" >&2
     exit "${2:-$board_status}"
@@ -56,10 +62,20 @@ parse() {
     console=$work/console
     mkdir -p "$work/overlay/job"
     install -D -t "$work/overlay/sbin" "$here"/../integration/*upgrade* "$here/../integration/second-checksum"
-    while [ $# -gt 0 ]; do
+    while [[ ${1:-} == -* && $1 != -- ]]; do
+        case $1 in
+        --log-times) log_times=yes && shift && continue ;;
+        --count-time)
+            clock=(-accel "tcg,thread=single" -icount shift=2)
+            parameters+=" maxcpus=1"
+            shift && continue
+            ;;
+        --help) usage && exit 0 ;;
+        esac
+        [ $# -ge 2 ] || wrong_usage
         case $1 in
         --install) cp -a "$2/." "$work/overlay/" ;;
-        --put) install -D "${2%%:*}" "$work/overlay/${2#*:}" ;;
+        --put) install -D "${2%:*}" "$work/overlay/${2##*:}" ;;
         --job) jobs+=("$2") ;;
         --modules) modules+=,$2 ;;
         --devices) modules+=,cuse && install -D "$2" "$work/overlay/sbin/board_devices" ;;
@@ -68,25 +84,17 @@ parse() {
         --kept-sd) put_card "$2" off ;;
         --usb)
             modules+=,ehci_platform,usb_storage,sd_mod,$vfat_modules
-            extras+=(-drive "id=usb,if=none,file=$2,format=raw,snapshot=on"
+            extras+=(-drive "id=usb,if=none,$(drive_file "$2"),format=raw,snapshot=on"
                 -device "usb-storage,drive=usb")
             ;;
         --console) console=$2 ;;
         --timeout) limit=$2 ;;
         --cut) cut=$2 ;;
-        --log-times) log_times=yes && shift && continue ;;
-        --count-time)
-            clock=(-accel "tcg,thread=single" -icount shift=2)
-            parameters+=" maxcpus=1"
-            shift && continue
-            ;;
-        --help) usage && exit 0 ;;
-        -*) usage >&2 && exit "$usage_status" ;;
-        *) break ;;
+        *) wrong_usage ;;
         esac || fail "$1 $2: failed" "$usage_status"
         shift 2
     done
-    [ $# -ge 1 ] || { usage >&2 && exit "$usage_status"; }
+    [[ ${1:---} != -- ]] || wrong_usage
     flash=$1
     shift
     [ "${1:-}" != -- ] || shift
@@ -96,10 +104,17 @@ parse() {
     fi
 }
 
+# drive_file FILE: as an emulator's option, whatever its name. Behind a slash a colon is no protocol's.
+drive_file() {
+    local path
+    path=$(realpath -- "$1")
+    echo "file=${path//,/,,}"
+}
+
 # put_card FILE SNAPSHOT
 put_card() {
     modules+=,sdhci-of-aspeed,$vfat_modules
-    extras+=(-drive "if=sd,file=$1,format=raw,index=2,snapshot=$2")
+    extras+=(-drive "if=sd,$(drive_file "$1"),format=raw,index=2,snapshot=$2")
 }
 
 # The boot loader: the kernel in flash if its checksums hold, else the one for recovery.
@@ -125,7 +140,7 @@ qemu() {
     local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G "${clock[@]}"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
         -append "console=ttyS4,115200n8 $parameters board.modules=$modules"
-        -drive "file=$flash,format=raw,if=mtd" -display none -monitor none -nic none -no-reboot
+        -drive "$(drive_file "$flash"),format=raw,if=mtd" -display none -monitor none -nic none -no-reboot
         -pidfile "$work/pid")
     exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"
 }
@@ -206,7 +221,7 @@ run_jobs() {
 
 main() {
     work=$(mktemp -d)
-    trap 'rm -rf "$work"' EXIT
+    on_exit rm -rf "$work"
     started=${EPOCHREALTIME/./}
     parse "$@"
     [ -f "$cache/fingerprint" ] || fail "no image; run board/build-image.sh first"

@@ -11,7 +11,7 @@ build() {
     cmake --preset arm && cmake --build --preset arm && cd build/arm && cpack
 }
 
-for place in one another/place; do
+for place in one "my work/it's"; do
     mkdir -p "$work/$place"
     tar --exclude=./build --exclude=./.git --exclude=./.cache -cf - . | tar -xmf - -C "$work/$place"
     ln -s "$PWD/.cache" "$work/$place/.cache"
@@ -19,7 +19,7 @@ for place in one another/place; do
 done
 cd "$work"
 for product in qve "qve_$(cat one/VERSION)_armel.deb"; do
-    cmp "one/build/arm/$product" "another/place/build/arm/$product"
+    cmp "one/build/arm/$product" "my work/it's/build/arm/$product"
 done
 grep -q '2023.11.14-22:13+0000' one/build/arm/qve || {
     echo "the banner does not have the time of SOURCE_DATE_EPOCH" >&2

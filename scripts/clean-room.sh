@@ -26,7 +26,7 @@ make_template() {
     local mirror access wanted new=$template.new
     mirror=$(debian_mirror)
     [ -n "$mirror" ] || fail "this machine's apt sources name no Debian mirror; give one as DEBIAN_MIRROR"
-    access=$(apt-config dump | grep -E '^Acquire::(https?|Check-[A-Za-z-]+)[: ]') || true # nothing unusual
+    access=$(apt-config dump | grep -E '^Acquire::(https?|Check-[A-Za-z-]+)[: ]') || true unusual
     wanted=$(cat "$0" - <<<"$mirror $access" | sha256sum)
     [ -z "$(find "$template.made" -mtime -30 2>/dev/null)" ] || [ "$(cat "$template.made")" != "$wanted" ] || return 0
 

@@ -5,6 +5,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/musl
+. "$here/run-control.sh"
 . "$here/private-apt.sh"
 
 fail() {
@@ -18,11 +19,13 @@ version=$($compiler -dumpversion)
 
 # Remade when what makes it changes, or the compiler, whose C++ headers are used.
 wanted=$(cat "$here"/{musl-sysroot,private-apt}.sh - <<<"$version" | sha256sum)
+on_exit true
+wait_for_turn "${cache%/*}"
 [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
 
-mkdir -p "$(dirname "$cache")"
+rm -rf "$cache".?????? # of a run that was killed
 work=$(mktemp -d "$cache.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+on_exit rm -rf "$work"
 echo "musl: downloading Debian's musl-dev and linux-libc-dev for armel"
 private_apt armel "$work/apt" || fail "could not be fetched"
 (cd "$work/apt" && apt-get "${apt_options[@]}" download musl-dev linux-libc-dev) ||

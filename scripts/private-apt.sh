@@ -11,11 +11,8 @@ debian_mirror() {
         echo "$DEBIAN_MIRROR"
         return
     fi
-    # shellcheck disable=SC2016 # apt's own placeholders
-    apt-get indextargets --format '$(CREATED_BY) $(RELEASE) $(COMPONENT) $(REPO_URI)' | awk '
-        $1 == "Packages" && $3 == "main" &&
-        $2 ~ /^(bookworm|trixie|forky|oldstable|stable|testing|sid|unstable)(-updates|-backports)?$/ {
-            print $4; exit }'
+    local release="(bookworm|trixie|forky|oldstable|stable|testing|sid|unstable)(-updates|-backports)?"
+    apt-get --print-uris update | sed -nE "s,^'(.*)/dists/$release/main/.*/Packages.*,\1,p" | sed -n 1p
 }
 
 # private_apt ARCHITECTURE DIR: makes a package state in DIR and fetches its lists, main only. Then

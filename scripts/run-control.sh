@@ -21,15 +21,15 @@ on_exit() {
 
 # end_started: SIGTERM for all that this script has started, SIGKILL for what is left 5 s later.
 end_started() {
-    local started files wait
-    mapfile -t started < <(started_by $$)
-    files=("${started[@]/#//proc/}")
-    kill -TERM "${started[@]}" 2>/dev/null || true # most are gone, or go with another
-    for wait in {1..50}; do
+    local pids files
+    mapfile -t pids < <(started_by $$)
+    files=("${pids[@]/#//proc/}")
+    kill -TERM "${pids[@]}" 2>/dev/null || true # most are gone, or go with another
+    for _ in {1..50}; do
         grep -qs '^State:[[:space:]]*[^ZX]' "${files[@]/%//status}" || return 0
         sleep 0.1
     done
-    kill -KILL "${started[@]}" 2>/dev/null || true # they may have gone by now
+    kill -KILL "${pids[@]}" 2>/dev/null || true # they may have gone by now
 }
 
 # started_by PROCESS: the processes that it has started, and those that they have.
