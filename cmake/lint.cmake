@@ -5,7 +5,8 @@ file(GLOB headers CONFIGURE_DEPENDS
 set(sources ${program_sources} ${PROJECT_SOURCE_DIR}/app/main.cpp ${tool_sources})
 file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*.cpp tests/*.h board/*.cpp board/*.h
     bench/*.cpp)
-file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh board/*.sh board/rootfs/sbin/* tests/*/*.sh
+file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh packaging/debian/*.sh tools/completion/*.bash
+    board/*.sh board/rootfs/sbin/* tests/*/*.sh
     bench/*.sh integration/*-upgrade integration/*.sh integration/*.conf integration/second-checksum)
 
 add_custom_target(lint

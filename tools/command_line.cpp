@@ -19,12 +19,12 @@ namespace
 struct Option {
     enum class Need { kOptional, kRequired };
 
-    char letter;
     const char *name;
     const char *argument; ///< null when it takes none
     const char *help;     ///< lines
     /// Stores the value. Returns false, after a message, when it is of no use.
     bool (*take)(Arguments &arguments, const char *value);
+    char letter;
     Need need = Need::kOptional;
 };
 
@@ -139,55 +139,55 @@ bool TakeMtdTable(Arguments &arguments, const char *value)
 
 // ---- The options of each command ----------------------------------------------------------------
 
-constexpr Option kPartitions{'p', "partitions", "SIZE1,SIZE2,SIZE3",
+constexpr Option kPartitions{"partitions", "SIZE1,SIZE2,SIZE3",
                              "the sizes of the partitions mtd1 to mtd3, in bytes, also with 0x,\n"
                              "K or M: a board does not compare them with the regions",
-                             TakePartitions};
-constexpr Option kMtd{'t', "mtd", "FILE", "the same, from a /proc/mtd saved on the board",
-                      TakeMtdTable};
+                             TakePartitions, 'p'};
+constexpr Option kMtd{"mtd", "FILE", "the same, from a /proc/mtd saved on the board", TakeMtdTable,
+                      't'};
 
 constexpr Option kCreateOptions[] = {
-    {'l', "layout", "1|3", "1: the board checks the /etc image too; 3: it does not", TakeLayout,
+    {"layout", "1|3", "1: the board checks the /etc image too; 3: it does not", TakeLayout, 'l',
      kRequired},
-    {'m', "marker", "TEXT", "up to four characters: the OEM marker of the boards that it is for",
-     TakeMarker, kRequired},
-    {'k', "kernel", "FILE", "region 1, for /dev/mtd/1: a kernel image as mkimage makes it",
-     TakeRegionFile<0>, kRequired},
-    {'s', "second", "FILE", "region 2, for /dev/mtd/2: anything", TakeRegionFile<1>, kRequired},
-    {'e', "etc", "FILE", "region 3, for /dev/mtd/3: a JFFS2 image with erase blocks of 64 KiB",
-     TakeRegionFile<2>, kRequired},
-    {'o', "output", "FILE", "the package", TakeText<&Arguments::output>, kRequired},
+    {"marker", "TEXT", "up to four characters: the OEM marker of the boards that it is for",
+     TakeMarker, 'm', kRequired},
+    {"kernel", "FILE", "region 1, for /dev/mtd/1: a kernel image as mkimage makes it",
+     TakeRegionFile<0>, 'k', kRequired},
+    {"second", "FILE", "region 2, for /dev/mtd/2: anything", TakeRegionFile<1>, 's', kRequired},
+    {"etc", "FILE", "region 3, for /dev/mtd/3: a JFFS2 image with erase blocks of 64 KiB",
+     TakeRegionFile<2>, 'e', kRequired},
+    {"output", "FILE", "the package", TakeText<&Arguments::output>, 'o', kRequired},
     kPartitions,
     kMtd,
 };
 
 constexpr Option kCheckOptions[] = {
-    {'l', "layout", "N", "the layout version that the board expects, 1 unless it is told otherwise",
-     TakeExpectedLayout},
-    {'V', "version", "N", "another name of --layout", TakeExpectedLayout},
-    {'m', "marker", "TEXT",
+    {"layout", "N", "the layout version that the board expects, 1 unless it is told otherwise",
+     TakeExpectedLayout, 'l'},
+    {"version", "N", "another name of --layout", TakeExpectedLayout, 'V'},
+    {"marker", "TEXT",
      "the marker of the board; only its first four characters count. Without\n"
      "it markers are not compared: 'upgrade' does not compare them either,\n"
      "'xupgrade -i' does",
-     TakeBoardMarker},
+     TakeBoardMarker, 'm'},
     kPartitions,
     kMtd,
-    {'q', "quiet", nullptr, "print no verdict: the exit status tells it",
-     TakeFlag<&Arguments::quiet>},
-    {'v', "verbose", nullptr, "print what the checks write to the board's log",
-     TakeFlag<&Arguments::verbose>},
+    {"quiet", nullptr, "print no verdict: the exit status tells it", TakeFlag<&Arguments::quiet>,
+     'q'},
+    {"verbose", nullptr, "print what the checks write to the board's log",
+     TakeFlag<&Arguments::verbose>, 'v'},
 };
 
 constexpr Option kInfoOptions[] = {
-    {'j', "json", nullptr, "print one JSON object, for scripts", TakeFlag<&Arguments::json>},
+    {"json", nullptr, "print one JSON object, for scripts", TakeFlag<&Arguments::json>, 'j'},
     kPartitions,
     kMtd,
 };
 
 constexpr Option kExtractOptions[] = {
-    {'d', "output-dir", "DIR", "the folder for the files; it is made if it does not exist",
-     TakeText<&Arguments::output_dir>, kRequired},
-    {'r', "region", "N", "only region 1, 2 or 3", TakeRegionNumber},
+    {"output-dir", "DIR", "the folder for the files; it is made if it does not exist",
+     TakeText<&Arguments::output_dir>, 'd', kRequired},
+    {"region", "N", "only region 1, 2 or 3", TakeRegionNumber, 'r'},
 };
 
 constexpr Command kCommands[] = {
@@ -312,6 +312,16 @@ GetoptTable TableOf(const Command &command)
     return table;
 }
 
+const Option *FindOption(const Command &command, int letter)
+{
+    for (const Option &option : command.options) {
+        if (option.letter == letter) {
+            return &option;
+        }
+    }
+    return nullptr;
+}
+
 /// Names the required options that were not given. Returns whether there are none.
 bool IsComplete(const Command &command, std::string_view given)
 {
@@ -352,11 +362,11 @@ int RunCommand(const Command &command, std::span<char *> words)
         if (c == 'h') {
             return PrintHelp(command);
         }
-        const auto row = std::ranges::find(command.options, c, &Option::letter);
-        if (row == command.options.end() || !row->take(arguments, optarg)) {
+        const Option *option = FindOption(command, c);
+        if (option == nullptr || !option->take(arguments, optarg)) {
             return UsageError(command.name);
         }
-        given += row->letter;
+        given += option->letter;
     }
     const auto operands = words.subspan(static_cast<size_t>(optind));
     arguments.operands.assign(operands.begin(), operands.end());
