@@ -15,7 +15,10 @@ EXTERNALSRC = "${QVE_SOURCE}"
 EXTERNALSRC_SYMLINKS = ""
 PV = "${@oe.utils.read_file('${QVE_SOURCE}/VERSION')}"
 
-DEPENDS:append:class-native = " openssl-native"
+# The SHA-256 of 'fwpack info --json', null without it: PACKAGECONFIG:pn-qve-native = "sha256".
+PACKAGECONFIG ??= ""
+PACKAGECONFIG[sha256] = "-DQVE_LIBCRYPTO=ON,-DQVE_LIBCRYPTO=OFF,openssl"
+
 EXTRA_OECMAKE = "-DQVE_TESTS=OFF"
 EXTRA_OECMAKE:append:class-target = " -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF"
 
