@@ -69,3 +69,11 @@ make_package() {
     "$board_dir/../build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$1.kernel" \
         --second "$1.app" --etc "$1.etc" --output "$3"
 }
+
+# make_card OUT: an empty SD card, vfat as it comes from the shop.
+make_card() {
+    rm -f "$1"
+    truncate -s 64M "$1"
+    echo 'start=2048, type=c' | sfdisk -q "$1"
+    mformat -F -i "$1@@1M" ::
+}

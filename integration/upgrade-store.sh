@@ -76,9 +76,17 @@ part() {
     tail -c +$(($2 + 1)) "$1" | head -c "$3"
 }
 
+# this_board: tells boards apart by what the factory left in the boot loader's environment, so that a
+# card in the wrong slot brings nobody another board's settings.
+this_board() {
+    get_boot_param "$memory/board" >/dev/null
+    sum <"$memory/board"
+}
+
 # The record: lines 'NAME FIELD...', the last one 'sum SUM' of those before it. There are two copies.
 write_record() { # FILE
     lines="format 1
+board $(this_board)
 package $package_sum
 settings $settings_sum
 kernel $kernel_at $kernel_size $kernel_sum $kernel_before
@@ -100,6 +108,7 @@ load_record() {
         while read -r name a b c d; do
             case $name in
             format) [ "$a" = 1 ] || return 1 ;;
+            board) board=$a ;;
             package) package_sum=$a ;;
             settings) settings_sum=$a ;;
             kernel) kernel_at=$a kernel_size=$b kernel_sum=$c kernel_before=$d ;;

@@ -1,8 +1,8 @@
 #!/bin/bash
 # safe-upgrade and resume-upgrade on a board of files, with an upgrade that stops like a power cut at a
 # chosen step. Each case: what happens to the board, and what becomes of it with nobody's help.
-# shellcheck disable=SC2016,SC2059,SC2086,SC2115
-set -u
+# shellcheck disable=SC2015,SC2016,SC2059,SC2068,SC2086,SC2115
+set -eu
 top=$(cd "$(dirname "$0")/../.." && pwd)
 . "$top/scripts/isolate.sh"
 isolate_me "$@"
@@ -11,14 +11,14 @@ export world=/mnt PATH=/mnt/bin:$PATH
 mount -t tmpfs tmpfs $world # gone with the namespace
 mkdir -p $world/{bin,mtd,mtdblock,card,new}
 for file in /dev/kmsg /proc/sys/vm/drop_caches; do [ ! -e $file ] || mount --bind /dev/null $file; done
-cp "$top"/integration/{safe-upgrade,resume-upgrade,upgrade-store.sh} $world/bin
+cp "$top"/integration/{safe-upgrade,resume-upgrade,second-checksum,upgrade-store.sh} $world/bin
 sed -e "s:/dev/:$world/:" -e "s:^mount_point=.*:mount_point=$world/card:" -e 's:_wait=3:_wait=0:' \
     -e "s:^memory=.*:memory=$world/tmp:" "$top/integration/upgrade-store.conf" >$world/bin/upgrade-store.conf
 
 cat >$world/bin/mount <<'END'
 #!/bin/bash
-[[ $* == *jffs2* ]] || exec /bin/mount "$@"
-[ -d $world/etc ] && exec /bin/mount --bind $world/etc "${@: -1}"
+[[ $* == *jffs2* || -e $world/no-mount ]] || exec /bin/mount "$@"
+[ -d $world/etc ] && [ ! -e $world/no-mount ] && exec /bin/mount --bind $world/etc "${@: -1}"
 END
 # Each start takes the next of $cuts. What is worn does not take a byte; a new /etc is mounted and gets
 # nodes and marks, as on jffs2.
@@ -46,103 +46,103 @@ sed -i "s/=.*/=$(sed -n 's/server_port=//p' $world/saved/tcp_server.conf)/" $wor
 stop
 END
 printf '#!/bin/sh\necho reboot >>$world/log\nkill -9 $PPID\n' >$world/bin/reboot
+printf '#!/bin/sh\ncp $world/board $1\n' >$world/bin/get_boot_param
 chmod +x $world/bin/*
 
 word() { printf "\\x$(printf %02x $(($1 & 255)))\\x$(printf %02x $(($1 >> 8 & 255)))\\0\\0"; }
 for n in 1 2; do seq -f "new $n %.0f" 9999 | head -c 40000 >$world/new/$n; done
 { seq -f 'new 3 %.0f' 9999 | head -c 30000 && printf '\340' && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/new/3
-mkdir $world/new/etc && echo hostname=camera >$world/new/etc/system.conf
-echo server_port=1852 >$world/new/etc/tcp_server.conf
+mkdir $world/new/etc && echo hostname=camera >$world/new/etc/system.conf && echo server_port=1852 >$world/new/etc/tcp_server.conf
 { printf 3510 && word 1 && word 40000 && word 40000 && word 40000 && cat $world/new/{1,2,3}; } >$world/package
 
-# factory: a board with old firmware and changed settings, an empty card, /etc mounted.
-factory() {
+# on CASE [CUT...]: a board with old firmware and changed settings, an empty card, /etc mounted.
+on() {
+    case=$1
     while mountpoint -q /etc; do umount /etc; done
-    mountpoint -q $world/card && umount $world/card
-    rm -rf $world/{tmp,etc,refuses}
+    ! mountpoint -q $world/card || umount $world/card
+    rm -rf $world/{tmp,etc,refuses,no-mount}
     mkdir $world/{tmp,etc} && mount -t tmpfs -o size=400K tmpfs $world/card
     for n in 1 2 3; do seq -f "old $n %.0f" 9999 | head -c 50000 >$world/mtd/$n; done
-    echo hostname=gate-7 >$world/etc/system.conf
-    echo server_port=9000 >$world/etc/tcp_server.conf
-    : >$world/worn && : >$world/log
+    echo hostname=gate-7 >$world/etc/system.conf && echo server_port=9000 >$world/etc/tcp_server.conf
+    : >$world/worn && : >$world/log && echo MAC=1 >$world/board
     mount --bind $world/etc /etc
-    printf '%s\n' $cuts >$world/cuts
+    printf '%s\n' ${@:2} >$world/cuts
 }
+# call SCRIPT [ARGUMENT]...: leaves its status in $status.
+call() { { status=0 && "$@" >>$world/log 2>&1 || status=$?; } 2>/dev/null; }
 # start: the boots until the start-up script goes on.
 start() {
-    local status=137
+    status=137
     while [ $status -eq 137 ]; do
         while mountpoint -q /etc; do umount /etc; done
         rm -rf $world/tmp && mkdir $world/tmp
-        resume-upgrade >>$world/log 2>&1
-        status=$?
-    done 2>/dev/null
+        call resume-upgrade
+    done
 }
-# install and then start, for the usual case
-run() { { safe-upgrade $world/package >>$world/log 2>&1; } 2>/dev/null; start; }
+run() { call safe-upgrade $world/package && start; }
 failed=0
-# is OUTCOME FIRMWARE PORT [TEXT]: the result, whose firmware and port are in flash, a text of the log.
+bad() { echo "FAILED: $case: $*" && cat $world/log && failed=$((failed + 1)); }
+# is OUTCOME FIRMWARE SETTINGS TEXT: the result, what is in flash, and a text of the log.
 is() {
-    local outcome firmware=mixed port wanted="${1-} ${2-} ${3-}"
-    outcome=$(safe-upgrade --result | sed -n 's/outcome=//p')
-    port=$(cat $world/etc/{system,tcp_server}.conf 2>&1 | tr -d '\n')
-    cmp -s -n 40000 $world/mtd/1 $world/new/1 && cmp -s -n 40000 $world/mtd/2 $world/new/2 && firmware=new
-    grep -q old $world/mtd/1 && grep -q old $world/mtd/2 && firmware=old
-    # shellcheck disable=SC2053 # a pattern
-    [[ "$outcome $firmware $port" == $wanted ]] && grep -q -- "${4-}" $world/log &&
-        ! grep -q WITHOUT $world/log && return
-    echo "FAILED: $case: '$outcome $firmware $port', not '$*'" && cat $world/log && failed=$((failed + 1))
+    local firmware=mixed found
+    ! cmp -s -n 40000 $world/mtd/1 $world/new/1 || ! cmp -s -n 40000 $world/mtd/2 $world/new/2 || firmware=new
+    ! grep -q old $world/mtd/1 || ! grep -q old $world/mtd/2 || firmware=old
+    found="$(safe-upgrade --result | sed -n 's/outcome=//p') $firmware"
+    found+=" $(cat $world/etc/{system,tcp_server}.conf 2>/dev/null | sed 's/.*=//' | paste -s -d +)"
+    [ "$found" = "$1 $2 $3" ] && grep -q -- "$4" $world/log && ! grep WITHOUT $world/log || bad "'$found', not '$*'"
 }
-kept="hostname=gate-7server_port=9000"
-card=$world/card/upgrade
 
 for cuts in none begin 1 2 3 settings values "1 1 begin" "2 3 settings values" "3 3 3 3 3 3 3"; do
-    case="cut at $cuts" && factory && run && is installed new $kept "all settings are there"
+    on "cut at $cuts" $cuts && run && is installed new gate-7+9000 "all settings are there"
 done
-cuts="1 2 3 3 3 3 3 3 3"
-case="eight cuts" && factory && run && is given-up new "cat:*" "started 8 times, and the partition of /etc"
-starts=$(grep -c ^start $world/log) && start && is given-up new "cat:*" "given up before: upgrade was"
-[ "$(grep -c ^start $world/log)" -eq "$starts" ] || is "no further start"
-case="again after giving up" && : >$world/cuts && mkdir $world/etc && echo server_port=1 >$world/etc/tcp_server.conf
-mount --bind $world/etc /etc && run && is installed new $kept ^reboot
+on "eight cuts" 1 2 3 3 3 3 3 3 3 && run && is given-up new "" "started 8 times, and the partition of /etc"
+: >$world/cuts && start && is given-up new "" "given up before: upgrade was"
+case="again after giving up" && mkdir $world/etc && echo server_port=1 >$world/etc/tcp_server.conf
+mount --bind $world/etc /etc && run && is installed new gate-7+9000 ^reboot
 
-cuts=none
-case="worn kernel partition" && factory && echo 1 >$world/worn && run && is given-up mixed $kept "the kernel's partition"
-case="worn partition of /etc" && factory && echo 3 >$world/worn && run && is given-up new $kept "partition of /etc does"
-case="refused by upgrade" && factory && : >$world/refuses && run && is refused old $kept "does not take the package"
-case="/etc is not mounted" && factory && umount /etc && rm -r $world/etc && run && is installed new \
-    hostname=cameraserver_port= ^reboot
-case="resume too late" && factory && safe-upgrade --at-boot $world/package >$world/log && resume-upgrade >>$world/log
-is under-way old $kept "is mounted already" && start && is installed new $kept "start 1 of 8"
-case="second call" && factory && safe-upgrade --at-boot $world/package >$world/log
-safe-upgrade $world/package >>$world/log; is under-way old $kept "refused.*under way"
-case="at the same time" && factory && mkdir $world/tmp/safe-upgrade.lock && run && is none old $kept "refused.*another call"
+on "worn kernel partition" && echo 1 >$world/worn && run && is given-up mixed gate-7+9000 "kernel's partition does"
+on "worn partition of /etc" && echo 3 >$world/worn && run && is given-up new gate-7+9000 "partition of /etc does"
+on "refused by upgrade" && : >$world/refuses && run && is refused old gate-7+9000 "does not take the package"
+on "/etc is not mounted" && umount /etc && rm -r $world/etc && run && is installed new camera+ ^reboot
+on "second call" && call safe-upgrade --at-boot $world/package && call safe-upgrade $world/package
+is under-way old gate-7+9000 "refused.*under way"
+case="resume too late" && call resume-upgrade && is under-way old gate-7+9000 "is mounted already"
+start && is installed new gate-7+9000 "start 1 of 8"
+on "two calls at once" && mkdir $world/tmp/safe-upgrade.lock && run && is none old gate-7+9000 "refused.*another call"
 
 # What happens to the card between a cut in /etc and the boot.
-cut() { cuts=3; case=$1; factory; safe-upgrade $world/package >>$world/log 2>&1; } 2>/dev/null
-cut "card away" && mount --move $world/card $world/away && start && is none mixed "cat:*" "no card" &&
-    mount --move $world/away $world/card && start && is installed new $kept
-cut "card read-only" && mount -o remount,ro $world/card && start && is under-way mixed "cat:*" "cannot be written"
-cut "one record damaged" && sed -i s/kernel/kernal/ $card/record && start && is installed new $kept
-cut "both records damaged" && sed -i s/kernel/kernal/ $card/record* && start && is given-up mixed "cat:*" "record is damaged"
-damage() { printf x | dd of=$card/$1 conv=notrunc bs=1 seek=600 status=none; }
-cut "package damaged" && damage package && start && is given-up mixed "cat:*" "package on the card is damaged"
-cut "settings damaged" && damage settings && start && is installed new "*" "saved settings are damaged"
+cut() { on "$1" 3 && call safe-upgrade $world/package; }
+damage() { printf x | dd of=$world/card/upgrade/$1 conv=notrunc bs=1 seek=600 status=none; }
+cut "card away" && mkdir $world/away && mount --move $world/card $world/away && start && is none new "" "no card"
+mount --move $world/away $world/card && start && is installed new gate-7+9000 "all is new"
+cut "nothing can be mounted" && : >$world/no-mount && start && is under-way new "" "upgrade did not run"
+cut "card in another board" && echo MAC=2 >$world/board && start && is under-way new "" "of another board"
+cut "card read-only" && mount -o remount,ro $world/card && start && is under-way new "" "cannot be written"
+cut "one record damaged" && damage record && start && is installed new gate-7+9000 "all is new"
+cut "both records damaged" && damage record && damage record.2 && start && is given-up new "" "record is damaged"
+cut "package damaged" && damage package && start && is given-up new "" "package on the card is damaged"
+cut "settings damaged" && damage settings && start && is installed new camera+ "settings are damaged"
 
-# What is refused leaves board and card as they were.
-refused() { safe-upgrade "$1" >>$world/log 2>&1 && is "a refusal"; is none old $kept "refused.*$2"
-    [ -z "$(find $world/card -type f ! -name full)" ] || is "an empty store"; }
-cuts=none
-case="no package" && factory && refused $world/none "no file"
-case="half a package" && factory && head -c 50000 $world/package >$world/half && refused $world/half "not a whole package"
-case="no room in a partition" && factory && truncate -s 30000 $world/mtd/2 && refused $world/package "mtd/2 has no room"
-case="no card" && factory && umount $world/card && refused $world/package "no card"
-case="card read-only" && factory && mount -o remount,ro $world/card && refused $world/package "cannot be made"
-factory
-for ((room = 0; room < 160; room += 4)); do
-    case="room for $room KiB" && head -c $(((400 - room) * 1024)) /dev/zero >$world/card/full
-    safe-upgrade --at-boot $world/package >>$world/log 2>&1 && break
+# refused PACKAGE TEXT: board and card stay as they were.
+refused() {
+    call safe-upgrade "$1" && is none old gate-7+9000 "refused.*$2"
+    [ $status -eq 1 ] && [ -z "$(find $world/card -type f ! -name full)" ] || bad "status $status, or files on the card"
+}
+on "no package" && refused $world/none "no file"
+on "half a package" && head -c 50000 $world/package >$world/half && refused $world/half "not a whole package"
+on "no room in a partition" && truncate -s 30000 $world/mtd/2 && refused $world/package "mtd/2 has no room"
+on "no card" && umount $world/card && refused $world/package "no card"
+on "card read-only" && mount -o remount,ro $world/card && refused $world/package "cannot be made"
+for room in 0 60 116 120 124 128 132 136 140; do
+    on "room for $room KiB" && head -c $(((400 - room) * 1024)) /dev/zero >$world/card/full
     refused $world/package "full, read-only\|cannot be"
 done
-is under-way old $kept
+
+case="second-checksum" && cp $world/new/2 $world/image && second-checksum add $world/image
+{ cat $world/image && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/flash
+second-checksum check $world/flash || bad "a whole partition"
+for n in 1 39999 40050; do
+    { head -c $n $world/image && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/flash
+    ! second-checksum check $world/flash || bad "a partition in part"
+done
 exit $failed
