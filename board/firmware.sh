@@ -61,6 +61,7 @@ make_flash() {
 make_release() {
     make_kernel_image "$1" "$1.kernel"
     make_app_image "$1" 300000 "$1.app"
+    "$board_dir/../integration/second-checksum" add "$1.app"
     make_etc_image "$1" "$1.etc"
 }
 
