@@ -100,8 +100,8 @@ on "eight cuts" 1 2 3 3 3 3 3 3 3 && run && is given-up new "" "started 8 times,
 case="again after giving up" && mkdir $world/etc && echo server_port=1 >$world/etc/tcp_server.conf
 mount --bind $world/etc /etc && run && is installed new gate-7+9000 ^reboot
 
-for n in 1 2; do
-    on "worn partition $n" && echo $n >$world/worn && run && is given-up mixed gate-7+9000 "8 times, and the.*partition does"
+for worn in 1 2; do
+    on "worn partition $worn" && echo $worn >$world/worn && run && is given-up mixed gate-7+9000 "8 times, and the.*partition does"
 done
 on "worn partition of /etc" && echo 3 >$world/worn && run && is given-up new gate-7+9000 "partition of /etc does"
 on "refused by upgrade" && : >$world/refuses && run && is refused old gate-7+9000 "does not take the package"
