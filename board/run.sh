@@ -26,6 +26,8 @@ board. Runs COMMAND on it, or one job per boot, or else gives the console (end i
   --serial LINE      what /dev/ttyAMA1 is connected to, then /dev/ttyAMA2, as QEMU's -serial has it
   --sd FILE          an image in the SD slot, --usb FILE one in the USB slot; writes are forgotten
   --kept-sd FILE     an image in the SD slot that keeps what is written to it
+  --web COMMAND      a network whose only other host is the web server 10.0.2.100; COMMAND serves each
+                     connection on its standard input and output
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 240)
@@ -86,6 +88,10 @@ parse() {
             modules+=,ehci_platform,usb_storage,sd_mod,$vfat_modules
             extras+=(-drive "id=usb,if=none,$(drive_file "$2"),format=raw,snapshot=on"
                 -device "usb-storage,drive=usb")
+            ;;
+        --web)
+            modules+=,mdio-aspeed,realtek,ftgmac100
+            extras+=(-nic "user,restrict=on,guestfwd=tcp:10.0.2.100:80-cmd:${2//,/,,}")
             ;;
         --console) console=$2 ;;
         --timeout) limit=$2 ;;
