@@ -7,7 +7,8 @@ file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS tests/*.cpp tests/*.h board/*.c
     bench/*.cpp)
 file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh packaging/debian/*.sh tools/completion/*.bash
     board/*.sh board/rootfs/sbin/* tests/*/*.sh
-    bench/*.sh integration/*-upgrade integration/*.sh integration/*.conf integration/second-checksum)
+    bench/*.sh integration/*-upgrade integration/*.sh integration/*.conf integration/second-checksum
+    integration/swupdate/*-*)
 
 add_custom_target(lint
     COMMAND clang-format --dry-run --Werror ${sources} ${headers} ${test_sources}

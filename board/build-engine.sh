@@ -1,0 +1,56 @@
+#!/bin/bash
+# Fetches the update engine for the emulated board, Debian's SWUpdate and curl for armhf, with the
+# libraries that they need and the board's image lacks. The result, .cache/engine, is laid over the
+# board's root by those who want it (board/run.sh --install); a complete one is left alone.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+cache=$(dirname "$here")/.cache/engine
+. "$(dirname "$here")/scripts/private-apt.sh"
+
+programs=(usr/bin/swupdate usr/bin/curl)
+
+# needed FILE...: the shared libraries that the files ask for by name, and those that these ask for.
+needed() {
+    local -A known=()
+    local file name
+    while [ $# -gt 0 ]; do
+        file=$1
+        shift
+        for name in $(readelf -d "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
+            [ -z "${known[$name]:-}" ] || continue
+            known[$name]=yes
+            file=$(find lib usr/lib -name "$name" -print -quit)
+            echo "$file"
+            set -- "$@" "$file"
+        done
+    done
+}
+
+wanted=$(cat "$0" "$here/../.cache/board/fingerprint" | sha256sum | cut -d ' ' -f 1)
+[ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+echo "update engine: downloading Debian packages for armhf"
+work=$(mktemp -d "$cache.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+private_apt armhf "$work/apt"
+# The last one stands in for a package that would draw in a whole Perl.
+apt-get "${apt_options[@]}" install -y -d --no-install-recommends swupdate curl usr-is-merged >/dev/null
+mkdir "$work/all" "$work/new"
+for package in "$work"/apt/archives/*.deb; do
+    dpkg -x "$package" "$work/all"
+done
+cpio --quiet -t <"$here/../.cache/board/root.cpio" >"$work/on-board"
+cd "$work/all"
+needed "${programs[@]}" | while read -r library; do
+    grep -q "/${library##*/}$" "$work/on-board" || echo "$library"
+done >"$work/libraries"
+# Under the names that the programs look for, which are links in the packages.
+xargs -a "$work/libraries" cp -L --parents -t "$work/new"
+cp --parents "${programs[@]}" "$work/new"
+echo "$wanted" >"$work/fingerprint"
+mkdir "$work/ready"
+mv "$work/new" "$work/ready/root"
+mv "$work/fingerprint" "$work/ready/"
+rm -rf "$cache"
+mv "$work/ready" "$cache"
+echo "update engine: ready, $(du -sh "$cache/root" | cut -f 1)"
