@@ -1,6 +1,11 @@
 #include "tests/fake_board.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -12,6 +17,8 @@ namespace
 {
 
 FakeBoard *g_active = nullptr;
+
+constexpr char kNoLineEnd = '\v'; // behind a piece of a line; shown as "\c"
 
 ssize_t PrintTo(void *stream, const char *text, size_t size)
 {
@@ -27,34 +34,35 @@ std::FILE *OpenStream(const char *name)
     return stream;
 }
 
-int CountDescriptors()
-{
-    return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
-}
-
 } // namespace
 
-FakeBoard::FakeBoard() : open_before_(CountDescriptors())
+OffBoard::OffBoard() : board(std::exchange(g_active, nullptr)) {}
+
+OffBoard::~OffBoard()
+{
+    g_active = board;
+}
+
+FakeBoard::FakeBoard()
 {
     // In memory where that is possible: the tests write and rename files by the thousand.
     const fs::path memory = "/dev/shm";
     const fs::path place = fs::is_directory(memory) ? memory : fs::temp_directory_path();
     std::string name = place / "qve-board.XXXXXX";
     root_ = mkdtemp(name.data());
-    for (const char *directory : {"etc", "dev/mtd", "dev/misc", "proc", "tmp", "bin", "mnt"}) {
+    for (const char *directory : {"etc", "dev", "proc", "tmp", "bin"}) {
         fs::create_directories(root_ / directory);
     }
-    for (const char *device : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
-        mtd[device].bytes.assign(size_t{4} * FakeMtd::kBlock, 0x55);
-        devices[device] = &mtd[device];
+    for (const char *partition : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
+        devices[partition].kind = Device::kFlash;
+        devices[partition].bytes.assign(size_t{4} * Device::kBlock, 'U');
     }
-    devices["/dev/misc/watchdog"] = &watchdog;
-    devices[FakeEthernet::kPath] = &ethernet;
+    devices["packet socket"].kind = Device::kEthernet;
+    devices["/dev/misc/watchdog"].answers = {{0x80045707, {{30}}}}; // its time-out
 }
 
 FakeBoard::~FakeBoard()
 {
-    EXPECT_LE(CountDescriptors() - open_before_, may_stay_open) << "descriptors left open";
     for (const auto &[fd, file] : open_files) {
         close(fd);
     }
@@ -63,55 +71,91 @@ FakeBoard::~FakeBoard()
 
 void FakeBoard::Write(const std::string &path, const std::string &text)
 {
-    const fs::path file = Map(path);
-    fs::create_directories(file.parent_path());
-    std::ofstream{file, std::ios::binary} << text;
-}
-
-void FakeBoard::AddProcess(int id, const std::string &command_line)
-{
-    Write("/proc/" + std::to_string(id) + "/cmdline", command_line);
-}
-
-void FakeBoard::AddProcesses(int first_id, const std::vector<std::string> &names)
-{
-    for (const std::string &name : names) {
-        AddProcess(first_id++, "/bin/" + name);
-    }
-}
-
-void FakeBoard::Fail(const std::string &function, int error, int nth, const std::string &path)
-{
-    faults_.push_back({function, error, nth, path});
-}
-
-int FakeBoard::Start(std::vector<std::string> words, AppletHandler *entry)
-{
-    std::vector<char *> arguments;
-    for (std::string &word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    return Run(entry, static_cast<int>(words.size()), arguments.data());
-}
-
-std::string FakeBoard::transcript(const std::vector<std::string> &words) const
-{
-    std::string found = "\n";
-    for (const auto &[text, count, bytes] : transcript_) {
-        const auto begins = [&line = text](const auto &word) { return line.starts_with(word); };
-        if (count > 0 && std::ranges::any_of(words, begins)) {
-            found += text + (bytes > 0 ? " " + std::to_string(bytes) + " bytes" : "") +
-                     (count > 1 ? " x" + std::to_string(count) : "") + "\n";
-        }
-    }
-    return found;
+    const OffBoard off;
+    fs::create_directories(fs::path{Map(path)}.parent_path());
+    std::ofstream{Map(path), std::ios::binary} << text;
 }
 
 std::string FakeBoard::Read(const std::string &path) const
 {
+    const OffBoard off;
     std::ifstream file{Map(path), std::ios::binary};
     return file ? std::string{std::istreambuf_iterator<char>{file}, {}} : "(none)";
+}
+
+void FakeBoard::Run(const std::function<void()> &function)
+{
+    Begin();
+    try {
+        if (sigsetjmp(ended_, 1) == 0) {
+            function();
+        }
+    } catch (...) { // of a test
+        End();
+        throw;
+    }
+    End();
+}
+
+void FakeBoard::Begin()
+{
+    std::fflush(stdout);
+    saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
+    saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
+    if (!has_input) {
+        close(0);
+    }
+    g_active = this;
+}
+
+void FakeBoard::End()
+{
+    while (worker_wakes != INT64_MAX) {
+        Pause(1'000'000);
+    }
+    std::fclose(std::exchange(stdout, saved_streams_[0]));
+    std::fclose(std::exchange(stderr, saved_streams_[1]));
+    EndPiece();
+    for (auto &[fd, file] : open_files) {
+        if (!std::exchange(file.is_told, true)) {
+            Record("left open " + file.path);
+        }
+    }
+    for (const auto &[directory, path] : std::exchange(open_directories, {})) {
+        Record("left open " + path);
+    }
+    g_active = nullptr;
+    if (!has_input) {
+        openat(AT_FDCWD, "/dev/null", O_RDONLY); // unless the program has left another one there
+    }
+}
+
+void FakeBoard::Leave()
+{
+    siglongjmp(ended_, 1);
+}
+
+std::vector<std::string> FakeBoard::TakeTranscript(const std::vector<std::string> &words)
+{
+    std::vector<Line> lines;
+    for (const Line &line : std::exchange(transcript_, {})) {
+        const auto begins = [&line](const auto &word) { return line.text.starts_with(word); };
+        if (!words.empty() && !begins("left open") && !begins("= ") &&
+            std::ranges::none_of(words, begins)) {
+            continue;
+        }
+        if (lines.empty() || lines.back().text != line.text || begins("= ")) {
+            lines.push_back({line.text, 0, 0});
+        }
+        ++lines.back().count;
+        lines.back().bytes += line.bytes;
+    }
+    std::vector<std::string> found;
+    for (const auto &[text, count, bytes] : lines) {
+        found.push_back(Escaped(text) + (bytes > 0 ? " " + std::to_string(bytes) + " bytes" : "") +
+                        (count > 1 ? " x" + std::to_string(count) : ""));
+    }
+    return found;
 }
 
 FakeBoard *FakeBoard::Active()
@@ -122,12 +166,15 @@ FakeBoard *FakeBoard::Active()
 void FakeBoard::Record(const std::string &line, size_t bytes)
 {
     EndPiece();
-    if (transcript_.empty() || transcript_.back().text != line) {
-        transcript_.push_back({line, 0, 0});
+    transcript_.push_back({line, 1, bytes});
+    if (transcript_.size() > 100'000) {
+        std::abort(); // the program does not come to its end
     }
-    ++transcript_.back().count;
-    transcript_.back().bytes += bytes;
-    on_line(line);
+    for (Event &event : events) {
+        if (event.line == line && --event.nth == 0) {
+            event.action();
+        }
+    }
 }
 
 void FakeBoard::Print(const std::string &stream, const std::string &text)
@@ -147,54 +194,40 @@ void FakeBoard::Print(const std::string &stream, const std::string &text)
 void FakeBoard::EndPiece()
 {
     if (!piece_.empty()) {
-        Record(std::exchange(piece_, "") + "\\c");
+        Record(std::exchange(piece_, "") + kNoLineEnd);
     }
 }
 
 bool FakeBoard::Fails(const std::string &function, const std::string &path)
 {
-    const bool opens = function == "open" || function == "fopen";
     const bool moves_bytes = function.ends_with("read") || function.ends_with("write") ||
                              function.starts_with("send") || function.starts_with("recv");
-    Uses &uses = uses_[path];
-    if (opens) {
-        uses = {uses.openings + 1, {}};
-    }
-    const std::string number =
-        std::to_string(uses.openings) + "." + std::to_string(++uses.calls[function]);
     bool fails = false;
     for (Fault &fault : faults_) {
         if ((fault.function.empty() || fault.function == function) &&
-            path.find(fault.path) != std::string::npos && (fault.error != 0 || moves_bytes) &&
-            (--fault.nth == 0 || (fault.nth < 0 && faults_last))) {
-            errno = fault.error;
-            fails = true;
-            failed_ = failed_.empty() ? function + " " + path + " " + number : failed_;
+            path.find(fault.path) != std::string::npos && (fault.error != 0 || moves_bytes)) {
+            --fault.first;
+            --fault.last;
+            if (fault.first <= 0 && fault.last >= 0) {
+                errno = fault.error;
+                fails = true;
+                failed_ = failed_.empty() ? function + " " + path : failed_;
+            }
         }
     }
     return fails;
 }
 
-std::string FakeBoard::Map(const std::string &path) const
+int FakeBoard::Shell(const char *command)
 {
-    for (const char *prefix : {"/etc", "/dev", "/proc", "/tmp", "/usr/upgrade", "/bin/", "/mnt"}) {
-        if (path.starts_with(prefix)) {
-            return root_ / path.substr(1);
-        }
-    }
-    return path;
-}
-
-int FakeBoard::Shell(const std::string &command)
-{
-    Record("sh " + command);
-    if (command == "/sbin/reboot") {
-        Leave(kRebooted);
+    Record(std::string{"sh "} + command);
+    if (std::strcmp(command, "/sbin/reboot") == 0) {
+        Leave();
     }
     if (Fails("system", command)) {
         return -1;
     }
-    g_active = nullptr; // what the command does is no act of the program
+    const OffBoard off;
     std::istringstream stream{command};
     const std::vector<std::string> words{std::istream_iterator<std::string>{stream}, {}};
     std::error_code failure; // is the command's own
@@ -207,28 +240,15 @@ int FakeBoard::Shell(const std::string &command)
             Write(path, text);
         }
     }
-    g_active = this;
     return 0;
 }
 
-void FakeBoard::Leave(int result)
-{
-    siglongjmp(ended_, result);
-}
-
-FakeDevice *FakeBoard::DeviceAt(const std::string &path) const
-{
-    const auto device = devices.find(path);
-    return device != devices.end() ? device->second : nullptr;
-}
-
-void FakeBoard::Signal(int id, int signal_number)
+void FakeBoard::Kill(int id, int signal_number)
 {
     Record("kill " + std::to_string(id) + " " + std::to_string(signal_number));
     if (processes_obey) {
-        g_active = nullptr;
+        const OffBoard off;
         fs::remove_all(Map("/proc/" + std::to_string(id)));
-        g_active = this;
     }
 }
 
@@ -240,71 +260,75 @@ bool FakeBoard::Unmount(const std::string &path)
             return false;
         }
     }
-    g_active = nullptr;
+    const OffBoard off;
     fs::remove_all(Map(path));
     fs::create_directory(Map(path));
-    g_active = this;
     return true;
 }
 
-FakeBoard::Turn FakeBoard::QueueTurn(int64_t microseconds_from_now)
+Device *FakeBoard::DeviceAt(const std::string &path)
 {
-    const std::scoped_lock lock{mutex_};
-    return *waiting_.insert({clock + microseconds_from_now, ++turns_}).first;
-}
-
-void FakeBoard::PassTurn()
-{
-    const std::scoped_lock lock{mutex_};
-    turn_ = *waiting_.begin();
-    waiting_.erase(turn_);
-    clock = std::max(clock, turn_.first);
-    turn_changed_.notify_all();
-}
-
-void FakeBoard::AwaitTurn(const Turn &turn)
-{
-    std::unique_lock lock{mutex_};
-    turn_changed_.wait(lock, [&] { return turn_ == turn; });
+    const auto device = devices.find(path);
+    return device != devices.end() ? &device->second : nullptr;
 }
 
 void FakeBoard::Pause(int64_t microseconds)
 {
-    const Turn turn = QueueTurn(microseconds);
-    PassTurn();
-    AwaitTurn(turn);
-}
-
-void FakeBoard::Begin()
-{
-    transcript_.emplace_back(); // lines are not counted across runs
-    std::fflush(stdout);
-    saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
-    saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
-    g_active = this;
-}
-
-void FakeBoard::End()
-{
-    for (int pauses = 0; !waiting_.empty(); ++pauses) {
-        if (pauses == 100) {
-            std::abort(); // a thread does not come to its end
-        }
-        Pause(1'000'000);
+    const int64_t wakes = clock + microseconds;
+    if (in_worker_) {
+        worker_wakes = wakes;
+        to_first_.release();
+        to_worker_.acquire();
+        return;
     }
-    std::fclose(std::exchange(stdout, saved_streams_[0]));
-    std::fclose(std::exchange(stderr, saved_streams_[1]));
-    EndPiece();
-    g_active = nullptr;
+    while (worker_wakes <= wakes) {
+        clock = std::max(clock, worker_wakes);
+        in_worker_ = true;
+        to_worker_.release();
+        to_first_.acquire();
+        in_worker_ = false;
+    }
+    clock = std::max(clock, wakes);
+}
+
+void FakeBoard::WorkerEnds()
+{
+    worker_wakes = INT64_MAX;
+    to_first_.release();
 }
 
 std::string Hex(const std::string &bytes)
 {
     std::string text;
-    for (const char byte : bytes) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, " %02x", static_cast<uint8_t>(byte));
+    for (size_t i = 0; i < bytes.size();) {
+        const size_t end = std::min(bytes.find_first_not_of(bytes[i], i), bytes.size());
+        const size_t count = end - i >= 4 ? end - i : 1;
+        char digits[32];
+        std::snprintf(digits, sizeof digits, count > 1 ? " %02x*%zu" : " %02x",
+                      static_cast<uint8_t>(bytes[i]), count);
         text += text.empty() ? digits + 1 : digits;
+        i += count;
     }
     return text;
+}
+
+std::string Escaped(const std::string &text)
+{
+    static const std::map<char, std::string> kNames = {
+        {'\0', "\\0"},  {'\n', "\\n"},   {'\r', "\\r"},      {'\t', "\\t"},
+        {'\\', "\\\\"}, {'\033', "\\e"}, {kNoLineEnd, "\\c"}};
+    std::string escaped;
+    for (size_t i = 0; i < text.size();) {
+        const char c = text[i];
+        const size_t end = std::min(text.find_first_not_of(c, i), text.size());
+        const size_t count = end - i >= 24 && c != ' ' ? end - i : 1;
+        const bool is_plain = (c >= ' ' && c <= '~') && (c != ' ' || i + 1 < text.size());
+        const std::string shown = kNames.contains(c) ? kNames.at(c)
+                                  : is_plain         ? std::string{c}
+                                  : c == ' '         ? "\\s"
+                                                     : "\\x" + Hex({c});
+        escaped += count == 1 ? shown : "{" + shown + "*" + std::to_string(count) + "}";
+        i += count;
+    }
+    return escaped;
 }

@@ -1,9 +1,8 @@
 // The devices of the board.
-#include <fcntl.h>
 #include <linux/serial.h>
-#include <linux/watchdog.h>
 #include <mtd/mtd-user.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +12,8 @@
 
 namespace
 {
+
+constexpr char kMacAddress[] = "\2\0\0\0\0\1"; // of every network interface
 
 void Record(const std::string &line, size_t bytes = 0)
 {
@@ -25,178 +26,147 @@ int FailWith(int error)
     return -1;
 }
 
-/// Every byte that the kernel gets and that is not zero, behind its offset. The modes for input,
-/// output, control and local matters are at 0, 4, 8 and 12, VTIME and VMIN at 22 and 23; the C
-/// library's record is longer.
+std::string HexWord(unsigned long word)
+{
+    char text[20];
+    std::snprintf(text, sizeof text, " %lx", word);
+    return text;
+}
+
+/// The modes for input, output, control and local matters, then what is not zero of the special
+/// characters, of which 5 is VTIME and 6 is VMIN: what the kernel gets of the record.
 std::string SettingsText(const termios &settings)
 {
-    std::string text;
-    for (size_t i = 0; i < 36; ++i) {
-        const std::string byte{reinterpret_cast<const char *>(&settings)[i]};
-        text += byte[0] != 0 ? " " + std::to_string(i) + ":" + Hex(byte) : "";
+    std::string text = HexWord(settings.c_iflag) + HexWord(settings.c_oflag) +
+                       HexWord(settings.c_cflag) + HexWord(settings.c_lflag);
+    for (int i = 0; i < 19; ++i) {
+        const int value = settings.c_cc[i];
+        text += value != 0 ? " " + std::to_string(i) + ":" + std::to_string(value) : "";
     }
     return text;
 }
 
-} // namespace
-
-ssize_t FakeDevice::Read(OpenFile & /*file*/, void * /*buffer*/, size_t /*count*/)
-{
-    return FailWith(EINVAL);
-}
-
-ssize_t FakeDevice::Write(OpenFile & /*file*/, const void * /*buffer*/, size_t /*count*/)
-{
-    return FailWith(EINVAL);
-}
-
-int FakeDevice::Request(OpenFile & /*file*/, unsigned long /*request*/, void * /*argument*/)
-{
-    return FailWith(ENOTTY);
-}
-
-short FakeDevice::Poll(int /*timeout*/)
-{
-    return POLLIN;
-}
-
-ssize_t FakeMtd::Read(OpenFile &file, void *buffer, size_t count)
-{
-    count = std::min({count, bytes.size() - file.position, transfer});
-    std::memcpy(buffer, &bytes[file.position], count);
-    file.position += count;
-    Record("read " + file.path, count);
-    return static_cast<ssize_t>(count);
-}
-
-ssize_t FakeMtd::Write(OpenFile &file, const void *buffer, size_t count)
-{
-    if (file.position == bytes.size()) {
-        return FailWith(ENOSPC);
-    }
-    const auto *data = static_cast<const uint8_t *>(buffer);
-    count = std::min({count, bytes.size() - file.position, transfer});
-    if (bad.unwritable_block.Shows(file.position / kBlock)) {
-        return FailWith(EIO);
-    }
-    for (size_t i = 0; i < count; ++i, ++file.position) {
-        bytes[file.position] &= data[i];
-        bytes[file.position] |= uint8_t{bad.stuck_byte.Shows(file.position)};
-        bytes[file.position] ^= uint8_t{bad.flipping_byte.Shows(file.position)};
-    }
-    Record("write " + file.path, count);
-    return static_cast<ssize_t>(count);
-}
-
-int FakeMtd::Request(OpenFile &file, unsigned long request, void *argument)
+int RequestOfFlash(Device &flash, const OpenFile &file, unsigned long request, void *argument)
 {
     if (request == MEMGETINFO) {
         auto *info = static_cast<mtd_info_user *>(argument);
-        info->size = static_cast<uint32_t>(bytes.size());
-        info->erasesize = kBlock;
+        info->size = static_cast<uint32_t>(flash.bytes.size());
+        info->erasesize = Device::kBlock;
         return 0;
     }
-    if (request != MEMERASE) {
-        return FailWith(ENOTTY);
-    }
     const auto *block = static_cast<erase_info_user *>(argument);
+    if (request != MEMERASE || block->length != Device::kBlock ||
+        (file.flags & O_ACCMODE) != O_RDWR) {
+        return FailWith(EINVAL);
+    }
     Record("erase " + file.path);
-    if (block->length != kBlock || (file.flags & O_ACCMODE) != O_RDWR ||
-        bad.unerasable_block.Shows(block->start / kBlock)) {
-        return FailWith(EIO);
-    }
-    std::fill_n(bytes.begin() + block->start, block->length, uint8_t{0xFF});
+    flash.bytes.replace(block->start, block->length, block->length, '\xff');
     return 0;
 }
 
-ssize_t FakeWatchdog::Write(OpenFile & /*file*/, const void *buffer, size_t count)
-{
-    Record("watchdog write " + Hex({static_cast<const char *>(buffer), count}));
-    return static_cast<ssize_t>(count);
-}
+} // namespace
 
-int FakeWatchdog::Request(OpenFile & /*file*/, unsigned long request, void *argument)
+ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
 {
-    auto *value = static_cast<int *>(argument);
-    if (request == WDIOC_SETTIMEOUT) {
-        Record("watchdog set " + std::to_string(*value));
-    } else if (request == WDIOC_GETTIMEOUT) {
-        *value = timeout;
-    } else {
-        return FailWith(ENOTTY);
+    if (kind == kFlash) {
+        count = std::min({count, bytes.size() - file.position, transfer});
+        bytes.copy(static_cast<char *>(buffer), count, file.position);
+        file.position += count;
+        Record("read " + file.path, count);
+        return static_cast<ssize_t>(count);
     }
-    return 0;
-}
-
-ssize_t FakeEthernet::Read(OpenFile & /*file*/, void *buffer, size_t count)
-{
-    const size_t taken = arrivals.front().frame.copy(static_cast<char *>(buffer), count);
-    arrivals.pop_front();
-    return static_cast<ssize_t>(taken);
-}
-
-int FakeEthernet::Request(OpenFile & /*file*/, unsigned long request, void *argument)
-{
-    auto *interface = static_cast<ifreq *>(argument);
-    const std::string name{interface->ifr_name, strnlen(interface->ifr_name, IFNAMSIZ)};
-    Record("request " + std::to_string(request) + " " + name);
-    std::memcpy(interface->ifr_hwaddr.sa_data, kAddress, 6);
-    return 0;
-}
-
-short FakeEthernet::Poll(int timeout)
-{
-    const short events = arrivals.empty() ? short{0} : arrivals.front().events;
-    FakeBoard::Active()->clock += int64_t{timeout} * 1000; // whatever comes
-    if (!arrivals.empty() && (events & POLLIN) == 0) {
-        arrivals.pop_front(); // nothing to read
+    if (input.empty()) {
+        return FailWith(EAGAIN);
     }
-    return events;
-}
-
-ssize_t FakeSerialLine::Read(OpenFile & /*file*/, void *buffer, size_t count)
-{
-    const size_t taken = input.front().copy(static_cast<char *>(buffer), count);
-    Record("read " + std::to_string(count) + ":", taken);
-    if (input.front().erase(0, taken).empty()) {
+    std::string &piece = input.front().bytes;
+    const size_t taken = piece.copy(static_cast<char *>(buffer), count);
+    if (kind == kLine) {
+        Record("read " + std::to_string(count) + ":", taken);
+        piece.erase(0, taken);
+    }
+    if (piece.empty() || kind == kEthernet) { // of a frame that is too long the rest is lost
         input.pop_front();
     }
     return static_cast<ssize_t>(taken);
 }
 
-ssize_t FakeSerialLine::Write(OpenFile &file, const void *buffer, size_t count)
+ssize_t Device::Write(OpenFile &file, const void *buffer, size_t count)
 {
-    EXPECT_EQ(file.flags, O_RDWR | O_NOCTTY | O_NONBLOCK);
-    const std::string frame{static_cast<const char *>(buffer), count};
-    Record("write " + Hex(frame));
-    FakeBoard::Active()->clock += send_time;
-    std::ranges::copy(answer ? answer(frame) : Pieces{}, std::back_inserter(input));
+    const std::string data{static_cast<const char *>(buffer), count};
+    if (kind != kFlash) {
+        Record("write " + file.path.substr(file.path.rfind('/') + 1) + " " + Hex(data));
+        FakeBoard::Active()->clock += send_time;
+        const auto reply = replies.find(data.size() > 1 ? data[1] : '\0');
+        if (reply != replies.end()) {
+            for (const std::string &piece : reply->second) {
+                input.push_back({piece});
+            }
+        }
+        return static_cast<ssize_t>(count);
+    }
+    if (file.position == bytes.size()) {
+        return FailWith(ENOSPC);
+    }
+    count = std::min({count, bytes.size() - file.position, transfer});
+    for (size_t i = 0; i < count; ++i, ++file.position) {
+        const auto stuck = stuck_bytes.find(file.position);
+        const bool sticks = stuck != stuck_bytes.end() && stuck->second-- > 0;
+        bytes[file.position] = static_cast<char>((bytes[file.position] & data[i]) | int{sticks});
+    }
+    Record("write " + file.path, count);
     return static_cast<ssize_t>(count);
 }
 
-int FakeSerialLine::Request(OpenFile & /*file*/, unsigned long request, void *argument)
+int Device::Request(OpenFile &file, unsigned long request, void *argument)
 {
-    auto *value = static_cast<int *>(argument);
+    if (kind == kFlash) {
+        return RequestOfFlash(*this, file, request, argument);
+    }
+    if (kind == kEthernet) {
+        auto *interface = static_cast<ifreq *>(argument);
+        const std::string name{interface->ifr_name, strnlen(interface->ifr_name, IFNAMSIZ)};
+        Record("ask" + HexWord(request) + " " + name);
+        std::memcpy(interface->ifr_hwaddr.sa_data, kMacAddress, 6);
+        return 0;
+    }
+    auto *record = static_cast<uint32_t *>(argument);
+    std::string line = "ask" + HexWord(request);
+    for (int i = 0; i < words; ++i) {
+        line += HexWord(record[i]);
+    }
+    Record(line);
+    if (const auto answer = answers.find(request); answer != answers.end()) {
+        std::ranges::copy(answer->second.front(), record);
+        if (answer->second.size() > 1) { // the last one repeats
+            answer->second.pop_front();
+        }
+    }
+    return result;
+}
+
+int Device::Terminal(unsigned long request, void *argument)
+{
     std::string line = "drain";
     if (request == TCGETS) {
-        std::memcpy(argument, &settings, sizeof settings);
+        *static_cast<termios *>(argument) = settings;
         line = "get" + SettingsText(settings);
     } else if (request == TCSETS) {
-        std::memcpy(&settings, argument, sizeof settings);
+        settings = *static_cast<termios *>(argument);
         line = "set" + SettingsText(settings);
     } else if (request == TCFLSH) {
         input.clear();
-        line = "flush " + std::to_string(*value);
-    } else if (request == TIOCMGET) {
-        *value = modem_lines;
-        line = "get modem lines";
-    } else if (request == TIOCMSET) {
-        modem_lines = *value;
-        line = "set modem lines " + std::to_string(*value);
-    } else if (request == TIOCSERGETLSR) {
-        *value = --busy_polls > 0 ? 0 : TIOCSER_TEMT;
-        line = "get line status";
+        line = "flush " + std::to_string(*static_cast<int *>(argument));
     }
     Record(line);
     return 0;
+}
+
+short Device::Poll(int timeout)
+{
+    const short ready = input.empty() ? short{0} : input.front().events;
+    FakeBoard::Active()->clock += int64_t{timeout} * 1000; // whatever comes
+    if (!input.empty() && (ready & POLLIN) == 0) {
+        input.pop_front(); // nothing to read
+    }
+    return ready;
 }

@@ -1,0 +1,573 @@
+// The C library calls that touch the outside, as the board has them. A definition in an executable
+// wins over the shared library's, so the program needs no hooks for its tests.
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "tests/fake_board.h"
+
+namespace
+{
+
+template<typename Function>
+Function *Real(Function * /*type*/, const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+#define REAL(function) Real(&function, #function)
+// What the headers turn into another symbol where file offsets have 64 bits.
+#define REAL64(function) Real(&function, #function "64")
+
+constexpr auto Active = FakeBoard::Active;
+constexpr const char *kDatagrams = "socket";      // the path of a datagram socket
+constexpr const char *kPackets = "packet socket"; // and of a packet socket, which is a device too
+
+/// The board, for calls that must never reach the machine that the tests run on.
+FakeBoard &Board()
+{
+    return Active() != nullptr ? *Active() : (std::abort(), *Active());
+}
+
+bool Fails(const char *function, const std::string &path = "")
+{
+    return Active() != nullptr && Active()->Fails(function, path);
+}
+
+/// What a call returns that fails on purpose.
+int FaultResult()
+{
+    return errno == 0 ? 0 : -1;
+}
+
+int FailWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+std::string MapPath(const char *path)
+{
+    return Active() != nullptr ? Active()->Map(path) : path;
+}
+
+/// A file that the program has open; of another descriptor, one without a path.
+OpenFile &FileAt(int fd)
+{
+    static OpenFile other;
+    return Active() != nullptr && Active()->open_files.contains(fd) ? Active()->open_files[fd]
+                                                                    : other;
+}
+
+Device *DeviceAt(int fd)
+{
+    return Active() != nullptr ? Active()->DeviceAt(FileAt(fd).path) : nullptr;
+}
+
+bool IsSocket(int fd)
+{
+    return FileAt(fd).path == kDatagrams || FileAt(fd).path == kPackets;
+}
+
+int Took(int fd, const char *path, int flags = O_RDWR)
+{
+    if (fd >= 0) {
+        Board().open_files[fd] = {path, flags};
+    }
+    return fd;
+}
+
+/// Devices are there when the board has them; anything else is a file. The transcript tells of a
+/// device that is opened in a special way.
+int OpenOnBoard(const char *function, const char *path, int flags)
+{
+    if (Fails(function, path)) {
+        return -1;
+    }
+    const bool is_device = Board().DeviceAt(path) != nullptr;
+    const int special = flags & ~(O_ACCMODE | O_CREAT | O_CLOEXEC | O_LARGEFILE);
+    if (is_device && special != 0) {
+        const bool is_serial = special == (O_NOCTTY | O_NONBLOCK);
+        Board().Record("open " + std::string{path} +
+                       (is_serial ? " noctty nonblock" : " " + std::to_string(special)));
+    }
+    const std::string real_path = is_device ? "/dev/null" : MapPath(path);
+    return Took(static_cast<int>(syscall(SYS_openat, AT_FDCWD, real_path.c_str(), flags, 0666)),
+                path, flags);
+}
+
+/// Whether the descriptor is open to read, or to write.
+bool MayUse(int fd, int mode)
+{
+    const int opened = FileAt(fd).flags & O_ACCMODE;
+    return opened == O_RDWR || opened == mode;
+}
+
+int Terminal(const char *function, int fd, unsigned long request, void *argument)
+{
+    return Fails(function, FileAt(fd).path) ? -1
+           : DeviceAt(fd) == nullptr        ? FailWith(ENOTTY)
+                                            : DeviceAt(fd)->Terminal(request, argument);
+}
+
+// A stream on the board's files: the C library's own buffering and error handling, above reads and
+// writes that can fail.
+struct Stream {
+    int fd;
+    std::string path;
+};
+
+ssize_t ReadStream(void *cookie, char *buffer, size_t count)
+{
+    const auto *stream = static_cast<Stream *>(cookie);
+    return Fails("fread", stream->path) ? FaultResult()
+                                        : syscall(SYS_read, stream->fd, buffer, count);
+}
+
+ssize_t WriteStream(void *cookie, const char *buffer, size_t count)
+{
+    const auto *stream = static_cast<Stream *>(cookie);
+    return Fails("fwrite", stream->path) ? 0 : syscall(SYS_write, stream->fd, buffer, count);
+}
+
+int SeekStream(void *cookie, off_t *offset, int origin)
+{
+    const auto *stream = static_cast<Stream *>(cookie);
+    *offset = Fails("fseek", stream->path) ? -1 : lseek64(stream->fd, *offset, origin);
+    return *offset < 0 ? -1 : 0;
+}
+
+int CloseStream(void *cookie)
+{
+    const std::unique_ptr<Stream> stream{static_cast<Stream *>(cookie)};
+    close(stream->fd);
+    return Fails("fclose", stream->path) ? -1 : 0;
+}
+
+/// What is left to read of the directories that are open, the next entry last.
+std::map<DIR *, std::vector<dirent>> g_listings;
+
+std::string AddressText(const sockaddr *address)
+{
+    if (address->sa_family == AF_PACKET) {
+        return {address->sa_data, strnlen(address->sa_data, sizeof address->sa_data)};
+    }
+    sockaddr_in to{};
+    std::memcpy(&to, address, sizeof to);
+    return inet_ntoa(to.sin_addr) + (":" + std::to_string(ntohs(to.sin_port)));
+}
+
+struct NewThread {
+    FakeBoard *board;
+    void *(*body)(void *);
+    void *argument;
+};
+
+void *ThreadMain(void *memory)
+{
+    const std::unique_ptr<NewThread> thread{static_cast<NewThread *>(memory)};
+    thread->board->WorkerBegins();
+    void *result = thread->body(thread->argument);
+    thread->board->WorkerEnds();
+    return result;
+}
+
+} // namespace
+
+extern "C" {
+
+// --- files and devices
+
+int open(const char *path, int flags, ...)
+{
+    return Active() != nullptr ? OpenOnBoard("open", path, flags)
+                               : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
+}
+
+int close(int fd)
+{
+    if (Active() != nullptr) {
+        Active()->open_files.erase(fd);
+    }
+    errno = ENOTRECOVERABLE; // as any call may leave it
+    return static_cast<int>(syscall(SYS_close, fd));
+}
+
+ssize_t read(int fd, void *buffer, size_t count)
+{
+    Device *device = DeviceAt(fd);
+    return Fails("read", FileAt(fd).path) ? FaultResult()
+           : device == nullptr            ? syscall(SYS_read, fd, buffer, count)
+           : MayUse(fd, O_RDONLY)         ? device->Read(FileAt(fd), buffer, count)
+                                          : FailWith(EBADF);
+}
+
+ssize_t write(int fd, const void *buffer, size_t count)
+{
+    Device *device = DeviceAt(fd);
+    if (Fails("write", FileAt(fd).path)) {
+        return FaultResult();
+    }
+    if (FileAt(fd).path == "pipe" && count <= SSIZE_MAX) {
+        Board().Record("write pipe " + Hex({static_cast<const char *>(buffer), count}));
+    }
+    return device == nullptr      ? syscall(SYS_write, fd, buffer, count)
+           : MayUse(fd, O_WRONLY) ? device->Write(FileAt(fd), buffer, count)
+                                  : FailWith(EBADF);
+}
+
+int ioctl(int fd, unsigned long request, ...) __THROW
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    Device *device = DeviceAt(fd);
+    return Fails("ioctl", FileAt(fd).path) ? -1
+           : device == nullptr             ? FailWith(ENOTTY)
+                                           : device->Request(FileAt(fd), request, argument);
+}
+
+int tcgetattr(int fd, termios *settings) __THROW
+{
+    return Terminal("tcgetattr", fd, TCGETS, settings);
+}
+
+int tcsetattr(int fd, int when, const termios *settings) __THROW
+{
+    return Terminal("tcsetattr", fd, TCSETS + static_cast<unsigned>(when),
+                    const_cast<termios *>(settings));
+}
+
+int tcflush(int fd, int queue) __THROW
+{
+    return Terminal("tcflush", fd, TCFLSH, &queue);
+}
+
+int tcdrain(int fd)
+{
+    return Terminal("tcdrain", fd, TCSBRK, nullptr);
+}
+
+/// Waits for input only. A wait in vain takes 10 ms at least, so that a spinning program gets on.
+int select(int count, fd_set *__restrict input, fd_set *__restrict output,
+           fd_set *__restrict exceptions, timeval *__restrict timeout)
+{
+    if (Active() == nullptr) {
+        return REAL(select)(count, input, output, exceptions, timeout);
+    }
+    const int64_t limit = int64_t{timeout->tv_sec} * 1'000'000 + timeout->tv_usec;
+    Board().Record("select " + std::to_string(limit));
+    if (Fails("select")) {
+        return -1;
+    }
+    int ready = 0;
+    for (int fd = 0; fd < count; ++fd) {
+        if (FD_ISSET(fd, input)) {
+            const bool has_input = DeviceAt(fd) != nullptr && !DeviceAt(fd)->input.empty();
+            has_input ? ++ready : (FD_CLR(fd, input), 0);
+        }
+    }
+    if (ready == 0) {
+        Board().Pause(std::max<int64_t>(limit, 10'000));
+    }
+    return ready;
+}
+
+int poll(pollfd *state, nfds_t count, int timeout)
+{
+    if (Active() == nullptr) {
+        return REAL(poll)(state, count, timeout);
+    }
+    if (Fails("poll", FileAt(state->fd).path)) {
+        return -1;
+    }
+    state->revents = DeviceAt(state->fd)->Poll(timeout);
+    return state->revents != 0 ? 1 : 0;
+}
+
+off_t lseek(int fd, off_t offset, int origin) __THROW
+{
+    if (DeviceAt(fd) == nullptr) {
+        return REAL64(lseek)(fd, offset, origin);
+    }
+    if (Fails("lseek", FileAt(fd).path)) {
+        return -1;
+    }
+    FileAt(fd).position = static_cast<size_t>(offset); // from the beginning
+    return offset;
+}
+
+std::FILE *fopen(const char *path, const char *mode)
+{
+    if (Active() == nullptr) {
+        return REAL64(fopen)(path, mode);
+    }
+    const int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+    const int fd = OpenOnBoard("fopen", path, flags);
+    return fd < 0 ? nullptr
+                  : fopencookie(new Stream{fd, path}, mode,
+                                {ReadStream, WriteStream, SeekStream, CloseStream});
+}
+
+DIR *opendir(const char *path)
+{
+    DIR *directory = Fails("opendir", path) ? nullptr : REAL(opendir)(MapPath(path).c_str());
+    if (directory == nullptr || Active() == nullptr) {
+        return directory;
+    }
+    Active()->open_directories[directory] = path;
+    std::vector<dirent> &listing = g_listings[directory];
+    while (const dirent *entry = REAL64(readdir)(directory)) {
+        dirent copy{}; // of a record that is only as long as its name needs
+        std::memcpy(&copy, entry, std::min(size_t{entry->d_reclen}, sizeof copy));
+        listing.push_back(copy);
+    }
+    std::ranges::sort(listing, [](const dirent &left, const dirent &right) {
+        return std::strcmp(left.d_name, right.d_name) > 0;
+    });
+    return directory;
+}
+
+dirent *readdir(DIR *directory)
+{
+    const auto listing = g_listings.find(directory);
+    if (listing == g_listings.end()) {
+        return REAL64(readdir)(directory);
+    }
+    if (listing->second.empty()) {
+        return nullptr;
+    }
+    static dirent entry;
+    entry = listing->second.back();
+    listing->second.pop_back();
+    return &entry;
+}
+
+int closedir(DIR *directory)
+{
+    g_listings.erase(directory);
+    if (Active() != nullptr) {
+        Active()->open_directories.erase(directory);
+    }
+    const int result = REAL(closedir)(directory);
+    return Fails("closedir") ? -1 : result;
+}
+
+// Calls that may fail on purpose and otherwise do what they always do.
+#define FAILING(type, function, parameters, path, call)                                            \
+    type function parameters __THROW                                                               \
+    {                                                                                              \
+        return Fails(#function, path) ? -1 : call;                                                 \
+    }
+FAILING(int, access, (const char *path, int mode), path, REAL(access)(MapPath(path).c_str(), mode))
+FAILING(int, fstat, (int fd, struct stat *status), FileAt(fd).path, REAL64(fstat)(fd, status))
+FAILING(int, rename, (const char *from, const char *to), from,
+        REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str()))
+FAILING(int, remove, (const char *path), path, REAL(remove)(MapPath(path).c_str()))
+FAILING(pid_t, fork, (), "", REAL(fork)())
+
+int pipe(int ends[2]) __THROW
+{
+    if (Fails("pipe") || REAL(pipe)(ends) != 0) {
+        return -1;
+    }
+    if (Active() != nullptr) {
+        Took(ends[0], "pipe");
+        Took(ends[1], "pipe");
+    }
+    return 0;
+}
+
+int mount(const char *source, const char *target, const char *type, unsigned long flags,
+          const void *data) __THROW
+{
+    Board().Record("mount " + std::string{source} + " " + target + " " + type + " flags " +
+                   std::to_string(flags) + (data != nullptr ? " data" : ""));
+    return Fails("mount", target) ? -1 : 0;
+}
+
+int umount(const char *path) __THROW
+{
+    if (Board().Fails("umount", path)) {
+        return -1;
+    }
+    return Board().Unmount(path) ? 0 : FailWith(EBUSY);
+}
+
+// --- processes and time
+
+void exit(int status) __THROW
+{
+    if (Active() == nullptr) {
+        REAL(exit)(status);
+    }
+    Board().Record("exit " + std::to_string(status & 0xFF));
+    Board().Leave();
+}
+
+int kill(pid_t id, int signal_number) __THROW
+{
+    Board().Kill(id, signal_number);
+    return Fails("kill") ? -1 : 0;
+}
+
+sighandler_t signal(int number, sighandler_t handler) __THROW
+{
+    if (Active() == nullptr) {
+        return REAL(signal)(number, handler);
+    }
+    Board().Record("signal " + std::to_string(number) +
+                   (handler == SIG_IGN ? " ignored" : " handled"));
+    return std::exchange(Board().signal_handlers[number], handler);
+}
+
+int system(const char *command)
+{
+    return Board().Shell(command);
+}
+
+unsigned sleep(unsigned seconds)
+{
+    Board().Record("sleep " + std::to_string(seconds));
+    Board().Pause(int64_t{seconds} * 1'000'000);
+    return 0;
+}
+
+int usleep(useconds_t microseconds)
+{
+    Board().Record("usleep " + std::to_string(microseconds));
+    // A pause of nothing stands for the time of the scan that it ends.
+    Board().Pause(microseconds == 0 ? 10'000 : microseconds);
+    return 0;
+}
+
+int gettimeofday(timeval *__restrict now, void *__restrict zone) __THROW
+{
+    if (Active() == nullptr) {
+        return REAL(gettimeofday)(now, zone);
+    }
+    now->tv_sec = static_cast<time_t>(Board().clock / 1'000'000);
+    now->tv_usec = static_cast<suseconds_t>(Board().clock % 1'000'000);
+    return 0;
+}
+
+void syslog(int priority, const char *format, ...)
+{
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    const char *level = priority == LOG_ALERT  ? "alert "
+                        : priority == LOG_INFO ? "info "
+                                               : "other ";
+    Board().Record(std::string{"syslog "} + level + text);
+    errno = ENOTRECOVERABLE; // as any call may leave it
+}
+
+/// The second thread, of which there can be one.
+int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,
+                   void *(*body)(void *), void *__restrict argument) __THROW
+{
+    if (Active() == nullptr) {
+        return REAL(pthread_create)(thread, attributes, body, argument);
+    }
+    if (Fails("pthread_create")) {
+        return errno;
+    }
+    int state = 0;
+    pthread_attr_getdetachstate(attributes, &state);
+    Board().Record(state == PTHREAD_CREATE_DETACHED ? "thread detached" : "thread");
+    Board().worker_wakes = Board().clock;
+    return REAL(pthread_create)(thread, attributes, ThreadMain,
+                                new NewThread{Active(), body, argument});
+}
+
+// --- the network
+
+int socket(int domain, int type, int protocol) __THROW
+{
+    if (Active() == nullptr) {
+        return REAL(socket)(domain, type, protocol);
+    }
+    if (domain == AF_PACKET) {
+        Board().Record("packet socket " + std::to_string(type) + " " +
+                       std::to_string(ntohs(static_cast<uint16_t>(protocol))));
+        return Fails("socket") ? -1 : Took(REAL(socket)(AF_INET, SOCK_DGRAM, 0), kPackets);
+    }
+    if (domain != AF_INET || (type & ~SOCK_CLOEXEC) != SOCK_DGRAM || protocol != 0) {
+        return FailWith(EPROTONOSUPPORT);
+    }
+    return Fails("socket") ? -1 : Took(REAL(socket)(domain, type, protocol), kDatagrams);
+}
+
+int setsockopt(int fd, int level, int name, const void *value, socklen_t size) __THROW
+{
+    const bool reuse = level == SOL_SOCKET && name == SO_REUSEADDR && size == sizeof(int) &&
+                       *static_cast<const int *>(value) == 1 && IsSocket(fd);
+    Board().Record(reuse ? "reuse address" : "some option");
+    return Fails("setsockopt") ? -1 : 0;
+}
+
+int bind(int fd, const sockaddr *address, socklen_t size) __THROW
+{
+    Board().Record("bind " + AddressText(address));
+    return Fails("bind") ? -1 : IsSocket(fd) && size == 16 ? 0 : FailWith(ENOTSOCK);
+}
+
+ssize_t sendto(int fd, const void *buffer, size_t count, int flags, const sockaddr *address,
+               socklen_t size)
+{
+    Board().clock += Board().send_time;
+    if (Fails("sendto")) {
+        return FaultResult();
+    }
+    if (!IsSocket(fd) || flags != 0 || size != 16) {
+        return FailWith(ENOTSOCK);
+    }
+    count = std::min(count, Board().longest_send);
+    Board().datagrams.emplace_back(static_cast<const char *>(buffer), count);
+    Board().Record("send " + AddressText(address) + " " + Hex(Board().datagrams.back()));
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t recvfrom(int fd, void *buffer, size_t count, int flags, sockaddr * /*address*/,
+                 socklen_t * /*size*/)
+{
+    if (Fails("recvfrom")) {
+        return FaultResult();
+    }
+    if (!IsSocket(fd) || flags != 0 || Board().datagrams.empty()) {
+        return FailWith(ENOTSOCK);
+    }
+    const std::string datagram = Board().datagrams.front();
+    Board().datagrams.pop_front();
+    return static_cast<ssize_t>(datagram.copy(static_cast<char *>(buffer), count));
+}
+
+ssize_t recv(int fd, void *buffer, size_t count, int flags)
+{
+    return Fails("recv", FileAt(fd).path) ? FaultResult()
+           : flags != 0                   ? FailWith(EINVAL)
+                                          : DeviceAt(fd)->Read(FileAt(fd), buffer, count);
+}
+}

@@ -1,0 +1,168 @@
+// Arbitrary bytes for everything that reads bytes: what must hold whatever they are.
+//
+// Input: a character that picks what runs, one for the outside call that fails ('0' for none), one
+// that is odd where a package's sizes and CRCs are made right; the rest is package, configuration,
+// list, command lines, boot environment, replies, frames and datagrams at once.
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+#include "tests/packages.h"
+#include "tests/words.h"
+
+namespace
+{
+
+constexpr const char *kLines[] = {
+    "$ CUTIL_GetConfValue /etc/a.conf key 64 $ CUTIL_GetConfValueExact /etc/a.conf key 9",
+    "$ CUTIL_GetConfValueSep /etc/a.conf key 5 : $ load_drv $ xtime",
+    "$ CUTIL_SetConfValue /etc/a.conf key 9",
+    "$ CUTIL_SetConfValueSep = /etc/a.conf key 9",
+    "$ CUTIL_SetFileValue /etc/a.conf /etc/temp.conf key 9",
+    "$ CUTIL_KillProcAll /etc/a.conf 15 $ CUTIL_IsProc key 1 $ xkill key",
+    "$ xfactorydefault /etc/a.conf",
+    "$ get_boot_param /tmp/p",
+    "$ get_cb_cam_info -v",
+    "$ test_rs485 -v",
+    "$ test_rs232",
+    "$ tev_arp eth0 192.0.2.9 30",
+    "$ CICOMM_Init 4200 $ CICOMM_Recv $ CICOMM_Recv $ CICOMM_Close",
+    "$ upgrade /tmp/flash3 -v",
+    "$ xupgrade -i",
+    "$ test_sdcard -v",
+};
+
+uint32_t BigWordAt(const std::string &bytes, size_t offset)
+{
+    const std::string word = bytes.substr(offset, 4);
+    return WordAt({word.rbegin(), word.rend()}, 0);
+}
+
+size_t HeaderOf(const std::string &package)
+{
+    return package.size() >= 8 && WordAt(package, 4) == 3 ? 64 : 20;
+}
+
+/// The CRC that an image's header should have.
+std::string HeaderCrc(std::string image)
+{
+    return BigEndian(Crc32(image.replace(4, 4, 4, '\0').substr(0, 64)));
+}
+
+/// Makes the size of region 1 what is left for it, and its CRCs right.
+void Repair(std::string &package)
+{
+    const size_t header = HeaderOf(package), sizes = header == 64 ? 12 : 8;
+    if (package.size() < header + 64) {
+        return;
+    }
+    const uint32_t rest = WordAt(package, sizes + 4) + WordAt(package, sizes + 8);
+    const auto size = static_cast<uint32_t>(package.size() - header) - rest;
+    package.replace(sizes, 4, LittleEndian(size));
+    std::string image = package.substr(header);
+    image.replace(24, 4, BigEndian(Crc32(image.substr(64, BigWordAt(image, 12)))));
+    package.replace(header, 64, image.replace(4, 4, HeaderCrc(image)).substr(0, 64));
+}
+
+bool IsSound(const std::string &package)
+{
+    const size_t header = HeaderOf(package);
+    const std::string image = package.substr(std::min(header, package.size()));
+    return image.size() >= 64 && HeaderCrc(image) == image.substr(4, 4) &&
+           BigWordAt(image, 24) == Crc32(image.substr(64, BigWordAt(image, 12)));
+}
+
+void Require(bool holds, const char *rule)
+{
+    if (!holds) {
+        std::fprintf(stderr, "does not hold: %s\n", rule);
+        std::abort();
+    }
+}
+
+void Prepare(FakeBoard &board, const std::string &text, const std::string &package)
+{
+    board.Write("/tmp/flash3", package);
+    for (const char *path :
+         {"/etc/a.conf", "/etc/cam_model.conf", "/usr/upgrade", "/etc/stream.conf",
+          "/mnt/sd/test.txt", "/etc/killList", "/etc/capabilities.conf"}) {
+        board.Write(path, text);
+    }
+    for (const char *id : {"19", "20", "21", "4711", "0030", "x"}) {
+        board.Write("/proc/" + std::string{id} + "/cmdline", text.substr(id[0] % 4));
+    }
+    board.devices["/dev/mtd/0"].kind = Device::kFlash;
+    board.devices["/dev/mtd/0"].bytes = std::string(0x40000, 'x') + text;
+    for (const char *path : {"/dev/ttyAMA1", "/dev/ttyAMA2"}) {
+        board.devices[path].kind = Device::kLine;
+        for (const char second : {'\xa5', '\xe0', '\x5c', '\xe3'}) {
+            board.devices[path].replies[second] = {text.substr(0, 9), text.substr(0, 300)};
+        }
+    }
+    for (size_t at = 0; at < text.size() && at < 2000; at += 43) {
+        const auto events = static_cast<short>(text[at] & (POLLIN | POLLERR | POLLHUP));
+        board.devices["packet socket"].input.push_back({text.substr(at + 1, 42), events});
+    }
+    board.datagrams = {text, text + std::string(110'000, 'x'), text};
+}
+
+void Fuzz(const std::string &input)
+{
+    const std::string line = kLines[static_cast<uint8_t>(input[0]) % std::size(kLines)];
+    const std::string text = input.substr(3);
+    std::string package = text;
+    if (input[2] % 2 != 0) {
+        Repair(package);
+    }
+    FakeBoard board;
+    Prepare(board, text, package);
+    const int failing = static_cast<uint8_t>(input[1] - '0');
+    board.Fail({"", EIO, failing, failing});
+    RunLine(board, WordsIn(line));
+
+    bool failed = false;
+    for (const std::string &found : board.TakeTranscript()) {
+        const bool touches = found.starts_with("erase") || found.starts_with("write /dev/mtd");
+        Require(!touches || IsSound(package), "flash is not touched without a sound package");
+        Require(!found.starts_with("kill ") || std::stoi(found.substr(5)) >= 20,
+                "no early process");
+        Require(!found.starts_with("left open") || found.ends_with("watchdog"),
+                "nothing stays open");
+        failed = failed || found.starts_with("= -");
+    }
+    if (line.starts_with("$ CUTIL_Set")) {
+        const std::string after = board.Read("/etc/a.conf");
+        Require(after == text ? failed || after.find("key=9\n") != std::string::npos
+                              : !failed && after.find("key=9\n") != std::string::npos,
+                "a configuration file is old or new");
+    }
+}
+
+} // namespace
+
+/// Memory that was freed is used again soon, which makes the runs four times as fast.
+extern "C" const char *__asan_default_options()
+{
+    return "quarantine_size_mb=1";
+}
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    // No watch over the whole memory, since that is a thread of its own, whose sleeps the board
+    // takes for the program's; each allocation is looked at instead.
+    static char options[][32] = {"-rss_limit_mb=0", "-malloc_limit_mb=64"};
+    static std::vector<char *> arguments(*argv, *argv + *argc);
+    arguments.insert(arguments.end(), {options[0], options[1]});
+    *argc = static_cast<int>(arguments.size());
+    arguments.push_back(nullptr);
+    *argv = arguments.data();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size >= 3) {
+        Fuzz({reinterpret_cast<const char *>(data), size});
+    }
+    return 0;
+}

@@ -1,0 +1,241 @@
+// What the cases prepare, and the words of their lines.
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/packages.h"
+#include "tests/words.h"
+
+namespace
+{
+
+using namespace std::string_literals;
+
+/// Parts of the frames that a packet socket hears, by name.
+const std::map<std::string, std::string> kFrameParts = {
+    {"ethernet", std::string(12, '\0')},
+    {"hardware", "\0\1\x08\0\6\4"s},
+    {"arp", std::string(12, '\0') + "\x08\6\0\1\x08\0\6\4"s},
+    {"request", "\0\1"s},
+    {"reply", "\0\2"s},
+    {"own", "\2\0\0\0\0\1"s},
+    {"other", "\2\0\0\0\0\2"s},
+    {"nobody", std::string(6, '\0')},
+    {"wanted", "\xc0\0\2\x09"s},
+    {"else", "\xc0\0\2\x08"s},
+    {"nowhere", std::string(4, '\0')},
+};
+
+long long Number(const std::string &word)
+{
+    return std::stoll(word, nullptr, 0);
+}
+
+/// Parts of a frame or their bytes; "<28" cuts it, "!16" are the events that poll tells.
+Device::Piece FrameOf(const Words &words)
+{
+    Device::Piece frame;
+    for (size_t i = 1; i < words.size(); ++i) {
+        const auto part = kFrameParts.find(words[i]);
+        if (words[i].starts_with('<')) {
+            frame.bytes.resize(std::stoul(words[i].substr(1)));
+        } else if (words[i].starts_with('!')) {
+            frame.events = static_cast<short>(Number(words[i].substr(1)));
+        } else {
+            frame.bytes += part != kFrameParts.end() ? part->second : words[i];
+        }
+    }
+    return frame;
+}
+
+/// FUNCTION ERROR [N | N-M] [PATH]
+FakeBoard::Fault FaultOf(const Words &words)
+{
+    int error = 0;
+    while (words.at(2) != "0" &&
+           (strerrorname_np(error) == nullptr || words.at(2) != strerrorname_np(error))) {
+        ++error;
+    }
+    FakeBoard::Fault fault{words.at(1), error};
+    if (words.size() > 3) {
+        fault.first = std::stoi(words.at(3));
+        fault.last = std::stoi(words.at(3).substr(words.at(3).find('-') + 1));
+        fault.path = words.size() > 4 ? words.at(4) : "";
+    }
+    return fault;
+}
+
+/// ID | FIRST-LAST, then the command line
+void AddProcesses(FakeBoard &board, const Words &words)
+{
+    const int last = std::stoi(words.at(1).substr(words.at(1).find('-') + 1));
+    for (int id = std::stoi(words.at(1)); id <= last; ++id) {
+        board.Write("/proc/" + std::to_string(id) + "/cmdline", words.at(2));
+    }
+}
+
+/// [KEY=VALUE...]
+void WritePackage(FakeBoard &board, const Words &words)
+{
+    PackageBuilder package;
+    const std::map<std::string, std::string *> texts = {{"marker", &package.marker},
+                                                        {"second", &package.second},
+                                                        {"etc", &package.etc},
+                                                        {"data", &package.kernel.data}};
+    const std::map<std::string, char *> codes = {{"version", &package.version},
+                                                 {"architecture", &package.kernel.architecture},
+                                                 {"type", &package.kernel.type},
+                                                 {"compression", &package.kernel.compression},
+                                                 {"system", &package.kernel.system}};
+    for (size_t i = 1; i < words.size(); ++i) {
+        const size_t end = words[i].find('=');
+        const std::string key = words[i].substr(0, end), value = words[i].substr(end + 1);
+        texts.contains(key) ? void(*texts.at(key) = value)
+                            : void(*codes.at(key) = static_cast<char>(Number(value)));
+    }
+    board.Write("/tmp/flash3", package.Build());
+}
+
+/// PATH REQUEST RECORD...: what a driver fills in, one record a call, of words with commas.
+void AddAnswers(FakeBoard &board, const Words &words)
+{
+    auto &answers = board.devices[words.at(1)].answers[std::stoul(words.at(2), nullptr, 16)];
+    answers.clear();
+    for (size_t i = 3; i < words.size(); ++i) {
+        std::istringstream record{words[i]};
+        answers.emplace_back();
+        for (std::string word; std::getline(record, word, ',');) {
+            answers.back().push_back(static_cast<uint32_t>(Number(word)));
+        }
+    }
+}
+
+using Preparation = void (*)(FakeBoard &board, const Words &words);
+
+const std::map<std::string, Preparation> kPreparations = {
+    {"file", [](auto &board, auto &words) { board.Write(words.at(1), words.at(2)); }},
+    {"conf", [](auto &board, auto &words) { board.Write("/etc/a.conf", words.at(1)); }},
+    {"new", [](auto &board, auto &words) { board.new_etc[words.at(1)] = words.at(2); }},
+    {"package", WritePackage},
+    {"poke",
+     [](auto &board, auto &words) {
+         board.Write(words.at(1),
+                     board.Read(words.at(1))
+                         .replace(std::stoul(words.at(2)), words.at(3).size(), words.at(3)));
+     }},
+    {"cut",
+     [](auto &board, auto &words) {
+         board.Write(words.at(1), board.Read(words.at(1)).substr(0, std::stoul(words.at(2))));
+     }},
+    {"no",
+     [](auto &board, auto &words) {
+         std::filesystem::remove_all(board.Map(words.at(1)));
+         board.devices.erase(words.at(1));
+     }},
+    {"proc", AddProcesses},
+    {"stubborn", [](auto &board, auto &) { board.processes_obey = false; }},
+    {"clock", [](auto &board, auto &words) { board.clock = Number(words.at(1)); }},
+    {"at",
+     [](auto &board, auto &words) {
+         board.events.push_back({words.at(1), std::stoi(words.at(2)), [&board, words] {
+                                     Prepare(board, {words.begin() + 3, words.end()});
+                                 }});
+     }},
+    {"signal",
+     [](auto &board, auto &words) { board.signal_handlers.at(std::stoi(words.at(1)))(0); }},
+    {"fail", [](auto &board, auto &words) { board.Fail(FaultOf(words)); }},
+    {"no-input", [](auto &board, auto &) { board.has_input = false; }},
+    {"driver",
+     [](auto &board, auto &words) {
+         board.devices[words.at(1)].words = std::stoi(words.at(2));
+         board.devices[words.at(1)].result =
+             words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
+     }},
+    {"answer", AddAnswers},
+    {"flash",
+     [](auto &board, auto &words) {
+         board.devices[words.at(1)].kind = Device::kFlash;
+         board.devices[words.at(1)].bytes = words.at(2);
+     }},
+    {"transfer",
+     [](auto &board, auto &words) {
+         board.devices[words.at(1)].transfer = std::stoul(words.at(2));
+     }},
+    {"line",
+     [](auto &board, auto &words) {
+         board.devices[words.at(1)].kind = Device::kLine;
+         board.devices[words.at(1)].send_time = Number(words.at(2));
+     }},
+    {"received",
+     [](auto &board, auto &words) { board.devices[words.at(1)].input.push_back({words.at(2)}); }},
+    {"reply",
+     [](auto &board, auto &words) {
+         board.devices[words.at(1)].replies[words.at(2)[0]] = {words.begin() + 3, words.end()};
+     }},
+    {"hear", [](auto &board,
+                auto &words) { board.devices["packet socket"].input.push_back(FrameOf(words)); }},
+    {"datagram", [](auto &board, auto &words) { board.datagrams.push_back(words.at(1)); }},
+    {"send-time", [](auto &board, auto &words) { board.send_time = Number(words.at(1)); }},
+    {"longest-send",
+     [](auto &board, auto &words) { board.longest_send = std::stoul(words.at(1)); }},
+};
+
+char Unescaped(const std::string &line, size_t &at)
+{
+    static const std::string kLetters = "nrtes0", kBytes = "\n\r\t\033 \0"s;
+    if (line.at(at) == 'x') {
+        at += 2;
+        return static_cast<char>(std::stoi(line.substr(at - 1, 2), nullptr, 16));
+    }
+    const size_t letter = kLetters.find(line[at]);
+    return letter != std::string::npos ? kBytes[letter] : line[at];
+}
+
+} // namespace
+
+Words WordsIn(const std::string &line)
+{
+    Words words;
+    std::string word;
+    bool quoted = false, begun = false;
+    std::vector<size_t> braces; // where the texts to repeat begin
+    for (size_t at = 0; at <= line.size(); ++at) {
+        const char c = at < line.size() ? line[at] : ' ';
+        if (c == ' ' && !quoted) {
+            if (std::exchange(begun, false)) {
+                words.push_back(std::exchange(word, ""));
+            }
+            continue;
+        }
+        begun = true;
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (c == '\\') {
+            word += Unescaped(line, ++at);
+        } else if (c == '{') {
+            braces.push_back(word.size());
+        } else if (c == '}') {
+            const size_t begin = braces.back(), star = word.rfind('*');
+            braces.pop_back();
+            const std::string text = word.substr(begin, star - begin);
+            const unsigned long count = std::stoul(word.substr(star + 1));
+            word.resize(begin);
+            for (unsigned long i = 0; i < count; ++i) {
+                word += text;
+            }
+        } else {
+            word += c;
+        }
+    }
+    return words;
+}
+
+void Prepare(FakeBoard &board, const Words &words)
+{
+    const OffBoard off;
+    if (!kPreparations.contains(words.at(0))) {
+        throw std::runtime_error("no preparation " + words.at(0));
+    }
+    kPreparations.at(words.at(0))(board, words);
+}
