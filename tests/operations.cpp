@@ -62,7 +62,7 @@ long long NumberOf(const std::string &word)
     return word.starts_with('/')
                ? Opened(open(word.c_str(),
                              O_RDWR | (word.starts_with("/dev/tty") ? O_NOCTTY | O_NONBLOCK : 0)))
-           : word == "udp"    ? Opened(TEV_OpenLocalUDPCSocket())
+           : word == "udp"    ? Opened(socket(AF_INET, SOCK_DGRAM, 0))
            : word == "packet" ? Opened(socket(AF_PACKET, SOCK_PACKET, 0))
            : word == "pipe"   ? (pipe(ends), Opened(ends[0]), Opened(ends[1]))
                               : std::stoll(word, nullptr, 0);
@@ -325,9 +325,12 @@ const std::map<std::string, Operation> kOperations = {
 
 void RunOne(FakeBoard &board, const Words &words)
 {
-    const auto applet = std::ranges::find(Applets(), words.at(0), &Applet::name);
-    if (applet != Applets().end() || words.at(0) == "qve") {
-        const int result = applet != Applets().end()
+    const Applet *applet = Applets();
+    while (applet->name != nullptr && words.at(0) != applet->name) {
+        ++applet;
+    }
+    if (applet->name != nullptr || words.at(0) == "qve") {
+        const int result = applet->name != nullptr
                                ? StartHandler(applet->handler, words)
                                : StartHandler(Dispatch, {words.begin() + 1, words.end()});
         result != 0 ? board.Record(ResultText(result)) : void();
