@@ -202,6 +202,18 @@ int open(const char *path, int flags, ...)
                                : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
 }
 
+int openat(int fd, const char *path, int flags, ...)
+{
+    for (const auto &[directory, name] : Active() != nullptr
+                                             ? Active()->open_directories
+                                             : decltype(FakeBoard::open_directories){}) {
+        if (dirfd(static_cast<DIR *>(directory)) == fd) {
+            return OpenOnBoard("open", (name + "/" + path).c_str(), flags);
+        }
+    }
+    return static_cast<int>(syscall(SYS_openat, fd, path, flags, 0666));
+}
+
 int close(int fd)
 {
     if (Active() != nullptr) {

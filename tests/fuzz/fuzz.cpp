@@ -90,7 +90,8 @@ void Prepare(FakeBoard &board, const std::string &text, const std::string &packa
         board.Write(path, text);
     }
     for (const char *id : {"19", "20", "21", "4711", "0030", "x"}) {
-        board.Write("/proc/" + std::string{id} + "/cmdline", text.substr(std::min(text.size(), strlen(id) % 3)));
+        board.Write("/proc/" + std::string{id} + "/cmdline",
+                    text.substr(std::min(text.size(), strlen(id) % 3)));
     }
     board.devices["/dev/mtd/0"].kind = Device::kFlash;
     board.devices["/dev/mtd/0"].bytes = std::string(0x40000, 'x') + text;
