@@ -66,6 +66,9 @@ FakeBoard::~FakeBoard()
     for (const auto &[fd, file] : open_files) {
         close(fd);
     }
+    if (!has_input) {
+        openat(AT_FDCWD, "/dev/null", O_RDONLY); // as descriptor 0
+    }
     fs::remove_all(root_);
 }
 
@@ -125,9 +128,6 @@ void FakeBoard::End()
         Record("left open " + path);
     }
     g_active = nullptr;
-    if (!has_input) {
-        openat(AT_FDCWD, "/dev/null", O_RDONLY); // unless the program has left another one there
-    }
 }
 
 void FakeBoard::Leave()
