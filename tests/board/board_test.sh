@@ -53,7 +53,7 @@ for job in job*; do
     options+=(--job "$job")
 done
 # A board that fails or hangs ends early, which shows in what came out.
-"$top/board/run.sh" --timeout 300 --install root "${options[@]}" flash 2>errors | in_order >output || true
+"$top/board/run.sh" --timeout 600 --install root "${options[@]}" flash 2>errors | in_order >output || true
 if [ "${2:-}" = --update ]; then
     updated=$(sed '/^boot loader:/,$d' "$file" && cat output)
     echo "$updated" >"$file"
