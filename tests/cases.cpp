@@ -102,6 +102,13 @@ Words Split(const std::string &text)
     return parts;
 }
 
+/// Adds what stands in a line below a command: behind each bar, or all of it.
+void AddExpected(Words &expected, const std::string &text)
+{
+    const Words more = text.starts_with("  | ") ? Split(text.substr(4)) : Words{text};
+    expected.insert(expected.end(), more.begin(), more.end());
+}
+
 /// The command and what it gives, in lines of limited width.
 std::string Laid(const std::string &command, const Words &found)
 {
@@ -133,9 +140,7 @@ void RunStep(const Case &own, const Block &block, size_t &at, FakeBoard &board, 
     const std::string command = expected.front();
     expected.erase(expected.begin());
     for (; at + 1 < block.size() && IsExpected(block[at + 1]); ++at) {
-        const std::string &text = block[at + 1].text;
-        const Words more = text.starts_with("  | ") ? Split(text.substr(4)) : Words{text};
-        expected.insert(expected.end(), more.begin(), more.end());
+        AddExpected(expected, block[at + 1].text);
     }
     RunLine(board, WordsIn(command));
     const Words found = board.TakeTranscript(only);
@@ -200,8 +205,9 @@ void AddBlock(const std::string &path, Block block, Block &background, std::dequ
     const std::string &first = block[0].text;
     if (first.starts_with("define ")) {
         Words lines;
-        std::transform(block.begin() + 1, block.end(), std::back_inserter(lines),
-                       [](const Line &line) { return line.text; });
+        for (auto line = block.begin() + 1; line != block.end(); ++line) {
+            AddExpected(lines, line->text);
+        }
         g_definitions.emplace_back("<" + first.substr(7) + ">", Expanded(lines));
     } else if (std::ranges::none_of(block, Runs)) {
         background = block;

@@ -105,9 +105,6 @@ void FakeBoard::Begin()
     std::fflush(stdout);
     saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
     saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
-    if (!has_input) {
-        close(0);
-    }
     g_active = this;
 }
 

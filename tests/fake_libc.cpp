@@ -87,12 +87,24 @@ bool IsSocket(int fd)
     return FileAt(fd).path == kDatagrams || FileAt(fd).path == kPackets;
 }
 
+/// Whether the descriptor is open to read, or to write.
+bool MayUse(int fd, int mode)
+{
+    const int opened = FileAt(fd).flags & O_ACCMODE;
+    return opened == O_RDWR || opened == mode;
+}
+
 int Took(int fd, const char *path, int flags = O_RDWR)
 {
     if (fd >= 0) {
         Board().open_files[fd] = {path, flags};
     }
     return fd;
+}
+
+int OpenReally(const char *path, int flags)
+{
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
 }
 
 /// Devices are there when the board has them; anything else is a file. The transcript tells of a
@@ -109,23 +121,12 @@ int OpenOnBoard(const char *function, const char *path, int flags)
         Board().Record("open " + std::string{path} +
                        (is_serial ? " noctty nonblock" : " " + std::to_string(special)));
     }
-    const std::string real_path = is_device ? "/dev/null" : MapPath(path);
-    return Took(static_cast<int>(syscall(SYS_openat, AT_FDCWD, real_path.c_str(), flags, 0666)),
-                path, flags);
+    return Took(OpenReally(is_device ? "/dev/null" : MapPath(path).c_str(), flags), path, flags);
 }
 
-/// Whether the descriptor is open to read, or to write.
-bool MayUse(int fd, int mode)
+int Terminal(int fd, unsigned long request, void *argument)
 {
-    const int opened = FileAt(fd).flags & O_ACCMODE;
-    return opened == O_RDWR || opened == mode;
-}
-
-int Terminal(const char *function, int fd, unsigned long request, void *argument)
-{
-    return Fails(function, FileAt(fd).path) ? -1
-           : DeviceAt(fd) == nullptr        ? FailWith(ENOTTY)
-                                            : DeviceAt(fd)->Terminal(request, argument);
+    return DeviceAt(fd) == nullptr ? FailWith(ENOTTY) : DeviceAt(fd)->Terminal(request, argument);
 }
 
 // A stream on the board's files: the C library's own buffering and error handling, above reads and
@@ -175,6 +176,67 @@ std::string AddressText(const sockaddr *address)
     return inet_ntoa(to.sin_addr) + (":" + std::to_string(ntohs(to.sin_port)));
 }
 
+int OpenSocket(int domain, int type, int protocol)
+{
+    const std::string kind =
+        std::to_string(type) + " " + std::to_string(ntohs(static_cast<uint16_t>(protocol)));
+    if (domain == AF_PACKET) {
+        Board().Record("packet socket " + kind);
+    } else if (domain != AF_INET || (type & ~SOCK_CLOEXEC) != SOCK_DGRAM || protocol != 0) {
+        return FailWith(EPROTONOSUPPORT);
+    }
+    const int fd = REAL(socket)(AF_INET, SOCK_DGRAM, 0);
+    return Took(fd, domain == AF_PACKET ? kPackets : kDatagrams);
+}
+
+ssize_t Send(int fd, std::string bytes, int flags, const sockaddr *address)
+{
+    if (!IsSocket(fd) || flags != 0) {
+        return FailWith(ENOTSOCK);
+    }
+    bytes.resize(std::min(bytes.size(), Board().longest_send));
+    Board().datagrams.push_back(bytes);
+    Board().Record("send " + AddressText(address) + " " + Hex(bytes));
+    return static_cast<ssize_t>(bytes.size());
+}
+
+ssize_t Receive(int fd, void *buffer, size_t count, int flags)
+{
+    if (!IsSocket(fd) || flags != 0 || Board().datagrams.empty()) {
+        return FailWith(ENOTSOCK);
+    }
+    const std::string datagram = Board().datagrams.front();
+    Board().datagrams.pop_front();
+    return static_cast<ssize_t>(datagram.copy(static_cast<char *>(buffer), count));
+}
+
+/// Of select: leaves those in `input` that have some. A wait in vain takes 10 ms at least, so that
+/// a spinning program gets on.
+int AwaitInput(int count, fd_set *input, int64_t limit)
+{
+    int ready = 0;
+    for (int fd = 0; fd < count; ++fd) {
+        if (FD_ISSET(fd, input)) {
+            const bool has_input = DeviceAt(fd) != nullptr && !DeviceAt(fd)->input.empty();
+            has_input ? ++ready : (FD_CLR(fd, input), 0);
+        }
+    }
+    if (ready == 0) {
+        Board().Pause(std::max<int64_t>(limit, 10'000));
+    }
+    return ready;
+}
+
+int PollOne(pollfd &state, int timeout)
+{
+    state.revents = 0;
+    if (Fails("poll", FileAt(state.fd).path)) {
+        return -1;
+    }
+    state.revents = DeviceAt(state.fd)->Poll(timeout);
+    return state.revents != 0 ? 1 : 0;
+}
+
 struct NewThread {
     FakeBoard *board;
     void *(*body)(void *);
@@ -192,23 +254,49 @@ void *ThreadMain(void *memory)
 
 } // namespace
 
+/// A call that can fail on purpose, and what it does otherwise. It may be told not to throw.
+#define FAKE(type, function, parameters, throws, path, otherwise)                                  \
+    type function parameters throws                                                                \
+    {                                                                                              \
+        return Fails(#function, path) ? FaultResult() : (otherwise);                               \
+    }
+
 extern "C" {
 
 // --- files and devices
 
+FAKE(ssize_t, read, (int fd, void *buffer, size_t count), , FileAt(fd).path,
+     DeviceAt(fd) == nullptr ? syscall(SYS_read, fd, buffer, count)
+     : MayUse(fd, O_RDONLY)  ? DeviceAt(fd)->Read(FileAt(fd), buffer, count)
+                             : FailWith(EBADF))
+FAKE(ssize_t, recv, (int fd, void *buffer, size_t count, int flags), , FileAt(fd).path,
+     flags == 0 ? DeviceAt(fd)->Read(FileAt(fd), buffer, count) : FailWith(EINVAL))
+FAKE(int, fstat, (int fd, struct stat *status), __THROW, FileAt(fd).path, REAL64(fstat)(fd, status))
+FAKE(int, access, (const char *path, int mode), __THROW, path,
+     REAL(access)(MapPath(path).c_str(), mode))
+FAKE(int, remove, (const char *path), __THROW, path, REAL(remove)(MapPath(path).c_str()))
+FAKE(int, rename, (const char *from, const char *to), __THROW, from,
+     REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str()))
+FAKE(int, tcgetattr, (int fd, termios *settings), __THROW, FileAt(fd).path,
+     Terminal(fd, TCGETS, settings))
+FAKE(int, tcsetattr, (int fd, int when, const termios *settings), __THROW, FileAt(fd).path,
+     Terminal(fd, TCSETS + static_cast<unsigned>(when), const_cast<termios *>(settings)))
+FAKE(int, tcflush, (int fd, int queue), __THROW, FileAt(fd).path, Terminal(fd, TCFLSH, &queue))
+FAKE(int, tcdrain, (int fd), , FileAt(fd).path, Terminal(fd, TCSBRK, nullptr))
+FAKE(int, umount, (const char *path), __THROW, path, Board().Unmount(path) ? 0 : FailWith(EBUSY))
+FAKE(pid_t, fork, (), __THROW, "", REAL(fork)())
+
 int open(const char *path, int flags, ...)
 {
-    return Active() != nullptr ? OpenOnBoard("open", path, flags)
-                               : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
+    return Active() != nullptr ? OpenOnBoard("open", path, flags) : OpenReally(path, flags);
 }
 
 int openat(int fd, const char *path, int flags, ...)
 {
-    for (const auto &[directory, name] : Active() != nullptr
-                                             ? Active()->open_directories
-                                             : decltype(FakeBoard::open_directories){}) {
-        if (dirfd(static_cast<DIR *>(directory)) == fd) {
-            return OpenOnBoard("open", (name + "/" + path).c_str(), flags);
+    for (const auto &[directory, name] : g_listings) {
+        if (Active() != nullptr && dirfd(directory) == fd) {
+            const std::string parent = Active()->open_directories[directory];
+            return OpenOnBoard("open", (parent + "/" + path).c_str(), flags);
         }
     }
     return static_cast<int>(syscall(SYS_openat, fd, path, flags, 0666));
@@ -221,15 +309,6 @@ int close(int fd)
     }
     errno = ENOTRECOVERABLE; // as any call may leave it
     return static_cast<int>(syscall(SYS_close, fd));
-}
-
-ssize_t read(int fd, void *buffer, size_t count)
-{
-    Device *device = DeviceAt(fd);
-    return Fails("read", FileAt(fd).path) ? FaultResult()
-           : device == nullptr            ? syscall(SYS_read, fd, buffer, count)
-           : MayUse(fd, O_RDONLY)         ? device->Read(FileAt(fd), buffer, count)
-                                          : FailWith(EBADF);
 }
 
 ssize_t write(int fd, const void *buffer, size_t count)
@@ -252,68 +331,22 @@ int ioctl(int fd, unsigned long request, ...) __THROW
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    Device *device = DeviceAt(fd);
     return Fails("ioctl", FileAt(fd).path) ? -1
-           : device == nullptr             ? FailWith(ENOTTY)
-                                           : device->Request(FileAt(fd), request, argument);
+           : DeviceAt(fd) == nullptr       ? FailWith(ENOTTY)
+                                           : DeviceAt(fd)->Request(FileAt(fd), request, argument);
 }
 
-int tcgetattr(int fd, termios *settings) __THROW
+int select(int count, fd_set *__restrict input, fd_set *__restrict /*output*/,
+           fd_set *__restrict /*exceptions*/, timeval *__restrict timeout)
 {
-    return Terminal("tcgetattr", fd, TCGETS, settings);
-}
-
-int tcsetattr(int fd, int when, const termios *settings) __THROW
-{
-    return Terminal("tcsetattr", fd, TCSETS + static_cast<unsigned>(when),
-                    const_cast<termios *>(settings));
-}
-
-int tcflush(int fd, int queue) __THROW
-{
-    return Terminal("tcflush", fd, TCFLSH, &queue);
-}
-
-int tcdrain(int fd)
-{
-    return Terminal("tcdrain", fd, TCSBRK, nullptr);
-}
-
-/// Waits for input only. A wait in vain takes 10 ms at least, so that a spinning program gets on.
-int select(int count, fd_set *__restrict input, fd_set *__restrict output,
-           fd_set *__restrict exceptions, timeval *__restrict timeout)
-{
-    if (Active() == nullptr) {
-        return REAL(select)(count, input, output, exceptions, timeout);
-    }
     const int64_t limit = int64_t{timeout->tv_sec} * 1'000'000 + timeout->tv_usec;
     Board().Record("select " + std::to_string(limit));
-    if (Fails("select")) {
-        return -1;
-    }
-    int ready = 0;
-    for (int fd = 0; fd < count; ++fd) {
-        if (FD_ISSET(fd, input)) {
-            const bool has_input = DeviceAt(fd) != nullptr && !DeviceAt(fd)->input.empty();
-            has_input ? ++ready : (FD_CLR(fd, input), 0);
-        }
-    }
-    if (ready == 0) {
-        Board().Pause(std::max<int64_t>(limit, 10'000));
-    }
-    return ready;
+    return Fails("select") ? -1 : AwaitInput(count, input, limit);
 }
 
-int poll(pollfd *state, nfds_t count, int timeout)
+int poll(pollfd *states, nfds_t count, int timeout)
 {
-    if (Active() == nullptr) {
-        return REAL(poll)(state, count, timeout);
-    }
-    if (Fails("poll", FileAt(state->fd).path)) {
-        return -1;
-    }
-    state->revents = DeviceAt(state->fd)->Poll(timeout);
-    return state->revents != 0 ? 1 : 0;
+    return Active() == nullptr ? REAL(poll)(states, count, timeout) : PollOne(*states, timeout);
 }
 
 off_t lseek(int fd, off_t offset, int origin) __THROW
@@ -321,11 +354,8 @@ off_t lseek(int fd, off_t offset, int origin) __THROW
     if (DeviceAt(fd) == nullptr) {
         return REAL64(lseek)(fd, offset, origin);
     }
-    if (Fails("lseek", FileAt(fd).path)) {
-        return -1;
-    }
     FileAt(fd).position = static_cast<size_t>(offset); // from the beginning
-    return offset;
+    return Fails("lseek", FileAt(fd).path) ? -1 : offset;
 }
 
 std::FILE *fopen(const char *path, const char *mode)
@@ -365,10 +395,10 @@ dirent *readdir(DIR *directory)
     if (listing == g_listings.end()) {
         return REAL64(readdir)(directory);
     }
+    static dirent entry;
     if (listing->second.empty()) {
         return nullptr;
     }
-    static dirent entry;
     entry = listing->second.back();
     listing->second.pop_back();
     return &entry;
@@ -384,28 +414,13 @@ int closedir(DIR *directory)
     return Fails("closedir") ? -1 : result;
 }
 
-// Calls that may fail on purpose and otherwise do what they always do.
-#define FAILING(type, function, parameters, path, call)                                            \
-    type function parameters __THROW                                                               \
-    {                                                                                              \
-        return Fails(#function, path) ? -1 : call;                                                 \
-    }
-FAILING(int, access, (const char *path, int mode), path, REAL(access)(MapPath(path).c_str(), mode))
-FAILING(int, fstat, (int fd, struct stat *status), FileAt(fd).path, REAL64(fstat)(fd, status))
-FAILING(int, rename, (const char *from, const char *to), from,
-        REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str()))
-FAILING(int, remove, (const char *path), path, REAL(remove)(MapPath(path).c_str()))
-FAILING(pid_t, fork, (), "", REAL(fork)())
-
 int pipe(int ends[2]) __THROW
 {
     if (Fails("pipe") || REAL(pipe)(ends) != 0) {
         return -1;
     }
-    if (Active() != nullptr) {
-        Took(ends[0], "pipe");
-        Took(ends[1], "pipe");
-    }
+    Took(ends[0], "pipe");
+    Took(ends[1], "pipe");
     return 0;
 }
 
@@ -415,14 +430,6 @@ int mount(const char *source, const char *target, const char *type, unsigned lon
     Board().Record("mount " + std::string{source} + " " + target + " " + type + " flags " +
                    std::to_string(flags) + (data != nullptr ? " data" : ""));
     return Fails("mount", target) ? -1 : 0;
-}
-
-int umount(const char *path) __THROW
-{
-    if (Board().Fails("umount", path)) {
-        return -1;
-    }
-    return Board().Unmount(path) ? 0 : FailWith(EBUSY);
 }
 
 // --- processes and time
@@ -444,9 +451,6 @@ int kill(pid_t id, int signal_number) __THROW
 
 sighandler_t signal(int number, sighandler_t handler) __THROW
 {
-    if (Active() == nullptr) {
-        return REAL(signal)(number, handler);
-    }
     Board().Record("signal " + std::to_string(number) +
                    (handler == SIG_IGN ? " ignored" : " handled"));
     return std::exchange(Board().signal_handlers[number], handler);
@@ -472,11 +476,8 @@ int usleep(useconds_t microseconds)
     return 0;
 }
 
-int gettimeofday(timeval *__restrict now, void *__restrict zone) __THROW
+int gettimeofday(timeval *__restrict now, void *__restrict /*zone*/) __THROW
 {
-    if (Active() == nullptr) {
-        return REAL(gettimeofday)(now, zone);
-    }
     now->tv_sec = static_cast<time_t>(Board().clock / 1'000'000);
     now->tv_usec = static_cast<suseconds_t>(Board().clock % 1'000'000);
     return 0;
@@ -489,9 +490,8 @@ void syslog(int priority, const char *format, ...)
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    const char *level = priority == LOG_ALERT  ? "alert "
-                        : priority == LOG_INFO ? "info "
-                                               : "other ";
+    const bool is_known = priority == LOG_ALERT || priority == LOG_INFO;
+    const char *level = !is_known ? "other " : priority == LOG_ALERT ? "alert " : "info ";
     Board().Record(std::string{"syslog "} + level + text);
     errno = ENOTRECOVERABLE; // as any call may leave it
 }
@@ -500,9 +500,6 @@ void syslog(int priority, const char *format, ...)
 int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,
                    void *(*body)(void *), void *__restrict argument) __THROW
 {
-    if (Active() == nullptr) {
-        return REAL(pthread_create)(thread, attributes, body, argument);
-    }
     if (Fails("pthread_create")) {
         return errno;
     }
@@ -518,18 +515,7 @@ int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restric
 
 int socket(int domain, int type, int protocol) __THROW
 {
-    if (Active() == nullptr) {
-        return REAL(socket)(domain, type, protocol);
-    }
-    if (domain == AF_PACKET) {
-        Board().Record("packet socket " + std::to_string(type) + " " +
-                       std::to_string(ntohs(static_cast<uint16_t>(protocol))));
-        return Fails("socket") ? -1 : Took(REAL(socket)(AF_INET, SOCK_DGRAM, 0), kPackets);
-    }
-    if (domain != AF_INET || (type & ~SOCK_CLOEXEC) != SOCK_DGRAM || protocol != 0) {
-        return FailWith(EPROTONOSUPPORT);
-    }
-    return Fails("socket") ? -1 : Took(REAL(socket)(domain, type, protocol), kDatagrams);
+    return Fails("socket") ? -1 : OpenSocket(domain, type, protocol);
 }
 
 int setsockopt(int fd, int level, int name, const void *value, socklen_t size) __THROW
@@ -547,39 +533,16 @@ int bind(int fd, const sockaddr *address, socklen_t size) __THROW
 }
 
 ssize_t sendto(int fd, const void *buffer, size_t count, int flags, const sockaddr *address,
-               socklen_t size)
+               socklen_t /*size*/)
 {
     Board().clock += Board().send_time;
-    if (Fails("sendto")) {
-        return FaultResult();
-    }
-    if (!IsSocket(fd) || flags != 0 || size != 16) {
-        return FailWith(ENOTSOCK);
-    }
-    count = std::min(count, Board().longest_send);
-    Board().datagrams.emplace_back(static_cast<const char *>(buffer), count);
-    Board().Record("send " + AddressText(address) + " " + Hex(Board().datagrams.back()));
-    return static_cast<ssize_t>(count);
+    return Fails("sendto") ? FaultResult()
+                           : Send(fd, {static_cast<const char *>(buffer), count}, flags, address);
 }
 
 ssize_t recvfrom(int fd, void *buffer, size_t count, int flags, sockaddr * /*address*/,
                  socklen_t * /*size*/)
 {
-    if (Fails("recvfrom")) {
-        return FaultResult();
-    }
-    if (!IsSocket(fd) || flags != 0 || Board().datagrams.empty()) {
-        return FailWith(ENOTSOCK);
-    }
-    const std::string datagram = Board().datagrams.front();
-    Board().datagrams.pop_front();
-    return static_cast<ssize_t>(datagram.copy(static_cast<char *>(buffer), count));
-}
-
-ssize_t recv(int fd, void *buffer, size_t count, int flags)
-{
-    return Fails("recv", FileAt(fd).path) ? FaultResult()
-           : flags != 0                   ? FailWith(EINVAL)
-                                          : DeviceAt(fd)->Read(FileAt(fd), buffer, count);
+    return Fails("recvfrom") ? FaultResult() : Receive(fd, buffer, count, flags);
 }
 }

@@ -1,4 +1,6 @@
 // What the cases prepare, and the words of their lines.
+#include <unistd.h>
+
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -145,7 +147,11 @@ const std::map<std::string, Preparation> kPreparations = {
     {"signal",
      [](auto &board, auto &words) { board.signal_handlers.at(std::stoi(words.at(1)))(0); }},
     {"fail", [](auto &board, auto &words) { board.Fail(FaultOf(words)); }},
-    {"no-input", [](auto &board, auto &) { board.has_input = false; }},
+    {"no-input",
+     [](auto &board, auto &) {
+         board.has_input = false;
+         close(0);
+     }},
     {"driver",
      [](auto &board, auto &words) {
          board.devices[words.at(1)].words = std::stoi(words.at(2));
