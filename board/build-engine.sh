@@ -6,7 +6,8 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/engine
-. "$(dirname "$here")/scripts/private-apt.sh"
+. "$here/../scripts/run-control.sh"
+. "$here/../scripts/private-apt.sh"
 
 programs=(usr/bin/swupdate usr/bin/curl)
 
@@ -28,10 +29,13 @@ needed() {
 }
 
 wanted=$(cat "$0" "$here/../.cache/board/fingerprint" | sha256sum | cut -d ' ' -f 1)
+on_exit true
+wait_for_turn "${cache%/*}"
 [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
 echo "update engine: downloading Debian packages for armhf"
+rm -rf "$cache".?????? # of a run that was killed
 work=$(mktemp -d "$cache.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+on_exit rm -rf "$work"
 private_apt armhf "$work/apt"
 # The last one stands in for a package that would draw in a whole Perl.
 apt-get "${apt_options[@]}" install -y -d --no-install-recommends swupdate curl usr-is-merged >/dev/null
