@@ -65,10 +65,10 @@ make_release() {
     make_etc_image "$1" "$1.etc"
 }
 
-# make_package NAME LAYOUT OUT: puts the parts together.
+# make_package NAME LAYOUT OUT [OPTION...]: puts the parts together, with more options of fwpack.
 make_package() {
     "$board_dir/../build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$1.kernel" \
-        --second "$1.app" --etc "$1.etc" --output "$3"
+        --second "$1.app" --etc "$1.etc" --output "$3" "${@:4}"
 }
 
 # make_card OUT: an empty SD card, vfat as it comes from the shop.
