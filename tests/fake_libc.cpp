@@ -419,9 +419,7 @@ int pipe(int ends[2]) __THROW
     if (Fails("pipe") || REAL(pipe)(ends) != 0) {
         return -1;
     }
-    Took(ends[0], "pipe");
-    Took(ends[1], "pipe");
-    return 0;
+    return Active() == nullptr ? 0 : (Took(ends[0], "pipe"), Took(ends[1], "pipe"), 0);
 }
 
 int mount(const char *source, const char *target, const char *type, unsigned long flags,

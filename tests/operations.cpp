@@ -261,67 +261,29 @@ std::string Slots(FakeBoard & /*board*/, const Words & /*words*/)
                           channel.send == CICOMM_Send);
 }
 
-#define PLAIN(function)                                                                            \
-    {                                                                                              \
-#function, Plain(function)                                                                 \
-    }
+#define PLAIN(function) {#function, Plain(function)},
+// clang-format off
 const std::map<std::string, Operation> kOperations = {
-    {"show", Show},
-    {"installed", Installed},
-    {"numbers", Numbers},
-    {"slots", Slots},
+    {"show", Show}, {"installed", Installed}, {"numbers", Numbers}, {"slots", Slots},
     {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
-    {"CTHREAD_Init", InitThread},
-    {"CICOMM_Recv", Receive},
-    {"CUTIL_ForkPipe", ForkPipe},
+    {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
     {"CRTC_GetTime", [](auto &, auto &) { return ResultText(CRTC_GetTime(nullptr)); }},
-    PLAIN(CARP_SendProbe),
-    PLAIN(CCAM_ReadTimeout),
-    PLAIN(CCAM_SendCommand),
-    PLAIN(CFlash_CheckImage),
-    PLAIN(CFlash_CheckJffs2),
-    PLAIN(CFlash_Confirm),
-    PLAIN(CFlash_Crc32),
-    PLAIN(CFlash_Erase),
-    PLAIN(CFlash_NWrite),
-    PLAIN(CFlash_TEVWrite),
-    PLAIN(CICOMM_Close),
-    PLAIN(CICOMM_GetFd),
-    PLAIN(CICOMM_Init),
-    PLAIN(CICOMM_Send),
-    PLAIN(CSERIAL_Rs232Exchange),
-    PLAIN(CSERIAL_Rs485Exchange),
-    PLAIN(CSYSMGR_SendPacket),
-    PLAIN(CTHREAD_Start),
-    PLAIN(CTHREAD_Stop),
-    PLAIN(CUTIL_CheckTimeout),
-    PLAIN(CUTIL_ElapsedUsec),
-    PLAIN(CUTIL_GetConfValue),
-    PLAIN(CUTIL_GetConfValueExact),
-    PLAIN(CUTIL_GetConfValueSep),
-    PLAIN(CUTIL_IsProc),
-    PLAIN(CUTIL_KillProc),
-    PLAIN(CUTIL_KillProcAll),
-    PLAIN(CUTIL_ParseConfLine),
-    PLAIN(CUTIL_ParseConfLineSep),
-    PLAIN(CUTIL_ParseDecimal),
-    PLAIN(CUTIL_Reboot),
-    PLAIN(CUTIL_RebootFixedList),
-    PLAIN(CUTIL_SendCommand),
-    PLAIN(CUTIL_SetConfValue),
-    PLAIN(CUTIL_SetConfValueSep),
-    PLAIN(CUTIL_SetFileValue),
-    PLAIN(CWDT_Close),
-    PLAIN(CWDT_Disable),
-    PLAIN(CWDT_Init),
-    PLAIN(CWDT_KeepAlive),
-    PLAIN(CWDT_SetTimeout),
-    PLAIN(TEV_SendLocalUDPData),
-    PLAIN(full_read),
-    PLAIN(full_write),
-    PLAIN(sleep),
-    PLAIN(write_gpioi2c),
+    PLAIN(CARP_SendProbe) PLAIN(CCAM_ReadTimeout) PLAIN(CCAM_SendCommand)
+    PLAIN(CFlash_CheckImage) PLAIN(CFlash_CheckJffs2) PLAIN(CFlash_Confirm) PLAIN(CFlash_Crc32)
+    PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CFlash_TEVWrite) PLAIN(CICOMM_Close)
+    PLAIN(CICOMM_GetFd) PLAIN(CICOMM_Init) PLAIN(CICOMM_Send) PLAIN(CSERIAL_Rs232Exchange)
+    PLAIN(CSERIAL_Rs485Exchange) PLAIN(CSYSMGR_SendPacket) PLAIN(CTHREAD_Start)
+    PLAIN(CTHREAD_Stop) PLAIN(CUTIL_CheckTimeout) PLAIN(CUTIL_ElapsedUsec)
+    PLAIN(CUTIL_GetConfValue) PLAIN(CUTIL_GetConfValueExact) PLAIN(CUTIL_GetConfValueSep)
+    PLAIN(CUTIL_IsProc) PLAIN(CUTIL_KillProc) PLAIN(CUTIL_KillProcAll)
+    PLAIN(CUTIL_ParseConfLine) PLAIN(CUTIL_ParseConfLineSep) PLAIN(CUTIL_ParseDecimal)
+    PLAIN(CUTIL_Reboot) PLAIN(CUTIL_RebootFixedList) PLAIN(CUTIL_SendCommand)
+    PLAIN(CUTIL_SetConfValue) PLAIN(CUTIL_SetConfValueSep) PLAIN(CUTIL_SetFileValue)
+    PLAIN(CWDT_Close) PLAIN(CWDT_Disable) PLAIN(CWDT_Init) PLAIN(CWDT_KeepAlive)
+    PLAIN(CWDT_SetTimeout) PLAIN(TEV_SendLocalUDPData) PLAIN(full_read) PLAIN(full_write)
+    PLAIN(sleep) PLAIN(write_gpioi2c)
 };
+// clang-format on
 
 void RunOne(FakeBoard &board, const Words &words)
 {

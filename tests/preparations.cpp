@@ -115,76 +115,90 @@ void AddAnswers(FakeBoard &board, const Words &words)
 
 using Preparation = void (*)(FakeBoard &board, const Words &words);
 
+Device &DeviceOf(FakeBoard &board, const Words &words)
+{
+    return board.devices[words.at(1)];
+}
+
+void Poke(FakeBoard &board, const Words &words)
+{
+    const std::string &bytes = words.at(3);
+    std::string text = board.Read(words.at(1));
+    board.Write(words.at(1), text.replace(std::stoul(words.at(2)), bytes.size(), bytes));
+}
+
+void Remove(FakeBoard &board, const Words &words)
+{
+    std::filesystem::remove_all(board.Map(words.at(1)));
+    board.devices.erase(words.at(1));
+}
+
+/// LINE N PREPARATION...
+void PrepareAt(FakeBoard &board, const Words &words)
+{
+    const Words later{words.begin() + 3, words.end()};
+    board.events.push_back(
+        {words.at(1), std::stoi(words.at(2)), [&board, later] { Prepare(board, later); }});
+}
+
+void CloseInput(FakeBoard &board, const Words & /*words*/)
+{
+    board.has_input = false;
+    close(0);
+}
+
+void AddDriver(FakeBoard &board, const Words &words)
+{
+    DeviceOf(board, words).words = std::stoi(words.at(2));
+    DeviceOf(board, words).result = words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
+}
+
+void AddFlash(FakeBoard &board, const Words &words)
+{
+    DeviceOf(board, words).kind = Device::kFlash;
+    DeviceOf(board, words).bytes = words.at(2);
+}
+
+void AddLine(FakeBoard &board, const Words &words)
+{
+    DeviceOf(board, words).kind = Device::kLine;
+    DeviceOf(board, words).send_time = Number(words.at(2));
+}
+
 const std::map<std::string, Preparation> kPreparations = {
-    {"file", [](auto &board, auto &words) { board.Write(words.at(1), words.at(2)); }},
-    {"conf", [](auto &board, auto &words) { board.Write("/etc/a.conf", words.at(1)); }},
-    {"new", [](auto &board, auto &words) { board.new_etc[words.at(1)] = words.at(2); }},
+    {"file", [](auto &b, auto &w) { b.Write(w.at(1), w.at(2)); }},
+    {"conf", [](auto &b, auto &w) { b.Write("/etc/a.conf", w.at(1)); }},
+    {"new", [](auto &b, auto &w) { b.new_etc[w.at(1)] = w.at(2); }},
     {"package", WritePackage},
-    {"poke",
-     [](auto &board, auto &words) {
-         board.Write(words.at(1),
-                     board.Read(words.at(1))
-                         .replace(std::stoul(words.at(2)), words.at(3).size(), words.at(3)));
-     }},
+    {"poke", Poke},
     {"cut",
-     [](auto &board, auto &words) {
-         board.Write(words.at(1), board.Read(words.at(1)).substr(0, std::stoul(words.at(2))));
-     }},
-    {"no",
-     [](auto &board, auto &words) {
-         std::filesystem::remove_all(board.Map(words.at(1)));
-         board.devices.erase(words.at(1));
-     }},
+     [](auto &b, auto &w) { b.Write(w.at(1), b.Read(w.at(1)).substr(0, std::stoul(w.at(2)))); }},
+    {"no", Remove},
     {"proc", AddProcesses},
-    {"stubborn", [](auto &board, auto &) { board.processes_obey = false; }},
-    {"clock", [](auto &board, auto &words) { board.clock = Number(words.at(1)); }},
-    {"at",
-     [](auto &board, auto &words) {
-         board.events.push_back({words.at(1), std::stoi(words.at(2)), [&board, words] {
-                                     Prepare(board, {words.begin() + 3, words.end()});
-                                 }});
-     }},
-    {"signal",
-     [](auto &board, auto &words) { board.signal_handlers.at(std::stoi(words.at(1)))(0); }},
-    {"fail", [](auto &board, auto &words) { board.Fail(FaultOf(words)); }},
-    {"no-input",
-     [](auto &board, auto &) {
-         board.has_input = false;
-         close(0);
-     }},
-    {"driver",
-     [](auto &board, auto &words) {
-         board.devices[words.at(1)].words = std::stoi(words.at(2));
-         board.devices[words.at(1)].result =
-             words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
-     }},
+    {"stubborn", [](auto &b, auto &) { b.processes_obey = false; }},
+    {"clock", [](auto &b, auto &w) { b.clock = Number(w.at(1)); }},
+    {"at", PrepareAt},
+    {"signal", [](auto &b, auto &w) { b.signal_handlers.at(std::stoi(w.at(1)))(0); }},
+    {"fail", [](auto &b, auto &w) { b.Fail(FaultOf(w)); }},
+    {"no-input", CloseInput},
+    {"driver", AddDriver},
     {"answer", AddAnswers},
-    {"flash",
-     [](auto &board, auto &words) {
-         board.devices[words.at(1)].kind = Device::kFlash;
-         board.devices[words.at(1)].bytes = words.at(2);
+    {"flash", AddFlash},
+    {"transfer", [](auto &b, auto &w) { DeviceOf(b, w).transfer = std::stoul(w.at(2)); }},
+    {"stuck",
+     [](auto &b, auto &w) {
+         DeviceOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3));
      }},
-    {"transfer",
-     [](auto &board, auto &words) {
-         board.devices[words.at(1)].transfer = std::stoul(words.at(2));
-     }},
-    {"line",
-     [](auto &board, auto &words) {
-         board.devices[words.at(1)].kind = Device::kLine;
-         board.devices[words.at(1)].send_time = Number(words.at(2));
-     }},
-    {"received",
-     [](auto &board, auto &words) { board.devices[words.at(1)].input.push_back({words.at(2)}); }},
+    {"line", AddLine},
+    {"received", [](auto &b, auto &w) { DeviceOf(b, w).input.push_back({w.at(2)}); }},
     {"reply",
-     [](auto &board, auto &words) {
-         board.devices[words.at(1)].replies[words.at(2)[0]] = {words.begin() + 3, words.end()};
+     [](auto &b, auto &w) {
+         DeviceOf(b, w).replies[w.at(2)[0]] = {w.begin() + 3, w.end()};
      }},
-    {"hear", [](auto &board,
-                auto &words) { board.devices["packet socket"].input.push_back(FrameOf(words)); }},
-    {"datagram", [](auto &board, auto &words) { board.datagrams.push_back(words.at(1)); }},
-    {"send-time", [](auto &board, auto &words) { board.send_time = Number(words.at(1)); }},
-    {"longest-send",
-     [](auto &board, auto &words) { board.longest_send = std::stoul(words.at(1)); }},
+    {"hear", [](auto &b, auto &w) { b.devices["packet socket"].input.push_back(FrameOf(w)); }},
+    {"datagram", [](auto &b, auto &w) { b.datagrams.push_back(w.at(1)); }},
+    {"send-time", [](auto &b, auto &w) { b.send_time = Number(w.at(1)); }},
+    {"longest-send", [](auto &b, auto &w) { b.longest_send = std::stoul(w.at(1)); }},
 };
 
 char Unescaped(const std::string &line, size_t &at)

@@ -1,72 +1,57 @@
-// What must hold whatever fails: rules over every outside call, and over bad flash.
+// What must hold whatever fails: rules over every outside call.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "app/dispatcher.h"
-#include "flash/installer.h"
 #include "tests/packages.h"
 #include "tests/words.h"
-#include "util/conf_writer.h"
 #include "util/error_text.h"
 
 namespace
 {
 
-/// A board with a package that it accepts, and settings that are 77 in the old /etc and 5 in the
-/// new one. With 9000 bytes a region takes three blocks of its partition.
-struct PreparedBoard : FakeBoard {
-    static std::map<std::string, std::string> Settings(const std::string &value)
-    {
-        std::map<std::string, std::string> files;
-        for (const char *name :
-             {"network/network", "network/wireless", "system", "serverinfo", "cam_model"}) {
-            files["/etc/" + std::string{name} + ".conf"] = "all=" + value + "\n";
-        }
-        files["/etc/tcp_server.conf"] = "server_port=" + value + "\n";
-        files["/etc/stream.conf"] = "stream_1_port=" + value + "\nstream_2_port=" + value +
-                                    "\nstream_3_port=" + value + "\n";
-        files["/etc/videodecoder.conf"] = "video_type=" + value + "\n";
-        files["/etc/web.conf"] = "port=" + value + "\n";
-        return files;
-    }
+// A package that the board accepts, of regions that take three blocks of their partition.
+constexpr const char *kPackage =
+    "+ package marker=ABCD data={J*9000} second={R*9000} etc=\\x85\\x19{F*9000} "
+    "+ file /usr/upgrade MARKER=WXYZ\\nVERSION=1\\n + file /etc/oem_marker.conf MARKER=ABCD\\n "
+    "+ file /bin/webs \"\" + proc 30 /bin/webs";
 
+const std::map<std::string, std::string> kSettings = {
+    {"/etc/network/network.conf", "all=77\n"},
+    {"/etc/network/wireless.conf", "all=77\n"},
+    {"/etc/system.conf", "all=77\n"},
+    {"/etc/serverinfo.conf", "all=77\n"},
+    {"/etc/cam_model.conf", "all=77\n"},
+    {"/etc/tcp_server.conf", "server_port=77\n"},
+    {"/etc/stream.conf", "stream_1_port=77\nstream_2_port=77\nstream_3_port=77\n"},
+    {"/etc/videodecoder.conf", "video_type=77\n"},
+    {"/etc/web.conf", "port=77\n"},
+};
+
+/// A board with that package, and settings that are 77 in the old /etc and 55 in the new one.
+struct PreparedBoard : FakeBoard {
     PreparedBoard()
     {
-        PackageBuilder builder{.marker = "ABCD"};
-        builder.kernel.data = std::string(9000, 'J');
-        builder.second = std::string(9000, 'R');
-        builder.etc = "\x85\x19" + std::string(9000, 'F');
-        package = builder.Build();
-        new_etc = Settings("5");
-        for (const auto &[path, text] : Settings("77")) {
+        static const Words words = WordsIn(kPackage);
+        RunLine(*this, words);
+        for (const auto &[path, text] : kSettings) {
             Write(path, text);
+            new_etc[path] = text;
+            std::ranges::replace(new_etc[path], '7', '5');
         }
-        Write("/usr/upgrade", "MARKER=WXYZ\nVERSION=1\n");
-        Write("/etc/oem_marker.conf", "MARKER=ABCD\n");
-        Write("/bin/webs", "");
-        Write("/tmp/flash3", package);
+        package = Read("/tmp/flash3");
     }
 
-    /// Installs and takes the transcript. Returns the result.
-    int Install()
+    /// Does what the line says. Returns whether it touched flash.
+    bool Runs(const std::string &line)
     {
-        int result = 1;
-        Run([&] {
-            result = CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3",
-                                     UPGRADE_FLAG_CHECK_MARKER);
-        });
-        Take();
-        return result;
-    }
-
-    void Take()
-    {
-        for (const std::string &line : TakeTranscript()) {
-            transcript += line + "\n";
+        RunLine(*this, WordsIn(line));
+        for (const std::string &found : TakeTranscript()) {
+            transcript += found + "\n";
         }
+        return Says("\nerase ") || Says("\nwrite /dev/mtd");
     }
 
     [[nodiscard]] bool Says(const std::string &text) const
@@ -74,31 +59,14 @@ struct PreparedBoard : FakeBoard {
         return transcript.find(text) != std::string::npos;
     }
 
-    [[nodiscard]] bool TouchedFlash() const { return Says("\nerase ") || Says("\nwrite /dev/mtd"); }
-
-    /// Whether the partition is as the package wants it, up to a block behind the region.
-    [[nodiscard]] bool Holds(int number) const
+    /// Whether the partition holds its region, or is said to have failed all its attempts.
+    [[nodiscard]] bool IsWritten(int number, bool or_failed) const
     {
-        const std::string wanted = RegionOf(package, number);
-        return devices.at("/dev/mtd/" + std::to_string(number)).bytes.starts_with(wanted);
-    }
-
-    /// Whether the partition is said to have failed all its attempts.
-    [[nodiscard]] bool GaveUp(int number) const
-    {
-        const std::string place = "[CFlash_TEVWrite] /dev/mtd/" + std::to_string(number);
-        return Says(place + " erase fail[2]") || Says(place + " write fail[2]") ||
-               Says(place + " cmp fail[2]");
-    }
-
-    /// How many settings files are not those of the old /etc.
-    [[nodiscard]] int Changed() const
-    {
-        int changed = 0;
-        for (const auto &[path, text] : Settings("77")) {
-            changed += Read(path) != text ? 1 : 0;
-        }
-        return changed;
+        const std::string device = "/dev/mtd/" + std::to_string(number);
+        const std::string place = "[CFlash_TEVWrite] " + device;
+        return devices.at(device).bytes.starts_with(RegionOf(package, number)) ||
+               (or_failed && (Says(place + " erase fail[2]") || Says(place + " write fail[2]") ||
+                              Says(place + " cmp fail[2]")));
     }
 
     std::string package, transcript = "\n";
@@ -113,20 +81,53 @@ TEST(Sweep, OneCallThatFailsStopsAnInstallationBeforeItTouchesFlashOrIsLivedWith
         for (int nth = 1;; ++nth) {
             PreparedBoard board;
             board.Fail({"", error, nth, nth, where});
-            const int result = board.Install();
+            const bool touched =
+                board.Runs("$ CFlash_TEVWrite /tmp/flash3 /dev/mtd/1 /dev/mtd/2 /dev/mtd/3 1");
             const std::string &call = board.failed();
             if (call.empty()) {
                 break;
             }
             SCOPED_TRACE(call + " " + std::strerror(error));
-            EXPECT_EQ(board.TouchedFlash(), result == 0);
+            EXPECT_EQ(touched, board.Says("\n= 0\n"));
             EXPECT_EQ(board.Read("/tmp/flash3"), board.package);
             EXPECT_EQ(board.Read("/etc/temp.conf") != "(none)", call.starts_with("rename"));
-            if (result == 0) {
-                EXPECT_TRUE(board.Holds(1) && board.Holds(2) && board.Holds(3));
-                const bool several =
-                    call.starts_with("rename") || call.starts_with("system /bin/mount");
-                EXPECT_LE(board.Changed(), several ? 9 : 1);
+            if (!touched) {
+                continue;
+            }
+            for (const int number : {1, 2, 3}) {
+                EXPECT_TRUE(board.IsWritten(number, false));
+            }
+            const bool costs_several =
+                call.starts_with("rename") || call.starts_with("system /bin/mount");
+            EXPECT_LE(std::ranges::count_if(kSettings,
+                                            [&](const auto &setting) {
+                                                return board.Read(setting.first) != setting.second;
+                                            }),
+                      costs_several ? 9 : 1);
+        }
+    }
+}
+
+TEST(Sweep, AnUpgradeEndsAndTellsTheTruthWhateverFails)
+{
+    for (const char *line : {"$ upgrade /tmp/flash3 -v", "$ xupgrade -b"}) {
+        for (int nth = 1, all_from_there = 0; all_from_there <= 1; ++nth) {
+            PreparedBoard board;
+            board.Fail({"", EIO, nth, all_from_there != 0 ? INT_MAX : nth});
+            board.Runs(line);
+            if (board.failed().empty()) {
+                nth = 0;
+                ++all_from_there;
+                continue;
+            }
+            SCOPED_TRACE(line + (" " + board.failed()));
+            EXPECT_TRUE(board.Says("sh /sbin/reboot"));
+            const bool complete = board.Says("out Upgrade complete.");
+            EXPECT_NE(complete, board.Says("out Upgrade fail."));
+            EXPECT_EQ(complete, board.Says("syslog alert [CFlash_TEVWrite] write"));
+            EXPECT_EQ(board.Read("/tmp/flash3"), board.package);
+            for (const int number : {1, 2, 3}) {
+                EXPECT_TRUE(!complete || board.IsWritten(number, true));
             }
         }
     }
@@ -135,120 +136,34 @@ TEST(Sweep, OneCallThatFailsStopsAnInstallationBeforeItTouchesFlashOrIsLivedWith
 TEST(Sweep, OneCallThatFailsLeavesTheOldConfigurationFileOrTheNewOne)
 {
     const std::string rest = std::string(20'000, 'x') + "\n"; // takes several reads and writes
-    const std::pair<int, int (*)()> writers[] = {
-        {-3, [] { return CUTIL_SetConfValue("/etc/a.conf", "key", "9"); }},
-        {-1, [] { return CUTIL_SetConfValueSep('=', "/etc/a.conf", "key", "9"); }},
-        {-1, [] { return CUTIL_SetFileValue("/etc/a.conf", "/etc/temp.conf", "key", "9"); }},
+    const std::pair<int, const char *> writers[] = {
+        {-3, "$ CUTIL_SetConfValue /etc/a.conf key 9"},
+        {-1, "$ CUTIL_SetConfValueSep = /etc/a.conf key 9"},
+        {-1, "$ CUTIL_SetFileValue /etc/a.conf /etc/temp.conf key 9"},
     };
-    for (const auto &[lowest, writer] : writers) {
+    for (const auto &[lowest, line] : writers) {
         for (int nth = 1;; ++nth) {
             FakeBoard board;
             board.Write("/etc/a.conf", "key=1\n" + rest);
             board.Fail({"", ENOSPC, nth, nth});
-            int result = 1;
-            board.Run([&] { result = writer(); });
+            RunLine(board, WordsIn(line));
             const std::string &call = board.failed();
             if (call.empty()) {
                 break;
             }
-            SCOPED_TRACE(call);
+            SCOPED_TRACE(line + (" " + call));
             // Only the first writer tells failures apart, and looks whether the file is in use.
             const bool looks = lowest == -3 && nth == 1;
-            const bool harmless = looks || call == "fclose /etc/a.conf";
-            const int wanted = harmless                        ? 0
-                               : call.ends_with("/etc/a.conf") ? -1
-                               : call.starts_with("rename")    ? -3
-                                                               : -2;
-            EXPECT_EQ(result, std::max(wanted, lowest));
-            EXPECT_EQ(board.Read("/etc/a.conf"), (result == 0 ? "key=9\n" : "key=1\n") + rest);
+            const bool done = looks || call == "fclose /etc/a.conf";
+            const int failure = call.ends_with("/etc/a.conf") ? -1
+                                : call.starts_with("rename")  ? -3
+                                                              : -2;
+            const Words found = board.TakeTranscript();
+            EXPECT_EQ(found.back(), "= " + std::to_string(done ? 0 : std::max(failure, lowest)));
+            EXPECT_EQ(found.size(),
+                      call.starts_with("fopen") && !looks ? 2U : 1U); // with a message
+            EXPECT_EQ(board.Read("/etc/a.conf"), (done ? "key=9\n" : "key=1\n") + rest);
             EXPECT_EQ(board.Read("/etc/temp.conf") != "(none)", call.starts_with("rename"));
-            EXPECT_EQ(board.TakeTranscript().size(), call.starts_with("fopen") && !looks ? 1U : 0U);
-        }
-    }
-}
-
-TEST(Sweep, AnUpgradeEndsAndTellsTheTruthWhateverFails)
-{
-    for (const bool all_from_there : {false, true}) {
-        for (const Words &words :
-             {Words{"$", "upgrade", "/tmp/flash3", "-v"}, {"$", "xupgrade", "-b"}}) {
-            for (int nth = 1;; ++nth) {
-                PreparedBoard board;
-                board.Write("/proc/30/cmdline", "/bin/webs");
-                board.Fail({"", EIO, nth, all_from_there ? INT_MAX : nth});
-                RunLine(board, words);
-                if (board.failed().empty()) {
-                    break;
-                }
-                SCOPED_TRACE(words[1] + " " + board.failed());
-                board.Take();
-                EXPECT_TRUE(board.Says("sh /sbin/reboot"));
-                const bool complete = board.Says("out Upgrade complete.");
-                EXPECT_NE(complete, board.Says("out Upgrade fail."));
-                EXPECT_EQ(board.Says("syslog alert [CFlash_TEVWrite] write"), complete);
-                EXPECT_EQ(board.Read("/tmp/flash3"), board.package);
-                // A region that fails all its attempts is logged and passed over.
-                for (int number = 1; number <= 3 && complete; ++number) {
-                    EXPECT_TRUE(board.Holds(number) || board.GaveUp(number));
-                }
-            }
-        }
-    }
-}
-
-TEST(Sweep, BadFlashCostsAttemptsAndNeverAnotherPartition)
-{
-    // A call that fails, from one time to another, or a byte that sticks; what is logged: the block
-    // that does not erase, or the step and the attempt that it ends.
-    struct Bad {
-        const char *call;
-        int first, last;
-        const char *log;
-    };
-    const Bad cases[] = {
-        {"ioctl", 1, 1, "erase0"},
-        {"open", 1, 1, "erase0"},
-        {"open", 2, 2, "write0"},
-        {"write", 1, 1, "write0"},
-        {"open", 3, 3, "cmp0"},
-        {"read", 1, 1, "cmp0"},
-        {"ioctl", 2, 2, "block cmp0"},
-        {"ioctl", 5, 5, "block"}, // behind the region
-        {"ioctl", 2, 2, "block cmp0"},
-        {"write", 1, 2, "write0 write1"},
-        {"write", 1, 3, "write0 write1 write2"},
-        {"open", 1, 9, "erase0 erase1 erase2"},
-        {"stuck", 511, 1, "cmp0"},
-        {"stuck", 512, 2, "cmp0 cmp1"},
-        {"stuck", 8999, 3, "cmp0 cmp1 cmp2"},
-    };
-    for (int bad = 1; bad <= 3; ++bad) {
-        const std::string device = "/dev/mtd/" + std::to_string(bad);
-        for (const auto &[call, first, last, log] : cases) {
-            SCOPED_TRACE(device + " " + call + " " + log);
-            PreparedBoard board;
-            if (call == std::string{"stuck"}) {
-                board.devices[device].stuck_bytes[static_cast<size_t>(first)] = last;
-            } else {
-                board.Fail({call, EIO, first, last, device});
-            }
-            EXPECT_EQ(board.Install(), 0);
-            std::string logged;
-            std::istringstream lines{board.transcript};
-            for (std::string line; std::getline(lines, line);) {
-                const std::string begin = "syslog alert [CFlash_TEVWrite] " + device + " ";
-                const size_t fails = line.find(" fail[");
-                logged +=
-                    line.find("MTD Erase failure [" + device) != std::string::npos ? " block"
-                    : line.starts_with(begin)
-                        ? " " + line.substr(begin.size(), fails - begin.size()) + line[fails + 6]
-                        : "";
-            }
-            EXPECT_EQ(logged, std::string{" "} + log);
-            for (int number = 1; number <= 3; ++number) {
-                EXPECT_EQ(board.Holds(number), number != bad || logged.back() != '2');
-            }
-            EXPECT_EQ(board.Changed(), 0);
         }
     }
 }
