@@ -39,7 +39,7 @@ on_exit rm -rf "$work"
 private_apt armhf "$work/apt"
 # The last one stands in for a package that would draw in a whole Perl.
 apt-get "${apt_options[@]}" install -y -d --no-install-recommends swupdate curl usr-is-merged >/dev/null
-mkdir "$work/all" "$work/new"
+mkdir -p "$work/all" "$work/new/root"
 for package in "$work"/apt/archives/*.deb; do
     dpkg -x "$package" "$work/all"
 done
@@ -49,12 +49,9 @@ needed "${programs[@]}" | while read -r library; do
     grep -q "/${library##*/}$" "$work/on-board" || echo "$library"
 done >"$work/libraries"
 # Under the names that the programs look for, which are links in the packages.
-xargs -a "$work/libraries" cp -L --parents -t "$work/new"
-cp --parents "${programs[@]}" "$work/new"
-echo "$wanted" >"$work/fingerprint"
-mkdir "$work/ready"
-mv "$work/new" "$work/ready/root"
-mv "$work/fingerprint" "$work/ready/"
+xargs -a "$work/libraries" cp -L --parents -t "$work/new/root"
+cp --parents "${programs[@]}" "$work/new/root"
+echo "$wanted" >"$work/new/fingerprint"
 rm -rf "$cache"
-mv "$work/ready" "$cache"
+mv "$work/new" "$cache"
 echo "update engine: ready, $(du -sh "$cache/root" | cut -f 1)"

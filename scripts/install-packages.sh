@@ -12,6 +12,7 @@ packages_of() {
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck jq iproute2 ;;
     bench) echo strace toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
+    fleet) echo binutils busybox fdisk jq mtools openssl ;;
     room) echo mmdebstrap ;;
     esac
 }

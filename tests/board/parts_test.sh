@@ -9,4 +9,5 @@ for part in host:fwpack arm:qve arm-test:board/devices/board_devices; do
     }
 done
 [ -e .cache/board/fingerprint ] || { echo "The board's image is missing; run board/build-image.sh" && exit 1; }
+[ -e .cache/engine/fingerprint ] || { echo "The update engine is missing; run board/build-engine.sh" && exit 1; }
 exit $status
