@@ -69,10 +69,12 @@ void Require(bool holds, const char *rule)
 void Prepare(FakeBoard &board, const std::string &text)
 {
     for (const char *path :
-         {"/tmp/flash3", "/etc/a.conf", "/etc/cam_model.conf", "/usr/upgrade", "/etc/stream.conf",
+         {"/tmp/flash3", "/etc/a.conf", "/etc/cam_model.conf", "/etc/stream.conf",
           "/mnt/sd/test.txt", "/etc/killList", "/etc/capabilities.conf"}) {
         board.Write(path, text);
     }
+    const int layout = text.size() > 4 ? text[4] : 0; // is the one that the board wants
+    board.Write("/usr/upgrade", "VERSION=" + std::to_string(layout) + "\n");
     for (const char *id : {"19", "20", "21", "4711", "0030", "x"}) {
         board.Write("/proc/" + std::string{id} + "/cmdline",
                     text.substr(std::min(text.size(), strlen(id) % 3)));
