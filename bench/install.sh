@@ -15,17 +15,24 @@
 #
 # the last four from a run under strace.
 set -euo pipefail
-. "${BASH_SOURCE%/*}/../tests/integration/common.sh"
+top=$(cd "${BASH_SOURCE%/*}/.." && pwd)
+. "$top/board/firmware.sh"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
 readonly nor_rounds=${NOR_ROUNDS:-5} nand_rounds=${NAND_ROUNDS:-2}
 
 # Nothing boots from this flash again, so the kernel need not be one.
-seq 20000 >"$work/data"
+DESTDIR=root cmake --install "$top/build/arm" --prefix / >/dev/null
+seq 20000 >data
 SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 \
-    -n small -d "$work/data" "$work/new.kernel" >/dev/null
-make_app_image new $((8 * 1024 * 1024)) "$work/new.app"
-make_package new 1 "$work/package"
+    -n small -d data new.kernel >/dev/null
+make_app_image new $((8 * 1024 * 1024)) new.app
+make_etc_image new new.etc
+make_flash flash new.kernel new.app new.etc
+make_package new 1 package
 
-cat >"$work/nor" <<'END'
+cat >nor <<'END'
 echo "flashcp begins"
 time -f "peak flashcp %M" flashcp -v /tmp/app /dev/mtd2 2>&1 >/dev/null
 echo "flashcp ends"
@@ -35,7 +42,7 @@ END
 # NAND with blocks of 32 pages of 512 bytes, as slow as its data sheet says: 12 us to open a page, 200 us
 # to program it, 50 ns to move a byte, 2 ms to erase a block. The emulated NOR takes no time. All times
 # are the board's own, of a clock that runs by its instructions.
-cat >"$work/nand" <<'END'
+cat >nand <<'END'
 # The second processor spins; that alone would hardly bring the clock of an idle board forward.
 chrt -i 0 /bin/job-shell -c 'while :; do :; done' &
 modprobe nandsim first_id_byte=0x20 second_id_byte=0x33 parts=512 do_delays=1 access_delay=12 \
@@ -49,20 +56,20 @@ upgrade /tmp/flash3 -v &
 sleep 1000
 END
 # The log with the board's own time.
-cat >"$work/log-times.conf" <<'END'
+cat >log-times.conf <<'END'
 module(load="imuxsock")
 main_queue(queue.type="Direct")
 template(name="line" type="string"
     string="%timegenerated:::date-unixtimestamp%.%timegenerated:::date-subseconds% %syslogtag%%msg%\n")
 action(type="omfile" file="/dev/ttyS0" template="line")
 END
-cat >"$work/traced" <<'END'
+cat >traced <<'END'
 strace -y -o /tmp/flashcp.trace flashcp -v /tmp/app /dev/mtd2 >/dev/null
 strace -y -s 80 -o /tmp/upgrade.trace upgrade /tmp/flash3 -v &
 sleep 1000
 END
 # What upgrade reboots by: the last look at it.
-cat >"$work/reboot" <<'SCRIPT'
+cat >reboot <<'SCRIPT'
 #!/bin/sh
 for status in /proc/[0-9]*/status; do
     grep -q '^Name:.upgrade$' "$status" || continue
@@ -85,16 +92,19 @@ sync
 echo b >/proc/sysrq-trigger
 SCRIPT
 
-# run JOB OPTION...: its output goes to the end of $work/JOB.all.
+# run JOB OPTION...: its output goes to the end of JOB.all.
 run() {
-    cp "$work/flash" "$work/flash.factory"
     local status=0
-    install -D -m 755 "$work/reboot" "$work/root/sbin/reboot"
-    board "${@:2}" --timeout 3600 --put "$work/package:/tmp/flash3" --put "$work/new.app:/tmp/app" \
-        --job "$work/$1" || status=$?
-    [ $status -eq 75 ] || fail "status $status"
-    cat "$work/output" >>"$work/$1.all"
-    mv "$work/flash.factory" "$work/flash"
+    cp flash flash.used
+    install -D -m 755 reboot root/sbin/reboot
+    "$top/board/run.sh" --install root "${@:2}" --timeout 3600 --put package:/tmp/flash3 \
+        --put new.app:/tmp/app --job "$1" flash.used >output 2>&1 || status=$?
+    [ $status -eq 75 ] || {
+        cat output >&2
+        echo "the board ended with status $status" >&2
+        exit 1
+    }
+    cat output >>"$1.all"
 }
 
 # times JOB: the line with the seconds, out of lines that begin with the time.
@@ -109,11 +119,11 @@ times() {
         / flashcp ends$/ { theirs[++count] = $1 - start }
         /CFlash_Erase. =+> .*mtd.2/ { start = $1 }
         /CFlash_Erase. =+> .*mtd.3/ { ours[count] = $1 - start - 2; ratios[count] = ours[count] / theirs[count] }
-        END { print name spread(ours, count) spread(theirs, count) spread(ratios, count) }' "$work/$1.all"
+        END { print name spread(ours, count) spread(theirs, count) spread(ratios, count) }' "$1.all"
 }
 
 for ((round = 0; round < nand_rounds; ++round)); do
-    run nand --count-time --put "$work/log-times.conf:/usr/share/board/rsyslog.conf"
+    run nand --count-time --put log-times.conf:/usr/share/board/rsyslog.conf
 done
 times nand
 for ((round = 0; round < nor_rounds; ++round)); do
@@ -126,4 +136,4 @@ awk '$2 ~ /^(peak|calls|read|written|memory)$/ { figure[$2, $3] = $4 }
         split("peak calls read written memory", names)
         for (i = 1; i <= 5; ++i)
             print names[i], figure[names[i], "upgrade"], figure[names[i], "flashcp"]
-    }' "$work"/{nor,traced}.all
+    }' {nor,traced}.all
