@@ -26,7 +26,7 @@ make_template() {
     local mirror access wanted new=$template.new
     mirror=$(debian_mirror)
     [ -n "$mirror" ] || fail "this machine's apt sources name no Debian mirror; give one as DEBIAN_MIRROR"
-    access=$(apt-config dump | grep -E '^Acquire::(https?|Check-[A-Za-z-]+)[: ]') || true unusual
+    access=$(apt-config dump | grep -E '^Acquire::(https?|Check-[A-Za-z-]+)[: ]') || true # most machines need none
     wanted=$(cat "$0" - <<<"$mirror $access" | sha256sum)
     [ -z "$(find "$template.made" -mtime -30 2>/dev/null)" ] || [ "$(cat "$template.made")" != "$wanted" ] || return 0
 
@@ -44,11 +44,12 @@ make_template() {
     echo "$wanted" >"$template.made"
 }
 
-# A room that another run left behind is nobody's when its lock is free.
+# A room belongs to a run as long as that holds the room's lock.
 remove_left_rooms() {
     local left
     for left in "$rooms"/room.*; do
-        [ ! -e "$left/lock" ] || flock --nonblock "$left/lock" rm -rf --one-file-system "$left"
+        [ ! -e "$left/lock" ] || flock --nonblock "$left/lock" rm -rf --one-file-system "$left" ||
+            true # still in use
     done
 }
 
