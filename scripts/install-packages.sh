@@ -53,6 +53,6 @@ install_packages() {
     # An installation that was cut short is ended first.
     "${as_root[@]}" dpkg --configure --pending >/dev/null &&
         "${as_root[@]}" apt-get -qq -oDPkg::Lock::Timeout=600 update &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -oDPkg::Lock::Timeout=600 \
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes apt-get -qq -oDPkg::Lock::Timeout=600 \
             install -y --no-install-recommends "${missing[@]}" >/dev/null
 }
