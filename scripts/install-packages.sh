@@ -37,7 +37,8 @@ install_packages() {
     [ ${#missing[@]} -gt 0 ] || return 0
 
     [[ $(os_release ID) == debian && " $supported_releases " == *" $(os_release VERSION_CODENAME) "* ]] || {
-        echo "This machine runs $(os_release PRETTY_NAME). Packages are installed on Debian only, releases: $supported_releases."
+        echo "This machine runs $(os_release PRETTY_NAME)." \
+            "Packages are installed on Debian only, releases: $supported_releases."
         echo "These are missing: ${missing[*]}"
         echo "Install what they hold yourself, and go on with the option --no-install."
         return 1
@@ -53,6 +54,6 @@ install_packages() {
     # An installation that was cut short is ended first.
     "${as_root[@]}" dpkg --configure --pending >/dev/null &&
         "${as_root[@]}" apt-get -qq -oDPkg::Lock::Timeout=600 update &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes apt-get -qq -oDPkg::Lock::Timeout=600 \
-            install -y --no-install-recommends "${missing[@]}" >/dev/null
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes \
+            apt-get -qq -oDPkg::Lock::Timeout=600 install -y --no-install-recommends "${missing[@]}" >/dev/null
 }
