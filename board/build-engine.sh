@@ -1,7 +1,7 @@
 #!/bin/bash
-# Fetches the update engine for the emulated board, Debian's SWUpdate and curl for armhf, with the
-# libraries that they need and the board's image lacks. The result, .cache/engine, is laid over the
-# board's root by those who want it (board/run.sh --install); a complete one is left alone.
+# Downloads the update engine for the emulated board: Debian's SWUpdate and curl for armhf, with the
+# libraries that the board's image does not have. board/run.sh --install puts the result,
+# .cache/engine/root, onto the board. Keeps a complete result.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -11,7 +11,7 @@ cache=$(dirname "$here")/.cache/engine
 
 programs=(usr/bin/swupdate usr/bin/curl)
 
-# needed FILE...: the shared libraries that the files ask for by name, and those that these ask for.
+# needed FILE...: prints the shared libraries that the files need, directly or through others.
 needed() {
     local -A known=()
     local file name
@@ -33,11 +33,11 @@ on_exit true
 wait_for_turn "${cache%/*}"
 [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
 echo "update engine: downloading Debian packages for armhf"
-rm -rf "$cache".?????? # of a run that was killed
+rm -rf "$cache".?????? # left by a killed run
 work=$(mktemp -d "$cache.XXXXXX")
 on_exit rm -rf "$work"
 private_apt armhf "$work/apt"
-# The last one stands in for a package that would draw in a whole Perl.
+# usr-is-merged replaces a package that depends on Perl.
 apt-get "${apt_options[@]}" install -y -d --no-install-recommends swupdate curl usr-is-merged >/dev/null
 mkdir -p "$work/all" "$work/new/root"
 for package in "$work"/apt/archives/*.deb; do
@@ -48,7 +48,7 @@ cd "$work/all"
 needed "${programs[@]}" | while read -r library; do
     grep -q "/${library##*/}$" "$work/on-board" || echo "$library"
 done >"$work/libraries"
-# Under the names that the programs look for, which are links in the packages.
+# Under the names that the programs look for. In the packages these are links.
 xargs -a "$work/libraries" cp -L --parents -t "$work/new/root"
 cp --parents "${programs[@]}" "$work/new/root"
 echo "$wanted" >"$work/new/fingerprint"

@@ -1,20 +1,20 @@
 #!/bin/bash
-# Builds the emulated board's image out of Debian packages: kernel, device tree, root file system.
-# The result lies in .cache/board at the top of the project; a complete one is left alone.
+# Builds the emulated board's image from Debian packages: kernel, device tree, root file system. The
+# result is .cache/board at the top of the project. Keeps a complete result.
 set -euo pipefail
 
-PATH=$PATH:/usr/sbin:/sbin # where depmod is, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # for depmod; other users than root need this
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
 . "$here/../scripts/run-control.sh"
 . "$here/../scripts/private-apt.sh"
 
-# What runs on the board. The program itself is put in at each boot.
+# The board's userland. board/run.sh adds the program itself at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
     net-tools rsyslog strace time mtd-utils bsdutils)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
     sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod)
-# Of the 16 MiB NOR flash: name, start, size.
+# The partitions of the 16 MiB NOR flash: name, start, size.
 partitions=("boot 0x0 0x80000" "kernel 0x80000 0x580000" "app 0x600000 0x800000"
     "etc 0xe00000 0x200000")
 
@@ -39,14 +39,14 @@ fingerprint() {
 
 download() {
     step "downloading Debian packages for armhf"
-    private_apt armhf "$work/apt" || fail "no packages"
+    private_apt armhf "$work/apt" || fail "could not download the package lists"
     kernel_package=$(apt-cache "${apt_options[@]}" depends linux-image-armmp |
         sed -n 's/.*Depends: \(linux-image-6[^ ]*\)/\1/p' | head -n 1)
-    [ -n "$kernel_package" ] || fail "the package lists could not be fetched"
+    [ -n "$kernel_package" ] || fail "the package lists have no kernel"
     (cd "$work/apt" && apt-get "${apt_options[@]}" download "$kernel_package") ||
-        fail "$kernel_package could not be fetched"
+        fail "could not download $kernel_package"
     apt-get "${apt_options[@]}" install -y -d --no-install-recommends "${userland[@]}" >/dev/null ||
-        fail "the userland could not be fetched"
+        fail "could not download the userland"
 }
 
 unpack() {
@@ -60,7 +60,7 @@ unpack() {
     rm -rf "$work"/root/usr/share "$work"/root/usr/lib/arm-linux-gnueabihf/gconv
     ln -sf dash "$work/root/bin/sh"
     ln -sf mawk "$work/root/usr/bin/awk"
-    # The job's shell has a name of its own: an upgrade from the console ends every /bin/sh.
+    # The job's shell has its own name because an upgrade from the console kills every /bin/sh.
     ln -sf dash "$work/root/bin/job-shell"
     mkdir -p "$work"/root/{dev,proc,sys,tmp,run,mnt/sd,mnt/usb,job}
     cp -a "$here/rootfs/." "$work/root/"
@@ -82,7 +82,7 @@ add_modules() {
     install -m 644 "$work/kernel/boot/vmlinuz-$version" "$work/new/vmlinuz"
 }
 
-# The vendor's tree with our partitions and all serial lines.
+# The vendor's device tree with our partitions and all serial lines.
 make_device_tree() {
     local tree=$work/new/board.dtb flash=/ahb/spi@1e620000/flash@0 i name start size node
     install -m 644 "$work"/kernel/usr/lib/linux-image-*/aspeed-ast2600-evb.dtb "$tree"
@@ -91,7 +91,7 @@ make_device_tree() {
     fdtput -t s "$tree" $flash/partitions compatible fixed-partitions
     fdtput -t x "$tree" $flash/partitions '#address-cells' 1
     fdtput -t x "$tree" $flash/partitions '#size-cells' 1
-    # A new node becomes the first one: backwards, so that the first partition is mtd0.
+    # Each new node becomes the first one. Add them backwards, so that the first partition is mtd0.
     for ((i = ${#partitions[@]} - 1; i >= 0; --i)); do
         read -r name start size <<<"${partitions[i]}"
         node=$flash/partitions/$name@${start#0x}
@@ -116,7 +116,7 @@ pack_root() {
     step "packing the root file system"
     (cd "$work/root" && find . -print0 | sort -z | cpio --quiet -0 -o -H newc -R 0:0) \
         >"$work/new/root.cpio"
-    # A second archive is found only at a multiple of four bytes.
+    # The kernel finds a second archive only at a multiple of four bytes.
     truncate -s %4 "$work/new/root.cpio"
 }
 
@@ -130,7 +130,7 @@ main() {
     need cpio cpio
     need depmod kmod
 
-    rm -rf "$cache".?????? # of a run that was killed
+    rm -rf "$cache".?????? # left by a killed run
     work=$(mktemp -d "$cache.XXXXXX")
     on_exit rm -rf "$work"
     mkdir "$work/new"

@@ -1,25 +1,25 @@
-# Sourced: makes firmware for the emulated board out of real parts.
+# Sourced: makes firmware for the emulated board from real parts.
 # shellcheck shell=bash
 
-PATH=$PATH:/usr/sbin:/sbin # where mkfs.jffs2 is, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # for mkfs.jffs2; other users than root need this
 board_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 board_cache=$(dirname "$board_dir")/.cache/board
 
-# partition NAME: its start and size in flash, in bytes.
+# partition NAME: prints its start and size in flash, in bytes.
 partition() {
     local start size
     read -r start size < <(awk -v name="$1" '$1 == name { print $2, $3 }' "$board_cache/partitions")
     echo $((start)) $((size))
 }
 
-# make_kernel_image NAME OUT: the Debian kernel behind a boot loader header.
+# make_kernel_image NAME OUT: makes a boot loader header and the Debian kernel.
 make_kernel_image() {
     SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 \
         -e 0x80008000 -n "$1" -d "$board_cache/vmlinuz" "$2" >/dev/null
 }
 
-# make_etc_image RELEASE OUT: the /etc that a firmware ships, as a file system as large as its
-# partition, every erase block of which begins with a node.
+# make_etc_image RELEASE OUT: makes the /etc of a firmware, a file system as large as its partition.
+# Each erase block begins with a node.
 make_etc_image() {
     local tree size
     tree=$(mktemp -d)
@@ -41,12 +41,12 @@ make_etc_image() {
     rm -rf "$tree"
 }
 
-# make_app_image NAME SIZE OUT: contents of the second partition, no two lines of which are equal.
+# make_app_image NAME SIZE OUT: makes contents for the second partition. All lines differ.
 make_app_image() {
     seq -f "$1 %.0f" 1 1000000 | head -c "$2" >"$3" || true # head closes the pipe early
 }
 
-# make_flash OUT KERNEL APP ETC: a flash as it leaves the factory.
+# make_flash OUT KERNEL APP ETC: makes the flash of a new board.
 make_flash() {
     local name start
     head -c 16M /dev/zero | tr '\0' '\377' >"$1"
@@ -57,7 +57,7 @@ make_flash() {
     done
 }
 
-# make_release NAME: the three parts of a firmware in this folder, as NAME.kernel, NAME.app and NAME.etc.
+# make_release NAME: makes the three parts of a firmware: NAME.kernel, NAME.app and NAME.etc.
 make_release() {
     make_kernel_image "$1" "$1.kernel"
     make_app_image "$1" 300000 "$1.app"
@@ -65,13 +65,13 @@ make_release() {
     make_etc_image "$1" "$1.etc"
 }
 
-# make_package NAME LAYOUT OUT [OPTION...]: puts the parts together, with more options of fwpack.
+# make_package NAME LAYOUT OUT [OPTION...]: makes a package of the parts, with more options of fwpack.
 make_package() {
     "$board_dir/../build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$1.kernel" \
         --second "$1.app" --etc "$1.etc" --output "$3" "${@:4}"
 }
 
-# make_card OUT: an empty SD card, vfat as it comes from the shop.
+# make_card OUT: makes an empty SD card with vfat, like a new card.
 make_card() {
     rm -f "$1"
     truncate -s 64M "$1"

@@ -1,5 +1,5 @@
-# Sourced by the demo: three boards with settings of their own, one web server, one signed update file.
-# They ask by themselves and upgrade; one loses its power on the way, one takes another marker only.
+# Sourced by the demo: three boards with different settings, one web server, one signed update file. The
+# boards ask the server and upgrade by themselves. One loses its power, one accepts only another marker.
 # shellcheck shell=bash
 
 : "${work:?}" # the demo's
@@ -7,7 +7,7 @@ fleet=(north south west)
 boards=()
 web=$((20000 + RANDOM % 20000)) # its port on this machine's loopback address
 
-# settings_of BOARD: what its user set, lines 'FILE KEY=VALUE'.
+# settings_of BOARD: prints its user's settings as lines 'FILE KEY=VALUE'.
 settings_of() {
     case $1 in
     north) printf '%s\n' "tcp_server.conf server_port=9001" "network/network.conf IPADDR=10.1.0.1" ;;
@@ -26,7 +26,7 @@ offer_update() {
     mkdir -p "$work/www/cgi-bin"
     quietly integration/swupdate/make-key "$work/signing" "demo firmware"
     quietly integration/swupdate/make-swu --sign "$work"/signing.{key,crt} "$work/package" "$work/www"
-    # This server's own log leaves the questions out, so they are asked of a script.
+    # This server does not log queries, so a script answers and logs them.
     cat >"$work/www/cgi-bin/latest" <<'END'
 #!/bin/sh
 echo "$QUERY_STRING" >>../../asked
@@ -53,7 +53,7 @@ while read -r file setting; do
 done </settings
 [ "$(cat /etc/system.conf)" != hostname=west ] || echo MARKER=3520 >/etc/oem_marker.conf
 show
-# It ends with a restart, or here with a refusal.
+# update-agent restarts the board. After a refusal, sed ends it.
 update-agent | sed -u '/refused/q'
 show
 END
@@ -63,7 +63,7 @@ update-agent once
 END
 }
 
-# run_fleet_board BOARD: the name of a board gives its settings and its fate.
+# run_fleet_board BOARD: runs one board. Its name decides its settings and what happens to it.
 run_fleet_board() {
     local dir=$work/$1 jobs=(--job "$work/ask") cut=()
     mkdir "$dir"
@@ -95,7 +95,7 @@ run_fleet_board() {
     done
 }
 
-# in_flash BOARD: the firmware of which its flash holds kernel and second partition.
+# in_flash BOARD: prints the firmware whose kernel and second partition are in its flash.
 in_flash() {
     local release name start
     for release in "firmware 1.0.0" "firmware 2.0.0"; do
@@ -108,10 +108,10 @@ in_flash() {
     done
 }
 
-# report_fleet: the table; fails when a board is not as it should be.
+# report_fleet: prints the table. Fails if a board has a wrong result.
 report_fleet() {
     local board kept of before after verdict expected status=0
-    printf '\n%-6s  %-14s  %-14s  %-13s  %-6s  %s\n' board before after "settings kept" cuts "what the server was told"
+    printf '\n%-6s  %-14s  %-14s  %-13s  %-6s  %s\n' board before after "settings kept" cuts "reported to the server"
     for board in "${fleet[@]}"; do
         before=$(sed -n 's/^kernel=//p' "$work/$board/output" | head -n 1)
         after=$(sed -n 's/^kernel=//p' "$work/$board/output" | tail -n 1)

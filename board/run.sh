@@ -1,12 +1,12 @@
 #!/bin/bash
-# Boots the emulated board on a flash file and runs jobs on it, or gives its console.
+# Boots the emulated board on a flash file and runs jobs on it, or opens its console.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
 . "$here/../scripts/run-control.sh"
 
-# Exit statuses of our own; any other is the job's.
+# This script's own exit statuses. Any other is the job's.
 readonly reset_status=75 board_status=76 usage_status=2
 readonly vfat_modules=vfat,nls_ascii,nls_cp437,nls_iso8859-1
 
@@ -14,31 +14,32 @@ usage() {
     cat <<'END'
 usage: board/run.sh [options] FLASH [-- COMMAND...]
 
-Boots the board on the 16 MiB flash file FLASH, which is made blank if missing and outlives the
-board. Runs COMMAND on it, or one job per boot, or else gives the console (end it with 'reboot').
+Boots the board on the 16 MiB flash file FLASH. Creates a blank one if it is missing. The file keeps
+its contents. Runs COMMAND on the board, or one job per boot. Without either, opens the console
+(leave it with 'reboot').
 
-  --install DIR      lays the tree DIR over the board's root
+  --install DIR      copies the tree DIR over the board's root
   --put FILE:PATH    puts FILE on the board as PATH
-  --job SCRIPT       runs a shell script; repeated, each on the next boot of the same flash
-  --modules A,B      loads kernel modules too
-  --devices PROGRAM  puts the board's own devices there, served by PROGRAM (board_devices), which
-                     logs their requests to /run/devices.log
-  --serial LINE      what /dev/ttyAMA1 is connected to, then /dev/ttyAMA2, as QEMU's -serial has it
-  --sd FILE          an image in the SD slot, --usb FILE one in the USB slot; writes are forgotten
-  --kept-sd FILE     an image in the SD slot that keeps what is written to it
+  --job SCRIPT       runs a shell script; each further --job runs on the next boot of the same flash
+  --modules A,B      loads more kernel modules
+  --devices PROGRAM  adds the board's own devices. PROGRAM (board_devices) serves them and logs their
+                     requests to /run/devices.log
+  --serial LINE      connects /dev/ttyAMA1, the second time /dev/ttyAMA2; LINE as for QEMU's -serial
+  --sd FILE          an image in the SD slot, --usb FILE one in the USB slot; discards writes
+  --kept-sd FILE     an image in the SD slot; keeps writes
   --web COMMAND      a network whose only other host is the web server 10.0.2.100; COMMAND serves each
                      connection on its standard input and output
   --log-times        puts the time since the start in front of each line, in seconds
   --console FILE     keeps the kernel's messages in FILE
   --timeout SECONDS  the longest time for one boot (default 240)
-  --count-time       lets the board's clock run by its instructions, 4 ns each, on one processor: a
-                     busy host then changes nothing that the board measures
-  --cut TEXT:SECONDS cuts the power, once, so long after the first line with TEXT
+  --count-time       advances the board's clock by 4 ns for each instruction, on one processor. The
+                     board's times then do not depend on the host's load
+  --cut TEXT:SECONDS cuts the power once, SECONDS after the first line with TEXT
 
-The jobs' output goes to standard output, lines of the board's system log marked 'log: '. The exit
-status is the last job's; 75 when the board was reset during the last job, 76 when it did not boot
-or hung. A job that fails ends the run, one that resets the board or loses its power hands over to
-the next. One that the start-up scripts reset before its job gets the same job again.
+The jobs' output goes to standard output. Lines of the board's system log begin with 'log: '. The exit
+status is the last job's, or 75 if the board was reset during the last job, or 76 if it did not boot
+or hung. A job that fails ends the run. After a reset or a power cut in a job, the next job runs. If
+the start-up scripts reset the board before its job, the same job runs in the next boot.
 END
 }
 
@@ -110,20 +111,21 @@ parse() {
     fi
 }
 
-# drive_file FILE: as an emulator's option, whatever its name. Behind a slash a colon is no protocol's.
+# drive_file FILE: prints the emulator's option for a file of any name. After a slash, a colon does not
+# start a protocol.
 drive_file() {
     local path
     path=$(realpath -- "$1")
     echo "file=${path//,/,,}"
 }
 
-# put_card FILE SNAPSHOT
+# put_card FILE SNAPSHOT: puts the image into the SD slot.
 put_card() {
     modules+=,sdhci-of-aspeed,$vfat_modules
     extras+=(-drive "if=sd,$(drive_file "$1"),format=raw,index=2,snapshot=$2")
 }
 
-# The boot loader: the kernel in flash if its checksums hold, else the one for recovery.
+# The boot loader: takes the kernel in flash if its checksums are right, else the recovery kernel.
 load_kernel() {
     local start size data_size
     read -r start size < <(awk '$1 == "kernel" { print $2, $3 }' "$cache/partitions")
@@ -141,7 +143,7 @@ load_kernel() {
     fi
 }
 
-# qemu SERIAL...: one boot; the first line is the console.
+# qemu SERIAL...: runs one boot. The first serial line is the console.
 qemu() {
     local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G "${clock[@]}"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
@@ -156,7 +158,7 @@ make_initrd() {
     cat "$cache/root.cpio" "$work/overlay.cpio" >"$work/initrd"
 }
 
-# Passes the lines of start-up and job on until the board is gone; leaves the job's status in $work/rc.
+# Prints the lines of start-up and job until the emulator ends. Leaves the job's status in $work/rc.
 relay() {
     local line rc=none
     while IFS= read -r line; do
@@ -173,7 +175,7 @@ relay() {
     echo "$rc" >"$work/rc"
 }
 
-# cut_power SECONDS: what was written by then stays in the flash file, nothing else does.
+# cut_power SECONDS: kills the emulator then. Only writes up to this moment are in the flash file.
 cut_power() {
     cut=
     (sleep "$1" && touch "$work/cut" && kill -9 "$(cat "$work/pid")") </dev/null >/dev/null 2>&1 &
@@ -185,8 +187,8 @@ say() {
     printf '%s\n' "$1"
 }
 
-# boot JOB: one boot with a job. Leaves its status in $status: a number, 'reset', or 'again' when the
-# board was reset before it.
+# boot JOB: boots once and runs a job. Leaves its status in $status: a number, 'reset', or 'again' if
+# the board was reset before the job.
 boot() {
     install -m 644 "$1" "$work/overlay/job/run"
     make_initrd
@@ -203,7 +205,7 @@ boot() {
     fi
     [ "$ended" -ne 124 ] || hang "the board did not end within $limit seconds"
     [ "$ended" -eq 0 ] || hang "the emulator ended with status $ended"
-    [ "$status" != none ] || hang "the board did not get to its job"
+    [ "$status" != none ] || hang "the board did not start its job"
 }
 
 hang() {
@@ -217,7 +219,7 @@ run_jobs() {
         boots=1
         boot "$job"
         while [ "$status" = again ]; do
-            [ $((boots += 1)) -le 20 ] || hang "the board is always reset before its job"
+            [ $((boots += 1)) -le 20 ] || hang "every boot is reset before its job"
             boot "$job"
         done
         [ "$status" = reset ] || [ "$status" -eq 0 ] || exit "$status"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Checks the documents: each relative link leads to a file that is there, and to a heading in it; each
-# picture can be drawn, in light and in dark colours.
+# Checks the documents: each relative link leads to an existing file, and to a heading in it. Each
+# picture renders, in light and in dark colours.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)
@@ -16,7 +16,7 @@ files() {
     find . \( -name build -o -name '.?*' \) -prune -o -name "$1" -print
 }
 
-# headings FILE: the names by which a link reaches them.
+# headings FILE: prints the headings' names for links.
 headings() {
     sed -n 's/^#\+ //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'
 }
@@ -35,7 +35,7 @@ check_links() {
         sed -E 's/:(\]\(|src(set)?=")/:/; s/[)"]$//' | grep -v ':https\?:')
 }
 
-# dark FILE: the picture with its dark colours in force.
+# dark FILE: prints the picture with its dark colours.
 dark() {
     sed '/@media (prefers-color-scheme: dark) {$/,/^ *}$/{/@media/d; /^ *}$/d}' "$1"
 }

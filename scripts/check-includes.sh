@@ -1,5 +1,5 @@
 #!/bin/bash
-# check-includes.sh: each folder includes only itself and the folders behind it in its line.
+# check-includes.sh: each folder includes only itself and the folders after it in its line.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

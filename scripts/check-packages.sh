@@ -1,11 +1,11 @@
 #!/bin/bash
-# Makes the Debian packages out of the build folders of the host and of the board, the arguments.
-# Holds them against Debian's policy, installs them in roots of their own, looks at what is there and
-# at its manual pages, and removes them again.
+# Makes the Debian packages from the build folders of the host and of the board, the arguments. Checks
+# them against Debian's policy, installs each in a root of its own, checks the files and the manual
+# pages there, and removes it again.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/isolate.sh"
-PATH=$PATH:/usr/sbin:/sbin # where dpkg finds its helpers, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # dpkg's helpers; other users than root need this
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -14,8 +14,8 @@ fail() {
     exit 1
 }
 
-# make_root NAME PACKAGE-FILE...: an empty root, in whose books what the packages depend on stands as
-# installed where this machine has it, so that dependencies are looked at.
+# make_root NAME PACKAGE-FILE...: makes an empty root. Its package database lists the packages'
+# dependencies as installed if this machine has them, so dpkg checks dependencies.
 make_root() {
     local file names=()
     root=$work/$1
@@ -35,27 +35,27 @@ in_root() {
     fakeroot dpkg --root="$root" --force-not-root "$@" >"$work/dpkg" 2>&1 || fail "$(cat "$work/dpkg")"
 }
 
-# The program's links are those of its own listing.
+# The links match the program's own listing.
 check_links() {
     diff <("${emulator[@]}" "$1/qve" | tail -n 1 | sed 's/, /\n/g' | sort) \
         <(find "$1" -lname qve -printf '%f\n' | sort) || fail "links other than the applets'"
 }
 
-# Every applet has its page, as the program has, and there are no other pages.
+# Every applet and the program have a page, and there are no other pages.
 check_pages() {
     local page said
     diff <(sed -n 's/^    {"\(.*\)", .*/\1.8/p' "$top/app/applet_table.cpp" | sort - <(echo qve.8)) \
         <(find "$root/usr/share/man/man8" -name '*.8.gz' -exec basename -s .gz {} + | sort) ||
         fail "pages other than the applets'"
     for page in "$top"/docs/man/*; do
-        # Where a page leads is not its own affair: it may be in another package.
+        # A page may refer to a page in another package.
         said=$(cd "${page%/*}"; mandoc -T lint -W style "${page##*/}" 2>/dev/null |
             sed '/STYLE: referenced manual not found/d') || true
         [ -z "$said" ] || fail "$said"
     done
 }
 
-# A page has the very words that the program prints.
+# A page has exactly the text that the program prints.
 check_usage() {
     local page command wanted said count=0
     for page in "$top"/docs/man/*.8; do
@@ -63,16 +63,16 @@ check_usage() {
         while read -r -a command; do
             wanted=$(sed -n "/printed by: ${command[*]}\$/,/^\.Ed/p" "$page" |
                 sed -e '1,2d' -e '/^\.Ed/d' -e 's/^\\&//' -e 's/\\&$//')
-            # Isolated, should an applet do more than print.
+            # Isolated, in case an applet does more than print.
             said=$(isolated "$1/${command[0]}" "${command[@]:1}" 2>&1 </dev/null || true)
-            [ "$said" = "$wanted" ] || fail "${page##*/} has not what '${command[*]}' prints:" "$said"
+            [ "$said" = "$wanted" ] || fail "${page##*/} does not have the text that '${command[*]}' prints:" "$said"
             count=$((count + 1))
         done < <(sed -n 's/^\.\\" printed by: //p' "$page")
     done
-    [ "$count" -eq 5 ] || fail "$count usage texts in place of 5"
+    [ "$count" -eq 5 ] || fail "$count usage texts instead of 5"
 }
 
-# fwpack's help, its page and the completions for bash and zsh know the same commands and options.
+# fwpack's help, its page and the completions for bash and zsh have the same commands and options.
 check_fwpack_options() {
     local commands command options
     commands=$("$1" help | sed -n 's/^  fwpack \([a-z]*\) .*/\1/p' | grep -vx help)
@@ -92,7 +92,7 @@ check_fwpack_options() {
     done
 }
 
-# completed WORD...: what bash's completion makes of the last word.
+# completed WORD...: prints bash's completions of the last word.
 completed() {
     COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
     _fwpack
@@ -112,7 +112,7 @@ look_at_board() {
     check_links "$root/bin"
 }
 
-# install_and_remove NAME LOOK PACKAGE-FILE...: calls LOOK in between; nothing may stay behind.
+# install_and_remove NAME LOOK PACKAGE-FILE...: calls LOOK in between. The removal must leave nothing.
 install_and_remove() {
     local name=$1 look=$2 file
     shift 2

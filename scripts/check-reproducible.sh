@@ -1,6 +1,6 @@
 #!/bin/bash
-# The same sources give the same bytes, wherever and whenever they are built: makes the board's
-# program and its package in two folders and compares. SOURCE_DATE_EPOCH stands for the time.
+# Checks that the same sources give the same bytes in any folder and at any time. Makes the board's
+# program and its package in two folders and compares them. SOURCE_DATE_EPOCH sets the time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)

@@ -1,8 +1,8 @@
 #!/bin/bash
 # clean-room.sh [--release NAME] COMMAND...: runs COMMAND in a fresh clone of this checkout's HEAD, on
-# a Debian with a minimal installation and nothing else: what passes there passes on a bare machine.
-# NAME is bookworm, unless told otherwise, or trixie. Needs root. The output and the exit status are
-# COMMAND's own. A template of each release is kept in /var/cache; each run gets a copy of its own.
+# a minimal Debian. A command that passes there passes on a bare machine. NAME is bookworm (default)
+# or trixie. Needs root. The output and the exit status are COMMAND's own. /var/cache keeps a template
+# of each release; each run gets its own copy.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/run-control.sh"
@@ -20,12 +20,12 @@ fail() {
     exit 1
 }
 
-# make_template: a minimal Debian that reaches its packages as this machine does. One that was made
-# in the same way less than a month ago is left alone.
+# make_template: makes a minimal Debian that uses this machine's package sources. Keeps an existing
+# one if it was made in the same way less than a month ago.
 make_template() {
     local mirror access wanted new=$template.new
     mirror=$(debian_mirror)
-    [ -n "$mirror" ] || fail "this machine's apt sources name no Debian mirror; give one as DEBIAN_MIRROR"
+    [ -n "$mirror" ] || fail "this machine's apt sources have no Debian mirror; set DEBIAN_MIRROR"
     access=$(apt-config dump | grep -E '^Acquire::(https?|Check-[A-Za-z-]+)[: ]') || true # most machines need none
     wanted=$(cat "$0" - <<<"$mirror $access" | sha256sum)
     [ -z "$(find "$template.made" -mtime -30 2>/dev/null)" ] || [ "$(cat "$template.made")" != "$wanted" ] || return 0
@@ -35,7 +35,7 @@ make_template() {
     rm -rf --one-file-system "$new" "$template.made"
     mmdebstrap --quiet --variant=apt --include=mount "$release" "$new" \
         "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" ||
-        fail "$release could not be made out of $mirror"
+        fail "could not make $release from $mirror"
     echo "$access" >"$new/etc/apt/apt.conf.d/90machine"
     [[ $mirror != https:* ]] ||
         install -D -m 644 /etc/ssl/certs/ca-certificates.crt "$new/etc/ssl/certs/ca-certificates.crt"
@@ -44,7 +44,7 @@ make_template() {
     echo "$wanted" >"$template.made"
 }
 
-# A room belongs to a run as long as that holds the room's lock.
+# A room belongs to a run as long as the run holds the room's lock.
 remove_left_rooms() {
     local left
     for left in "$rooms"/room.*; do
@@ -64,7 +64,7 @@ make_room() {
     git -C "$room/root/root/qve" checkout --quiet --detach "$(git -C "$top" rev-parse HEAD)"
 }
 
-# Not a chroot: there, a program could not have mounts of its own.
+# Not a chroot: a program in a chroot could not have mounts of its own.
 enter_room() {
     # shellcheck disable=SC2016 # expanded in the room
     unshare --mount --pid --fork --kill-child --propagation private bash -c '
@@ -93,8 +93,8 @@ while [[ ${1:-} == -* ]]; do
     esac
 done
 [ $# -gt 0 ] || usage
-[[ " $supported_releases " == *" $release "* ]] || fail "no release '$release'; there are: $supported_releases"
-[ "$(id -u)" -eq 0 ] || fail "only root can make one"
+[[ " $supported_releases " == *" $release "* ]] || fail "no release '$release'; supported releases: $supported_releases"
+[ "$(id -u)" -eq 0 ] || fail "only root can make a clean room"
 mapfile -t proxies < <(env | grep -iE '^(https?|no)_proxy=')
 
 template=$rooms/$release

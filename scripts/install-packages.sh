@@ -1,10 +1,10 @@
-# Sourced: installs the Debian packages that are missing.
+# Sourced: installs missing Debian packages.
 # shellcheck shell=bash
 
-# By Debian's names; all that the project needs has the same name in each.
+# Debian's names. All packages have the same name in each release.
 supported_releases="bookworm trixie"
 
-# packages_of GROUP: what a group of steps needs.
+# packages_of GROUP: prints the packages that a group of steps needs.
 packages_of() {
     case $1 in
     build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
@@ -17,7 +17,7 @@ packages_of() {
     esac
 }
 
-# missing_packages GROUP...
+# missing_packages GROUP...: prints the packages that are not installed.
 missing_packages() {
     local group name
     for name in $(for group in "$@"; do packages_of "$group"; done); do
@@ -25,12 +25,12 @@ missing_packages() {
     done
 }
 
-# os_release KEY: what this machine's distribution says of itself.
+# os_release KEY: prints a value of this machine's /etc/os-release.
 os_release() {
     (. /etc/os-release && echo "${!1:-}")
 }
 
-# install_packages GROUP...: says nothing and needs no rights when all are there.
+# install_packages GROUP...: prints nothing and needs no rights if nothing is missing.
 install_packages() {
     local missing as_root=()
     mapfile -t missing < <(missing_packages "$@")
@@ -38,20 +38,20 @@ install_packages() {
 
     [[ $(os_release ID) == debian && " $supported_releases " == *" $(os_release VERSION_CODENAME) "* ]] || {
         echo "This machine runs $(os_release PRETTY_NAME)." \
-            "Packages are installed on Debian only, releases: $supported_releases."
+            "This script installs packages only on Debian, releases: $supported_releases."
         echo "These are missing: ${missing[*]}"
-        echo "Install what they hold yourself, and go on with the option --no-install."
+        echo "Install them yourself, under this distribution's names, and use the option --no-install."
         return 1
     } >&2
     if [ "$(id -u)" -ne 0 ]; then
         as_root=(sudo)
         command -v sudo >/dev/null || {
-            echo "These packages are missing, and neither root nor sudo is at hand: ${missing[*]}" >&2
+            echo "These packages are missing, and installing them needs root or sudo: ${missing[*]}" >&2
             return 1
         }
     fi
     echo "installing ${missing[*]}"
-    # An installation that was cut short is ended first.
+    # First complete an installation that was interrupted.
     "${as_root[@]}" dpkg --configure --pending >/dev/null &&
         "${as_root[@]}" apt-get -qq -oDPkg::Lock::Timeout=600 update &&
         "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes \

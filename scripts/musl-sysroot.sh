@@ -1,6 +1,6 @@
 #!/bin/bash
-# Puts the small C library that the board's program is linked with, Debian's musl for armel, and the
-# kernel's headers into .cache/musl at the top of the project. One that is there is left alone.
+# Puts Debian's musl for armel and the kernel's headers into .cache/musl at the top of the project.
+# musl is the small C library of the board's program. Keeps a complete one.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -17,24 +17,24 @@ compiler=arm-linux-gnueabi-g++
 command -v $compiler >/dev/null || fail "$compiler is missing; install the package g++-arm-linux-gnueabi"
 version=$($compiler -dumpversion)
 
-# Remade when what makes it changes, or the compiler, whose C++ headers are used.
+# Remade when these scripts change, or the compiler, whose C++ headers it uses.
 wanted=$(cat "$here"/{musl-sysroot,private-apt}.sh - <<<"$version" | sha256sum)
 on_exit true
 wait_for_turn "${cache%/*}"
 [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
 
-rm -rf "$cache".?????? # of a run that was killed
+rm -rf "$cache".?????? # left by a killed run
 work=$(mktemp -d "$cache.XXXXXX")
 on_exit rm -rf "$work"
 echo "musl: downloading Debian's musl-dev and linux-libc-dev for armel"
-private_apt armel "$work/apt" || fail "could not be fetched"
+private_apt armel "$work/apt" || fail "could not download the package lists"
 (cd "$work/apt" && apt-get "${apt_options[@]}" download musl-dev linux-libc-dev) ||
-    fail "could not be fetched"
+    fail "could not download the packages"
 for package in "$work"/apt/*.deb; do
     dpkg -x "$package" "$work/new"
 done
 rm -rf "$work/new/usr/share"
-# The compiler's own, of which only what is in headers can be used.
+# The compiler's own C++ headers. Only the parts that need no library work.
 ln -s "$(realpath "$($compiler -print-file-name=../include/c++/"$version")")" "$work/new/usr/include/c++"
 echo "$wanted" >"$work/new/fingerprint"
 chmod 755 "$work/new"

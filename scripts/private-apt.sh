@@ -1,11 +1,11 @@
 # Sourced: Debian packages of another architecture, without touching the system's package state.
 # shellcheck shell=bash
 
-# The board's own parts come from one release, whatever this machine runs.
+# The board's parts always come from this release, whatever release this machine runs.
 release=bookworm
 
-# debian_mirror: where this machine's own apt sources fetch Debian from, of whatever release; or the
-# environment's DEBIAN_MIRROR, for a machine that has no such source. The package lists need not be there.
+# debian_mirror: prints the Debian mirror in this machine's apt sources, of any release, or the
+# environment's DEBIAN_MIRROR for a machine without such a source. Needs no package lists.
 debian_mirror() {
     if [ -n "${DEBIAN_MIRROR:-}" ]; then
         echo "$DEBIAN_MIRROR"
@@ -15,14 +15,14 @@ debian_mirror() {
     apt-get --print-uris update | sed -nE "s,^'(.*)/dists/$release/main/.*/Packages.*,\1,p" | sed -n 1p
 }
 
-# private_apt ARCHITECTURE DIR: makes a package state in DIR and fetches its lists, main only. Then
-# apt-get and apt-cache use it with "${apt_options[@]}"; what is installed with -d lies in
-# DIR/archives. Says so and returns 1 when no mirror is known.
+# private_apt ARCHITECTURE DIR: makes a package state in DIR and downloads its lists, main only. Then
+# apt-get and apt-cache use it with "${apt_options[@]}"; 'install -d' puts packages into DIR/archives.
+# Prints a message and returns 1 if no mirror is known.
 private_apt() {
     local architecture=$1 dir=$2 mirror
     mirror=$(debian_mirror)
     [ -n "$mirror" ] || {
-        echo "this machine's apt sources name no Debian mirror; give one as DEBIAN_MIRROR" >&2
+        echo "this machine's apt sources have no Debian mirror; set DEBIAN_MIRROR" >&2
         return 1
     }
     mkdir -p "$dir/lists/partial" "$dir/archives/partial"
@@ -34,6 +34,6 @@ private_apt() {
         -oDir::State::lists="$dir/lists" -oDir::State::status="$dir/status"
         -oDir::Cache="$dir" -oAcquire::Languages=none -oAcquire::Retries=3
         -oDebug::NoLocking=1 -oAPT::Sandbox::User=root)
-    # Its exit status says little; whether packages can then be fetched tells whether it worked.
+    # The exit status says little. A failure shows when packages are downloaded.
     apt-get "${apt_options[@]}" update || true
 }

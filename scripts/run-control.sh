@@ -1,38 +1,38 @@
-# Sourced: a run waits for the one before it, and all that it has started ends with it.
+# Sourced: a run waits for the run before it. At its end, it stops everything that it started.
 # shellcheck shell=bash
 
-# wait_for_turn FOLDER: holds FOLDER until this run and all that it has started are gone. Only one
-# run at a time gets past here; closing $turn lets the next one in before that.
+# wait_for_turn FOLDER: locks FOLDER until this run and everything that it started have ended. Only
+# one run at a time gets past here. Closing $turn lets the next run in earlier.
 wait_for_turn() {
     mkdir -p "$1"
     exec {turn}>"$1/lock"
     flock --nonblock "$turn" && return
-    echo "waiting for another run that uses ${1##*/} to end" >&2
+    echo "waiting for another run that uses ${1##*/}" >&2
     flock "$turn"
 }
 
-# on_exit COMMAND...: runs COMMAND at this script's end, when nothing that it has started runs any
-# more. SIGTERM and SIGHUP end a script at once as it is, SIGINT when its foreground command ended.
+# on_exit COMMAND...: at this script's end, stops everything that it started and then runs COMMAND.
+# SIGTERM and SIGHUP end a script at once, SIGINT after its foreground command ends.
 on_exit() {
-    # shellcheck disable=SC2064 # the command is the one of now
+    # shellcheck disable=SC2064 # expand the command now
     trap "end_started; $(printf '%q ' "$@")" EXIT
     trap 'exit 130' INT
 }
 
-# end_started: SIGTERM for all that this script has started, SIGKILL for what is left 5 s later.
+# end_started: sends SIGTERM to everything that this script started, and SIGKILL to the rest 5 s later.
 end_started() {
     local pids files
     mapfile -t pids < <(started_by $$)
     files=("${pids[@]/#//proc/}")
-    kill -TERM "${pids[@]}" 2>/dev/null || true # most are gone, or go with another
+    kill -TERM "${pids[@]}" 2>/dev/null || true # most have ended, or end with another
     for _ in {1..50}; do
         grep -qs '^State:[[:space:]]*[^ZX]' "${files[@]/%//status}" || return 0
         sleep 0.1
     done
-    kill -KILL "${pids[@]}" 2>/dev/null || true # they may have gone by now
+    kill -KILL "${pids[@]}" 2>/dev/null || true # they may have ended by now
 }
 
-# started_by PROCESS: the processes that it has started, and those that they have.
+# started_by PROCESS: prints its children and all their descendants.
 started_by() {
     cat /proc/[0-9]*/stat 2>/dev/null | awk -v first="$1" '
         { id = $1; sub(/.*\) /, ""); parent[id] = $2 }

@@ -64,7 +64,8 @@ void Server::Init()
     Reply(out, {reinterpret_cast<const uint8_t *>(name.c_str()), name.size() + 1});
 }
 
-/// The plain request numbers do not tell the kernel what to copy; this does, and it asks again.
+/// The plain request numbers do not tell the kernel what to copy. This reply does, and the kernel
+/// repeats the request.
 void Server::AskForRecord(const CuseRequest &request, uint64_t address)
 {
     const fuse_ioctl_out retry{0, FUSE_IOCTL_RETRY, request.is_answer ? 0U : 1U,

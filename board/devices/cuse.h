@@ -1,4 +1,4 @@
-// Character devices served by a program, through the kernel's CUSE.
+// Character devices that a program serves through the kernel's CUSE.
 #pragma once
 
 #include <cstdint>
@@ -10,22 +10,22 @@
 struct CuseRequest {
     uint32_t number;
     uint32_t size;  ///< bytes of the record behind the argument
-    bool is_answer; ///< the record goes to the caller; otherwise it comes from there
+    bool is_answer; ///< the record goes to the caller; otherwise it comes from the caller
 };
 
-/// A device: its node, and what it does with a request.
+/// A device: its node and its requests.
 class CuseDevice
 {
 public:
     virtual ~CuseDevice() = default;
-    /// The node is "/dev/" and this.
+    /// The node's name below "/dev/".
     [[nodiscard]] virtual std::string Name() const = 0;
-    /// Anything else is answered with ENOTTY.
+    /// Any other request fails with ENOTTY.
     [[nodiscard]] virtual std::vector<CuseRequest> Requests() const = 0;
-    /// @param record  as large as the request says; to be filled when it is an answer
-    /// @return what ioctl returns; an error is a negative errno
+    /// @param record  as large as the request says; Handle fills it if it is an answer
+    /// @return the result of ioctl; an error is a negative errno
     virtual int32_t Handle(uint32_t number, std::span<uint8_t> record) = 0;
 };
 
-/// Makes the node and serves it until the program is ended. Returns only on failure.
+/// Makes the node and serves it until the program is killed. Returns only on failure.
 void Serve(CuseDevice &device);

@@ -1,5 +1,5 @@
-// The devices of the board that the emulator does not have: registers with the GPIO pins, the I2C
-// bus and the two clocks. Each request is one line on standard output.
+// The board's devices that QEMU does not emulate: registers with the GPIO pins, the I2C bus and the
+// two clocks. Prints one line for each request.
 #include <unistd.h>
 
 #include <array>
@@ -14,8 +14,7 @@
 namespace
 {
 
-/// "hi3512_reg": sets and clears bits of registers, and reads them. A record is an address and
-/// bits.
+/// "hi3512_reg": sets, clears and reads bits of registers. A record has an address and bits.
 class Registers : public CuseDevice
 {
 public:
@@ -44,7 +43,7 @@ int32_t Registers::Handle(uint32_t number, std::span<uint8_t> record)
     const char *const names[] = {"set", "clear", "read"};
     std::printf("reg %s %08x %08x\n", names[number - kSet], address, bits);
 
-    // The address of a data register says which pins an access reaches.
+    // The address of a data register selects the pins of an access.
     uint32_t reached = 0xFFFFFFFF;
     for (const uint32_t base : kGpioBases) {
         if (address >= base && address < base + 0x400) {
@@ -60,8 +59,8 @@ int32_t Registers::Handle(uint32_t number, std::span<uint8_t> record)
     return 0;
 }
 
-/// "misc_gpio": an I2C bus on two pins, with an EEPROM at one address and nothing else. A record is
-/// one word: device, register and data byte.
+/// "misc_gpio": an I2C bus on two pins. Its only device is an EEPROM. A record is one word: device,
+/// register and data byte.
 class I2cBus : public CuseDevice
 {
 public:
@@ -85,7 +84,7 @@ int32_t I2cBus::Handle(uint32_t number, std::span<uint8_t> record)
     const uint32_t word = LoadLe32(record.data());
     std::printf("i2c %s %08x\n", number == kWrite ? "write" : "read", word);
     if (word >> 16 != kEeprom) {
-        return -EIO; // nobody acknowledges
+        return -EIO; // no device acknowledges
     }
     uint8_t &cell = eeprom_[(word >> 8) & 0xFF];
     if (number == kRead) {
@@ -95,11 +94,11 @@ int32_t I2cBus::Handle(uint32_t number, std::span<uint8_t> record)
     return 0;
 }
 
-/// A clock. It stands still, so that a test knows what it shows.
+/// A clock. It stands still, so that a test knows its time.
 class Clock : public CuseDevice
 {
 public:
-    /// The record has year, month, day, hour, minute, second and what is left of its size.
+    /// Year, month, day, hour, minute, second; the SoC's driver adds the day of the week.
     Clock(std::string name, uint32_t number, uint32_t size, uint32_t year)
         : name_(std::move(name)), number_(number), size_(size), year_(year)
     {

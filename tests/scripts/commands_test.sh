@@ -70,7 +70,7 @@ rm -rf "$work/tmp/"*
 stand_in dpkg-query 'exit 1'
 stand_in apt-get "touch '$work/touched'"
 printf 'ID=other\nPRETTY_NAME="Other 1"\nVERSION_CODENAME=trixie\n' >"$work/other"
-says 1 "Other 1. Packages are installed on Debian only, releases: bookworm trixie." isolated \
+says 1 "Other 1. This script installs packages only on Debian, releases: bookworm trixie." isolated \
     bash -c "mount --bind '$work/other' /etc/os-release && exec ./demo"
 grep -qF -- --no-install "$work/said" || fail "it does not say how to go on"
 [ ! -e "$work/touched" ] || fail "a package was asked for"
