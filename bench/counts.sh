@@ -1,7 +1,7 @@
-# Sourced: counts that are the same on an idle machine and on a busy one.
+# Sourced: counts that do not depend on the machine's load.
 # shellcheck shell=bash
 
-# system_calls COMMAND...: how many it makes from start to exit, its children's included.
+# system_calls COMMAND...: prints its number of system calls from start to exit, including children.
 system_calls() {
     local counts
     counts=$(mktemp)

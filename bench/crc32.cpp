@@ -28,7 +28,7 @@ void MakeTable()
     }
 }
 
-// As it is mostly written.
+// The usual form.
 __attribute__((noinline)) uint32_t Loop(uint32_t crc, const uint8_t *bytes, size_t length)
 {
     uint32_t state = ~crc;

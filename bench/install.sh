@@ -1,19 +1,19 @@
 #!/bin/bash
 # install.sh: on the emulated board, upgrade and flashcp -v erase, write and compare a partition of
-# 8 MiB. Prints of the first, of the second, and of their ratio
+# 8 MiB. Prints the figures of the first, of the second, and of their ratio
 #
-#     nand MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX    seconds, without upgrade's two pauses of one
+#     nand MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX    seconds, without upgrade's two pauses of 1 s
 #     nor  MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX
 #
-# and of the first and the second, on the emulated NOR flash
+# and, for the emulated NOR flash, the figures of the first and the second
 #
-#     peak N  N                                 the most memory resident, in kB
+#     peak N  N                                 the peak of resident memory, in kB
 #     calls N  N                                system calls
 #     read N  N                                 bytes, from files and flash
 #     written N  N                              bytes, to flash
 #     memory N  N                               calls for memory: brk, and mmap without a file
 #
-# the last four from a run under strace.
+# The last four come from a run under strace.
 set -euo pipefail
 top=$(cd "${BASH_SOURCE%/*}/.." && pwd)
 . "$top/board/firmware.sh"
@@ -41,9 +41,9 @@ sleep 1000
 END
 # NAND with blocks of 32 pages of 512 bytes, as slow as its data sheet says: 12 us to open a page, 200 us
 # to program it, 50 ns to move a byte, 2 ms to erase a block. The emulated NOR takes no time. All times
-# are the board's own, of a clock that runs by its instructions.
+# are from the board's own clock, which counts its instructions.
 cat >nand <<'END'
-# The second processor spins; that alone would hardly bring the clock of an idle board forward.
+# Keep a process busy: the clock counts instructions, so it hardly advances on an idle board.
 chrt -i 0 /bin/job-shell -c 'while :; do :; done' &
 modprobe nandsim first_id_byte=0x20 second_id_byte=0x33 parts=512 do_delays=1 access_delay=12 \
     programm_delay=200 erase_delay=2 input_cycle=50 output_cycle=50
@@ -55,7 +55,7 @@ date "+%s.%N flashcp ends"
 upgrade /tmp/flash3 -v &
 sleep 1000
 END
-# The log with the board's own time.
+# The log has the board's own time.
 cat >log-times.conf <<'END'
 module(load="imuxsock")
 main_queue(queue.type="Direct")
@@ -68,7 +68,7 @@ strace -y -o /tmp/flashcp.trace flashcp -v /tmp/app /dev/mtd2 >/dev/null
 strace -y -s 80 -o /tmp/upgrade.trace upgrade /tmp/flash3 -v &
 sleep 1000
 END
-# What upgrade reboots by: the last look at it.
+# upgrade calls this to reboot. It reads upgrade's figures last.
 cat >reboot <<'SCRIPT'
 #!/bin/sh
 for status in /proc/[0-9]*/status; do
@@ -77,7 +77,7 @@ for status in /proc/[0-9]*/status; do
 done
 for name in flashcp upgrade; do
     [ -e /tmp/$name.trace ] || continue
-    # Of upgrade's what belongs to the second region.
+    # From upgrade's trace, only the part of the second region.
     awk -v name=$name '
         /CFlash_Erase. =+> / { other = !/mtd.2/; begun = 1 }
         name == "upgrade" && (other || !begun) { next }
@@ -92,7 +92,7 @@ sync
 echo b >/proc/sysrq-trigger
 SCRIPT
 
-# run JOB OPTION...: its output goes to the end of JOB.all.
+# run JOB OPTION...: runs it on the board and appends its output to JOB.all.
 run() {
     local status=0
     cp flash flash.used

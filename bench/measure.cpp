@@ -3,8 +3,8 @@
 //
 //     FIGURE  MEDIAN MIN MAX  MEDIAN MIN MAX  MEDIAN MIN MAX
 //
-// of the first command, of the second, and of the ratio of each pair of runs. What the commands
-// print is thrown away. One run of each comes first and does not count.
+// of the first command, of the second, and of the ratio of each pair of runs. Discards the
+// commands' output. The first run of each does not count.
 
 #include <fcntl.h>
 #include <spawn.h>

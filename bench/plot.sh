@@ -3,7 +3,7 @@
 # dot for the ratio, a bar for its spread, a notch for its goal.
 set -euo pipefail
 awk -F'|' '
-    # By the ratio; what lies outside the scale stands at its edge.
+    # The position of a ratio. A ratio outside the scale is drawn at its edge.
     function x(value,    place) {
         place = log(value / lowest) / log(highest / lowest)
         return left + width * (place < 0 ? 0 : place > 1 ? 1 : place)

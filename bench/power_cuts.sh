@@ -1,19 +1,19 @@
 #!/bin/bash
 # power_cuts.sh [COUNT]: cuts the power at COUNT moments (40) of one safe-upgrade, evenly spread from the
-# first write to flash to the last, and leaves each board to itself. The upgrade is run once; at each
-# moment the emulator is stopped and flash and card are copied, which is what a cut leaves. Then every
-# copy boots. A line per moment in build/power-cuts/results; called again, it goes on there.
+# first write to flash to the last. The upgrade runs once. At each moment the script stops the emulator
+# and copies flash and card, which are then as after a power cut. Then it boots every copy. Each moment
+# gets a line in build/power-cuts/results. Another call continues this file.
 . "${BASH_SOURCE%/*}/../tests/integration/power_cut.sh"
 # shellcheck source=SCRIPTDIR/../scripts/install-packages.sh
 . "${BASH_SOURCE%/*}/../scripts/install-packages.sh"
 
 dir=$top/build/power-cuts
-readonly interval=0.1 # seconds from copy to copy; more copies are made than are used
+readonly interval=0.1 # seconds from copy to copy; not all copies are used
 
-# copy NAME: of flash and card between two instructions of the board.
+# copy NAME: copies flash and card between two instructions of the board.
 copy() {
     local emulator
-    emulator=$(fuser flash 2>/dev/null) || return 0 # none runs between two boots
+    emulator=$(fuser flash 2>/dev/null) || return 0 # no emulator runs between two boots
     # shellcheck disable=SC2086 # the number stands between blanks
     kill -STOP $emulator
     mkdir "$1" && cp --sparse=always flash card "$1"
@@ -21,7 +21,7 @@ copy() {
     kill -CONT $emulator
 }
 
-# Makes copies 1, 2, ... from the first write on until the settings are back.
+# Makes copies 1, 2, ... from the first write until the settings are back.
 record_upgrade() {
     local n=0
     rm -rf "$dir" && mkdir -p "$dir"
@@ -36,7 +36,7 @@ record_upgrade() {
     done
     wait
     cp {old,new}.* package "$dir"
-    row "cut at" kernel app /etc boots "comes up with" "in the end" >"$dir/results"
+    row "cut at" kernel app /etc boots "boots with" "in the end" >"$dir/results"
 }
 
 install_packages bench
@@ -45,7 +45,7 @@ cp "$dir"/{old,new}.* "$dir/package" .
 copies=$(find "$dir" -mindepth 1 -type d | wc -l)
 count=${1:-40}
 [ "$copies" -ge "$count" ] || fail "only $copies copies; remove $dir and try again"
-# At large steps first: what a run that is broken off has seen is spread as well.
+# Large steps first, so that the moments of an interrupted run are spread out too.
 for step in 8 4 2 1; do
     for ((i = 0; i < count; i += step)); do
         n=$((1 + i * (copies - 1) / (count - 1)))

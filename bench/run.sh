@@ -1,5 +1,5 @@
 #!/bin/bash
-# Measures the program against its peers and writes bench/RESULTS.md. Wants an idle machine; takes a
+# Measures the program against its peers and writes bench/RESULTS.md. Needs an idle machine. Takes a
 # quarter of an hour, most of it on the emulated board. With names of rows, prints these only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -47,8 +47,8 @@ fetch_armel() {
     done
 }
 
-# row WHAT PEER OURS THEIRS RATIO LOW HIGH GOAL WHY: one line of the data, of which table and plot are
-# made. RATIO is empty where there is none; LOW and HIGH are its spread. GOAL is a ratio or empty.
+# row WHAT PEER OURS THEIRS RATIO LOW HIGH GOAL WHY: prints one line of the data for table and plot.
+# RATIO is empty if there is none; LOW and HIGH are its spread. GOAL is a ratio or empty.
 row() {
     (IFS='|' && printf '%s\n' "$*")
 }
@@ -65,7 +65,7 @@ count() {
     row "$1" "$2" "$3${8:-}" "$4${8:-}" "$share" "$share" "$share" "$5" "$6"
 }
 
-# compare WHAT PEER UNIT DIVISOR FIGURE OUTPUT GOAL WHY: out of what 'measure' printed.
+# compare WHAT PEER UNIT DIVISOR FIGURE OUTPUT GOAL WHY: makes a row from the output of 'measure'.
 compare() {
     local a b c
     read -r _ a[{0..2}] b[{0..2}] c[{0..2}] < <(grep "^$5 " <<<"$6")
@@ -79,7 +79,7 @@ spread() {
         'BEGIN { printf "%.4g%s (%.4g to %.4g)", m / d, unit, low / d, high / d }'
 }
 
-# instructions PROGRAM [ARGUMENT...]: how many it executes in user mode, under $emulator.
+# instructions PROGRAM [ARGUMENT...]: prints how many it executes in user mode, under $emulator.
 instructions() {
     "${emulator[@]}" -singlestep -d exec,nochain -D "$bench/trace" "$@" >/dev/null
     grep -c '^Trace' "$bench/trace"
@@ -198,7 +198,7 @@ sections() {
     done
 }
 
-# table: the rows on standard input.
+# table: prints the rows on standard input as a table.
 table() {
     cat <<'END'
 | what | peer | this program | the peer | ratio | goal, and where it comes from |
@@ -215,8 +215,8 @@ report() {
 $(date -u +%F), Debian $(cat /etc/debian_version), $(nproc) processors
 ($(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)), the board emulated.
 
-The two of a row were measured in turn, in the same run. Times are medians, with the least and the most in
-parentheses. A ratio is this program's figure divided by its peer's: below 1 is better. The ratio of a time
+Each row measures the program and its peer in turn, in the same run. Times are medians, with minimum and maximum
+in parentheses. A ratio is this program's figure divided by its peer's: below 1 is better. The ratio of a time
 is the median of the pairs. [notes.md](notes.md) gives the reasons.
 
 ![The ratios with their spread and their goals](ratios.svg)

@@ -1,5 +1,5 @@
-# Sourced by safe-upgrade and resume-upgrade: the store on the card, the record in it, and whether
-# flash holds what the record says.
+# Sourced by safe-upgrade and resume-upgrade: the store on the card, the record in it, and the check of
+# flash against the record.
 # shellcheck shell=sh disable=SC2034
 
 . "${0%/*}/upgrade-store.conf"
@@ -10,7 +10,7 @@ record=$store/record
 record_copy=$store/record.2
 result=$store/result
 
-# What upgrade carries over into the new /etc: these files, and these values, FILE:KEY.
+# upgrade carries these files and these values, FILE:KEY, over into the new /etc.
 carried_files="network/network.conf network/wireless.conf system.conf serverinfo.conf cam_model.conf"
 carried_values="tcp_server.conf:server_port stream.conf:stream_1_port stream.conf:stream_2_port
     stream.conf:stream_3_port videodecoder.conf:video_type"
@@ -20,14 +20,14 @@ else
     carried_values="$carried_values lighttpd/lighttpd.conf:server.port"
 fi
 
-# say TEXT: to the console and to the kernel's log, which is there before the log daemon is.
+# say TEXT: prints it on the console and into the kernel's log, since the log daemon may not run yet.
 say() {
     echo "${0##*/}: $1"
-    # Without this device the console has to do.
+    # Without this device, only on the console.
     [ ! -w /dev/kmsg ] || echo "<4>${0##*/}: $1" >/dev/kmsg
 }
 
-# own_mount DIR: whether DIR is a file system of its own.
+# own_mount DIR: succeeds if DIR is a file system of its own.
 own_mount() {
     while read -r _ place _; do
         [ "$place" != "$1" ] || return 0
@@ -35,7 +35,7 @@ own_mount() {
     return 1
 }
 
-# open_store ro|rw: mounts the card, unless it is mounted already.
+# open_store ro|rw: mounts the card unless it is already mounted.
 open_store() {
     mounted_here=
     own_mount "$mount_point" && return 0
@@ -52,18 +52,18 @@ close_store() {
     [ -z "$mounted_here" ] || umount "$mount_point"
 }
 
-# keep FILE...: on the card for good. Not by fsync of file and folder alone: vfat leaves the first
-# sector of a new folder to the folder above (seen with Linux 6.1, after a cut the files were gone).
+# keep FILE...: puts the files safely on the card. An fsync of file and folder is not enough: vfat writes
+# the first sector of a new folder with the folder above (seen with Linux 6.1: a cut lost the files).
 keep() {
     sync && sync "$@"
 }
 
-# forget_cache: what is read next comes from the card and not from memory.
+# forget_cache: makes the next reads come from the card and not from memory.
 forget_cache() {
     [ ! -w /proc/sys/vm/drop_caches ] || echo 3 >/proc/sys/vm/drop_caches
 }
 
-# sum: of what comes in. It is to find damage, not intent, so any checksum would do.
+# sum: prints the checksum of its input. It finds damage, not manipulation, so any checksum would do.
 sum() {
     sha256sum | {
         read -r digits _
@@ -71,19 +71,19 @@ sum() {
     }
 }
 
-# part FILE OFFSET SIZE: these bytes of it.
+# part FILE OFFSET SIZE: prints these bytes of the file.
 part() {
     tail -c +$(($2 + 1)) "$1" | head -c "$3"
 }
 
-# this_board: tells boards apart by what the factory left in the boot loader's environment, so that a
-# card in the wrong slot brings nobody another board's settings.
+# this_board: prints the board's identity from the boot loader's environment. A card in the wrong board
+# must not install another board's settings.
 this_board() {
     get_boot_param "$memory/board" >/dev/null
     sum <"$memory/board"
 }
 
-# The record: lines 'NAME FIELD...', the last one 'sum SUM' of those before it. There are two copies.
+# The record has lines 'NAME FIELD...'. The last one, 'sum SUM', is their checksum. There are two copies.
 write_record() { # FILE
     lines="format 1
 board $(this_board)
@@ -100,7 +100,7 @@ has_record() {
     [ -e "$record" ] || [ -e "$record_copy" ]
 }
 
-# load_record: sets what write_record wrote, from the first copy that is whole.
+# load_record: sets the variables of the record from the first complete copy.
 load_record() {
     for copy in "$record" "$record_copy"; do
         [ -e "$copy" ] || continue
@@ -121,7 +121,7 @@ load_record() {
     return 1
 }
 
-# Each start of upgrade takes one file away: unlike a counter that needs no room and is never half
+# Each start of upgrade removes one file. Unlike a counter, this needs no room and is never half
 # written.
 lay_out_tries() {
     n=0
@@ -136,24 +136,24 @@ tries_left() {
     [ -e "$1" ] && echo $# || echo 0
 }
 
-# take_try: fails also when the card only pretends to write, since upgrade could start for ever then.
+# take_try: also fails if the card only pretends to write, since upgrade could then restart forever.
 take_try() {
     set -- "$store"/try.*
     [ -e "$1" ] && rm "$1" && keep && forget_cache && [ ! -e "$1" ]
 }
 
-# report OUTCOME REASON: what became of the package, for who asks later.
+# report OUTCOME REASON: stores the result of the package.
 report() {
     printf '%s\n' "outcome=$1" "reason=$2" "package=$package_sum" "tries=$((tries - $(tries_left)))" \
         "settings=${settings_in:-etc}" >"$result" && keep "$result"
 }
 
-# reported NAME: a field of the last report; nothing without one.
+# reported NAME: prints a field of the last report, if there is one.
 reported() {
     [ ! -e "$result" ] || sed -n "s/^$1=//p" "$result"
 }
 
-# empty_store: the records first, so that nothing is resumed from what is left of it.
+# empty_store: removes the records first, so that nothing resumes from an incomplete store.
 empty_store() {
     rm -f "$record" "$record_copy" && keep && rm -f "$store"/*.new "$package" "$settings" "$store"/try.* &&
         keep
@@ -163,7 +163,7 @@ settings_whole() {
     [ "$(sum <"$settings")" = "$settings_sum" ]
 }
 
-# find_damage: sets $damage to what flash lacks of the new firmware and the settings, or to nothing.
+# find_damage: sets $damage to the first missing part of firmware or settings in flash, or to nothing.
 find_damage() {
     kernel_now=$(part "$kernel" 0 "$kernel_size" | sum)
     second_now=$(part "$second" 0 "$second_size" | sum)
@@ -180,26 +180,26 @@ find_damage() {
     fi
 }
 
-# flash_untouched: after find_damage, whether kernel and second partition are as before the upgrade.
+# flash_untouched: after find_damage, succeeds if kernel and second partition are as before the upgrade.
 flash_untouched() {
     [ "$kernel_now" = "$kernel_before" ] && [ "$second_now" = "$second_before" ] &&
         [ "$kernel_now $second_now" != "$kernel_sum $second_sum" ]
 }
 
-# etc_holds_image: jffs2 writes only where the image is blank (377), and marks a node as obsolete by
-# a bit of its type (340 becomes 300). Any other difference is an image that is not whole.
+# etc_holds_image: jffs2 writes only where the image is blank (377), and it marks a node as obsolete by
+# a bit of its type (340 becomes 300). With any other difference, the image is incomplete.
 etc_holds_image() {
     [ "$(part "$package" "$etc_at" "$etc_size" | sum)" = "$etc_sum" ] &&
         [ "$(head -c "$etc_size" "$etc" | wc -c)" -eq "$etc_size" ] || return 1
     {
-        # The image may end before the partition does, which is no difference.
+        # The image may be shorter than the partition. That is no difference.
         part "$package" "$etc_at" "$etc_size" | cmp -l - "$etc" 2>/dev/null || echo "status $?"
     } | awk '$1 == "status" { if ($2 > 1) bad = 1; next }
         $2 != 377 && !($2 == 340 && $3 == 300) { bad = 1; exit }
         END { exit bad }'
 }
 
-# lost_setting: names the first setting that is not in /etc as it was saved; fails when there is none.
+# lost_setting: prints the first setting that is not in /etc as it was saved. Fails if there is none.
 lost_setting() (
     look=$memory/upgrade-look
     mkdir -p "$look/saved" "$look/etc"
@@ -211,7 +211,7 @@ lost_setting() (
     trap 'umount "$look/etc"; rm -rf "$look"' EXIT
     cd "$look/saved" || exit 0
     for file in $carried_files; do
-        # A firmware without the folder takes no such file.
+        # A firmware without the folder cannot hold the file.
         [ ! -e "$file" ] || [ ! -d "$look/etc/${file%"${file##*/}"}" ] ||
             cmp -s "$file" "$look/etc/$file" || {
             echo "$file"
@@ -229,8 +229,8 @@ lost_setting() (
     [ -e "$look/etc/temp.conf" ] && echo "a file that was being written"
 )
 
-# value FILE KEY: the number that upgrade finds there: of the first line whose key begins with KEY,
-# else of the last line.
+# value FILE KEY: prints the number that upgrade finds there. It is in the first line whose key begins
+# with KEY, else in the last line.
 value() {
     awk -v key="$2" '
         { sub(/^[ \t]+/, "") }
@@ -243,8 +243,8 @@ value() {
         END { print match(text, /^[-+]?[0-9]+/) ? substr(text, 1, RLENGTH) + 0 : 0 }' "$1"
 }
 
-# run_upgrade PACKAGE: comes back only when upgrade could not run. It kills whatever uses the file
-# system of /etc: while that is the root's, that would be everything.
+# run_upgrade PACKAGE: returns only if upgrade could not run. upgrade kills every process that uses the
+# file system of /etc. If that is the root file system, it kills everything.
 run_upgrade() {
     own_mount /etc && cd / && upgrade "$1" -v
 }

@@ -1,6 +1,6 @@
 #!/bin/bash
-# board_test.sh FILE [--update]: does on the emulated board what FILE says, and compares all that comes
-# out with it, white space too. --update writes what came out into FILE, to be read in the diff.
+# board_test.sh FILE [--update]: runs the commands in FILE on the emulated board and compares the whole
+# output with FILE, including white space. --update writes the output into FILE; read it in the diff.
 #
 #     + COMMAND         on this machine, in a scratch folder, before the first boot
 #     boot loader: ...  begins a boot. What follows, up to the next one, is the board's output
@@ -17,7 +17,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-# What the board does in each boot, as job1, job2 and so on.
+# Write the commands of each boot to job1, job2 and so on.
 write_jobs() {
     awk '
         function show() {
@@ -32,7 +32,7 @@ write_jobs() {
         END { show() }' "$file"
 }
 
-# The log behind the other lines of a boot, without the details of each step.
+# Put the log after the other lines of a boot, without the details of each step.
 in_order() {
     awk '
         /^boot loader:/ { printf "%s", log_lines; log_lines = "" }
@@ -52,7 +52,7 @@ for job in job*; do
     echo exit 0 >>"$job"
     options+=(--job "$job")
 done
-# A board that fails or hangs ends early, which shows in what came out.
+# A board that fails or hangs ends early. The output shows it.
 "$top/board/run.sh" --timeout 600 --install root "${options[@]}" flash 2>errors | in_order >output || true
 if [ "${2:-}" = --update ]; then
     updated=$(sed '/^boot loader:/,$d' "$file" && cat output)

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Says what to build before the board tests can run.
+# Says what is still to be built before the board tests can run.
 cd "${BASH_SOURCE%/*}/../.." || exit 1
 status=0
 for part in host:fwpack arm:qve arm-test:board/devices/board_devices; do

@@ -1,8 +1,8 @@
 #!/bin/bash
-# fwpack_test.sh FWPACK: packages are made by hand too, out of real images; fwpack must make the
-# same bytes, find every damage and leave nothing half-written.
+# fwpack_test.sh FWPACK: makes packages by hand from real images. fwpack must make the same bytes, find
+# every damage and leave nothing half-written.
 set -euo pipefail
-PATH=$PATH:/usr/sbin:/sbin # where mkfs.jffs2 is, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # for mkfs.jffs2; other users than root need this
 fwpack=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -10,8 +10,8 @@ cd "$work"
 
 fail() { printf 'FAILED: %s\n' "$@" >&2 && exit 1; }
 
-# expect STATUS PATTERN COMMAND...: PATTERN is the whole first line, and all messages begin with the
-# tool's name. What was printed is kept in the file 'said'.
+# expect STATUS PATTERN COMMAND...: PATTERN must match the whole first line, and all messages must begin
+# with the tool's name. Keeps the output in the file 'said'.
 expect() {
     local wanted=$1 pattern=$2 status=0
     shift 2
@@ -22,7 +22,7 @@ expect() {
     grep -qxe "$pattern" <<<"$(head -n 1 said)" || fail "first line not '$pattern': $*" "$(cat said)"
 }
 
-# table PREFIX...: rows 'STATUS|ARGUMENTS|PATTERN' from standard input, each by itself.
+# table PREFIX...: runs each row 'STATUS|ARGUMENTS|PATTERN' on standard input.
 table() {
     local status arguments pattern words
     while IFS='|' read -r status arguments pattern; do
@@ -61,7 +61,7 @@ image x86 -A x86 && image ramdisk -T ramdisk && image bzip2 -C bzip2
 printf 'mtd%s 00010000 "name"\n' '0: 00080000' '1: 00011200' '2: 00800000' '3: 00080000' >mtd
 sed /mtd1/d mtd >mtd-cut && sed '/mtd3/s/00080000/0007ffff/' mtd >mtd-small
 
-# Both layouts: the same bytes as by hand, accepted, taken apart into what they were made of.
+# Both layouts: the bytes are the same as by hand, a board accepts them, extract gives the inputs back.
 for layout in 1 3; do
     (umask 027 && create $layout kernel etc good$layout --partitions 0x11200,30003,512K)
     package $layout kernel second etc | cmp - good$layout || fail "layout $layout differs"
@@ -82,7 +82,7 @@ sed -e 's/^ *//' -e 's/  */ /g' -e '/^data size/,/^compression/d' said | diff - 
         "header CRC$(od -An -tx4 --endian=big -j4 -N4 kernel), holds" \
         "data CRC$(od -An -tx4 --endian=big -j24 -N4 kernel), holds") || fail "info differs"
 
-# The same for scripts; a marker and a name of any bytes make valid JSON.
+# The same as JSON. Arbitrary bytes in marker and name still give valid JSON.
 damage odd 0 '\0"\0377\t' && "$fwpack" info --json odd >json
 jq -e --arg hashes "$(sha256sum kernel second etc | cut -c-64 | paste -sd' ')" '
     .layout == 1 and .marker == "" and .marker_word == "09ff2200" and .verdict == "accepted" and
@@ -90,7 +90,7 @@ jq -e --arg hashes "$(sha256sum kernel second etc | cut -c-64 | paste -sd' ')" '
     ([.regions[].sha256] | join(" ")) == $hashes and [.regions[].offset] == [20, 70085, 100088] and
     [.regions[].verdict] == ["ok", "not examined", "ok"]' json >judged || fail "$(cat json)"
 
-# What a board with marker AB says.
+# The answers of a board with marker AB.
 head -c 19 good1 >short && head -c -1 good1 >shorter && cat good1 - <<<"" >longer && mkfifo pipe
 damage marker 0 X && damage layout2 4 '\002' && damage wrap 11 '\0377'
 damage magic 20 X && damage header 60 X && damage kdata 9999 '\0377'
@@ -128,7 +128,7 @@ expect 0 'marker: a board would accept it' "$fwpack" check marker # compared onl
 expect 0 'good1: .*' "$fwpack" check --verbose good1 && grep -qx 'fwpack: log: CHECK VERSION : 1 vs 1' said
 expect 0 'negative: a board would accept it' "$fwpack" check -l 3 negative && grep -q 'size -524288' said
 
-# Regions that are not all there are shown, and not extracted.
+# fwpack shows incomplete regions, but does not extract them.
 expect 0 'layout .*' "$fwpack" info shorter && grep -q 'KiB; cut short, 524287 bytes' said
 table "$fwpack" <<'END'
 1|info kernel|fwpack: kernel: not a firmware package (it looks like a bare kernel image)
@@ -146,7 +146,7 @@ table "$fwpack" <<'END'
 END
 expect 2 'fwpack: the marker is empty' "$fwpack" check -m '' good1
 
-# What fails leaves the former output as it was, and nothing beside it.
+# A failure leaves an existing output unchanged, and no other file.
 mkdir -p former/etc && echo former >former/package && truncate -s 2G huge && head -c 70060 kernel >part
 refuses() { # PATTERN COMMAND...
     expect 1 "fwpack: $1" "${@:2}"
@@ -168,7 +168,7 @@ expect 0 'fwpack: warning: etc-n .*' create 3 kernel etc-n warned
 # shellcheck disable=SC2016 # for the inner shell
 expect 0 '.*would accept it' bash -c '"$0" check good1 <&-' "$fwpack" # a closed standard input
 
-# An interrupted one removes what it began.
+# An interrupted fwpack removes its unfinished files.
 truncate -s 1500M second
 "$fwpack" create -l 1 -m AB -k kernel -s second -e etc -o former/package &
 until compgen -G 'former/package.*' >/dev/null; do kill -0 $!; done

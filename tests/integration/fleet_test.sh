@@ -1,9 +1,9 @@
 #!/bin/bash
-# What a board of a fleet refuses and why, as it tells the server; flash stays as it was.
+# Checks which files a board of a fleet refuses, and its reports to the server. Flash must not change.
 . "${BASH_SOURCE%/*}/power_cut.sh"
 PATH=$PATH:$top/build/host:$top/integration/swupdate
 
-# The name of the kernel image, the marker, the signer, and the reason. The board runs 'old' and trusts us.
+# Name, kernel's name, marker, signer and expected reason. The board runs 'old' and trusts 'ours'.
 cases="unsigned    2.0.0 3510 nobody not signed
 key         2.0.0 3510 theirs Authentication of all signatures failed
 description 2.0.0 3510 ours   Signature verification failed
@@ -14,7 +14,7 @@ half        2.0.0 3510 ours   Channel get operation aborted
 down        2.0.0 3510 ours
 full        2.0.0 3510 ours   safe-upgrade"
 make-key ours ours && make-key theirs theirs
-make_app_image new 100000 new.app # small enough to be sent often
+make_app_image new 100000 new.app # small, because the test sends it often
 truncate -s 64K new.etc
 while read -r name kernel marker signer _; do
     mkimage -A arm -O linux -T kernel -C none -n "$kernel" -d new.app new.kernel >/dev/null
@@ -24,7 +24,7 @@ while read -r name kernel marker signer _; do
     [ "$signer" != nobody ] || signer=
     make-swu ${signer:+--sign "$signer.key" "$signer.crt"} package "www/$name"
 done <<<"$cases"
-sed -i 's/"3510.1"/"5310.1"/' www/description/firmware.swu # of the same checksum in the archive
+sed -i 's/"3510.1"/"5310.1"/' www/description/firmware.swu # keeps the checksum in the archive
 sed -i 's/^new 9999$/new 9998/' www/package/firmware.swu
 sed -i 's/.*/announced as another/' www/running/latest
 
@@ -49,9 +49,9 @@ make_flash flash old.{kernel,app,etc} && cp flash before
 "$top/board/run.sh" --web "$work/serve" --sd sd --install "$top/.cache/engine/root" --install root --timeout 600 \
     --job job --put "$top/integration/swupdate/update-agent:/sbin/update-agent" --put ours.crt:/crt flash \
     >output 2>&1 || fail "status $?"
-cmp -n 14M before flash || fail "flash changed" # all but /etc, which was mounted
+cmp -n 14M before flash || fail "flash changed" # except /etc, which was mounted
 while read -r name _ _ _ reason; do
     grep -q "^$name:.*$reason.*status 1" output || fail "$name: not refused for '$reason'"
     [ "$name" = down ] || grep -q "^/$name/latest?.*running=old&outcome=refused&reason=${reason// /+}" asked ||
-        fail "$name: the server was not told why"
+        fail "$name: the board did not report why"
 done <<<"$cases"

@@ -1,5 +1,5 @@
-# Sourced by what cuts the power: a board with old firmware and the user's settings, a package for it, and
-# what a cut and the boots that follow have made of them.
+# Sourced by the scripts that cut the power: a board with old firmware and the user's settings, a package
+# for it, and the state of both after a cut and the next boots.
 # shellcheck shell=bash
 
 set -euo pipefail
@@ -34,7 +34,7 @@ fail() {
     exit 1
 }
 
-# state REGION: whether it holds the new image or the old one, but for what jffs2 changes, or neither.
+# state REGION: prints whether it holds the new image, the old one (except for jffs2's changes) or neither.
 state() {
     local start size release
     read -r start size < <(partition "$1")
@@ -46,7 +46,7 @@ state() {
     echo partial
 }
 
-# power_on [option...]: with the card in its slot and the package in memory.
+# power_on [option...]: boots with the card in its slot and the package in memory.
 power_on() {
     status=0
     "$top/board/run.sh" --install root --put package:/tmp/flash3 --kept-sd card --timeout 400 "$@" flash \
@@ -57,8 +57,8 @@ row() {
     printf '%-14s %-8s %-8s %-8s %-9s %-14s %s\n' "$@"
 }
 
-# settle NAME JOB...: boots on what the cut NAME left. A row tells what that was, and the release and the
-# settings that the first and the last look found. All firmware must be new then.
+# settle NAME JOB...: boots with the flash and card after the cut NAME. Prints a row with their state, and
+# with the release and settings at the first and the last look. All firmware must then be new.
 settle() {
     local left boots
     left=("$(state kernel)" "$(state app)" "$(state etc)")
@@ -68,5 +68,5 @@ settle() {
     boots=$(sed -n "1s/.*kernel '\(.*\)' from flash/\1/p" output)
     mapfile -t found < <(sed -n 's/^found: //p' output)
     row "$1" "${left[@]}" "${boots:-recovery}" "${found[0]}" "${found[-1]}"
-    [ "$(state kernel) $(state app) ${found[-1]% *}" = "new new new" ] || fail "not all is new"
+    [ "$(state kernel) $(state app) ${found[-1]% *}" = "new new new" ] || fail "some firmware is not new"
 }

@@ -1,8 +1,8 @@
 #!/bin/bash
-# power_cut_test.sh upgrade|safe-upgrade MOMENT...: the power fails during an upgrade by the program
-# alone, or with the scripts of integration/. A moment is REGION:SECONDS, so long after the writing of
-# region 1 to 3 began; those behind commas cut what resumes it. Then the board boots on what is in
-# flash; after the program alone the same upgrade is run once more.
+# power_cut_test.sh upgrade|safe-upgrade MOMENT...: cuts the power during an upgrade by the program alone
+# or with the scripts of integration/. A moment is REGION:SECONDS, the time after the write of region 1
+# to 3 began. Further moments, after commas, cut the resumed upgrade. Then the board boots from flash.
+# After a cut of the program alone, the test runs the same upgrade again.
 . "${BASH_SOURCE%/*}/power_cut.sh"
 
 case $1 in
@@ -12,7 +12,7 @@ esac
 echo "cp -r /mine/. /etc/ && $command" >first
 { cat look && echo "$command"; } >again
 
-row "cut at" kernel app /etc boots "comes up with" "in the end"
+row "cut at" kernel app /etc boots "boots with" "in the end"
 for moment in "${@:2}"; do
     make_flash flash old.{kernel,app,etc}
     make_card card
@@ -23,7 +23,7 @@ for moment in "${@:2}"; do
         job=look
     done
     settle "$moment" "${jobs[@]}"
-    # The program alone keeps the settings as long as the old /etc is there to be read again.
+    # The program alone keeps the settings only while the old /etc is still readable.
     case "$1 ${found[0]}" in
     "safe-upgrade "* | "upgrade old kept") [ "${found[-1]}" = "new kept" ] || fail "settings lost" ;;
     esac

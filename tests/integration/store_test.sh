@@ -1,6 +1,6 @@
 #!/bin/bash
-# safe-upgrade and resume-upgrade on a board of files, with an upgrade that stops like a power cut at a
-# chosen step. Each case: what happens to the board, and what becomes of it with nobody's help.
+# Tests safe-upgrade and resume-upgrade on a board of files, with an upgrade that stops at a chosen step
+# like in a power cut. Each case is a fault and the board's state afterwards, without anyone's help.
 # shellcheck disable=SC2015,SC2016,SC2059,SC2068,SC2086,SC2115
 set -eu
 top=$(cd "$(dirname "$0")/../.." && pwd)
@@ -8,7 +8,7 @@ top=$(cd "$(dirname "$0")/../.." && pwd)
 isolate_me "$@"
 
 export world=/mnt PATH=/mnt/bin:$PATH
-mount -t tmpfs tmpfs $world # gone with the namespace
+mount -t tmpfs tmpfs $world # ends with the namespace
 mkdir -p $world/{bin,mtd,mtdblock,card,new}
 for file in /dev/kmsg /proc/sys/vm/drop_caches; do [ ! -e $file ] || mount --bind /dev/null $file; done
 cp "$top"/integration/{safe-upgrade,resume-upgrade,second-checksum,upgrade-store.sh} $world/bin
@@ -20,8 +20,8 @@ cat >$world/bin/mount <<'END'
 [[ $* == *jffs2* || -e $world/no-mount ]] || exec /bin/mount "$@"
 [ -d $world/etc ] && [ ! -e $world/no-mount ] && exec /bin/mount --bind $world/etc "${@: -1}"
 END
-# Each start takes the next of $cuts. What is worn does not take a byte; a new /etc is mounted and gets
-# nodes and marks, as on jffs2.
+# Each start takes the next of $cuts. A worn partition loses a byte. The new /etc is mounted and gets nodes
+# and marks, as on jffs2.
 cat >$world/bin/upgrade <<'END'
 #!/bin/bash
 cut=$(sed -n 1p $world/cuts) && sed -i 1d $world/cuts
@@ -55,7 +55,7 @@ for n in 1 2; do seq -f "new $n %.0f" 9999 | head -c 40000 >$world/new/$n; done
 mkdir $world/new/etc && echo hostname=camera >$world/new/etc/system.conf && echo server_port=1852 >$world/new/etc/tcp_server.conf
 { printf 3510 && word 1 && word 40000 && word 40000 && word 40000 && cat $world/new/{1,2,3}; } >$world/package
 
-# on CASE [CUT...]: a board with old firmware and changed settings, an empty card, /etc mounted.
+# on CASE [CUT...]: makes a board with old firmware, changed settings, an empty card and a mounted /etc.
 on() {
     case=$1
     while mountpoint -q /etc; do umount /etc; done
@@ -70,7 +70,7 @@ on() {
 }
 # call SCRIPT [ARGUMENT]...: leaves its status in $status.
 call() { { status=0 && "$@" >>$world/log 2>&1 || status=$?; } 2>/dev/null; }
-# start: the boots until the start-up script goes on.
+# start: boots until the start-up script goes on.
 start() {
     status=137
     while [ $status -eq 137 ]; do
@@ -82,7 +82,7 @@ start() {
 run() { call safe-upgrade $world/package && start; }
 failed=0
 bad() { echo "FAILED: $case: $*" && cat $world/log && failed=$((failed + 1)); }
-# is OUTCOME FIRMWARE SETTINGS TEXT: the result, what is in flash, and a text of the log.
+# is OUTCOME FIRMWARE SETTINGS TEXT: checks the result, the contents of flash, and a text in the log.
 is() {
     local firmware=mixed found
     ! cmp -s -n 40000 $world/mtd/1 $world/new/1 || ! cmp -s -n 40000 $world/mtd/2 $world/new/2 || firmware=new
@@ -104,7 +104,7 @@ for worn in 1 2; do
     on "worn partition $worn" && echo $worn >$world/worn && run && is given-up mixed gate-7+9000 "8 times, and the.*partition does"
 done
 on "worn partition of /etc" && echo 3 >$world/worn && run && is given-up new gate-7+9000 "partition of /etc does"
-on "refused by upgrade" && : >$world/refuses && run && is refused old gate-7+9000 "does not take the package"
+on "refused by upgrade" && : >$world/refuses && run && is refused old gate-7+9000 "upgrade refuses the package"
 on "/etc is not mounted" && umount /etc && rm -r $world/etc && run && is installed new camera+ ^reboot
 on "second call" && call safe-upgrade --at-boot $world/package && call safe-upgrade $world/package
 is under-way old gate-7+9000 "refused.*under way"
@@ -112,7 +112,7 @@ case="resume too late" && call resume-upgrade && is under-way old gate-7+9000 "i
 start && is installed new gate-7+9000 "start 1 of 8"
 on "two calls at once" && mkdir $world/tmp/safe-upgrade.lock && run && is none old gate-7+9000 "refused.*another call"
 
-# What happens to the card between a cut in /etc and the boot.
+# Faults of the card between a cut in /etc and the boot.
 cut() { on "$1" 3 && call safe-upgrade $world/package; }
 damage() { printf x | dd of=$world/card/upgrade/$1 conv=notrunc bs=1 seek=600 status=none; }
 cut "card away" && mkdir $world/away && mount --move $world/card $world/away && start && is none new "" "no card"
@@ -125,7 +125,7 @@ cut "both records damaged" && damage record && damage record.2 && start && is gi
 cut "package damaged" && damage package && start && is given-up new "" "package on the card is damaged"
 cut "settings damaged" && damage settings && start && is installed new camera+ "settings are damaged"
 
-# refused PACKAGE TEXT: board and card stay as they were.
+# refused PACKAGE TEXT: board and card must not change.
 refused() {
     call safe-upgrade "$1" && is none old gate-7+9000 "refused.*$2"
     [ $status -eq 1 ] && [ -z "$(find $world/card -type f ! -name full)" ] || bad "status $status, or files on the card"

@@ -1,18 +1,18 @@
 #!/bin/bash
-# tev_arp_test.sh TEV_ARP: the address check on real packets, between the network namespace of a board
-# and that of another station, whose kernel answers.
+# tev_arp_test.sh TEV_ARP: tests the address check on real packets. A board and another station have a
+# network namespace each. The station's kernel answers.
 set -euo pipefail
-PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # for ip; other users than root need this
 . "${BASH_SOURCE%/*}/../../scripts/isolate.sh"
 isolate_me "$@"
 tev_arp=$1
 
-# Who has 192.0.2.9? says a board that has no address yet.
+# The question for 192.0.2.9, from a board without an address.
 readonly probe=ffffffffffff0200000000010806000108000604000102000000000100000000000000000000c0000209
 
 in_station() { nsenter --net=/proc/$holder/ns/net "$@"; }
 
-# Prints the ARP frames that come in, as hexadecimal digits, up to a probe for 192.0.2.255.
+# Prints received ARP frames as hexadecimal digits, up to a probe for 192.0.2.255.
 # shellcheck disable=SC2016 # for Perl
 listen='$| = 1;
     socket(my $wire, 17, 3, unpack("S", pack("n", 0x806))) or die $!; # AF_PACKET, SOCK_RAW
@@ -22,7 +22,7 @@ listen='$| = 1;
         print unpack("H*", $frame), "\n";
     }'
 
-# check INTERFACE MILLISECONDS: leaves what it said, and what the station heard.
+# check INTERFACE MILLISECONDS: leaves the output in $said and the station's frames in $heard.
 check() {
     local station
     exec {station}< <(in_station perl -e "$listen")
@@ -45,14 +45,14 @@ ip link add board address 02:00:00:00:00:01 type veth \
     peer name station address 02:00:00:00:00:02 netns $holder
 ip link set board up
 in_station ip link set station up
-# What is sent before the link is up is lost.
+# Frames sent before the link is up are lost.
 until ip link show board | grep -q 'state UP'; do sleep 0.02; done
 
 check board 0
 expect "one probe" "$heard" = "$probe"
 
-# Ten probes are due in a second that begins with the run. A busy machine is late for some, but not
-# each time.
+# If a run starts with the second, it sends ten probes in it. A busy machine is late for some probes, but
+# not in each try.
 for _ in {1..30}; do
     sleep "$(printf 0.%06d $((999999 - 10#${EPOCHREALTIME#*[.,]})))"
     check board 1000
@@ -63,7 +63,7 @@ expect "a quiet second" "$heard" = "$(printf "$probe\n%.0s" {1..10})"
 check nowhere 10000
 expect "no interface" -z "$heard"
 
-# The answer ends the run at once; without it there would be a hundred probes.
+# The answer ends the run at once. Without it, there would be a hundred probes.
 in_station ip address add 192.0.2.9/24 dev station
 check board 10000
 expect "a conflict" "$(wc -l <<<"$heard")" -lt 10

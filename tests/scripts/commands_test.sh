@@ -1,6 +1,6 @@
 #!/bin/bash
-# The project's commands in a folder with an awkward name: wrong use, other distributions, and ended
-# half way. With the argument 'board', the emulated board, ended half way.
+# Tests the project's commands in a folder with an awkward name: wrong usage, other distributions, and
+# interruptions. With the argument 'board', interrupts the emulated board.
 set -euo pipefail
 top=$(cd "${BASH_SOURCE%/*}/../.." && pwd)
 work=$(mktemp -d)
@@ -18,21 +18,21 @@ fail() {
     exit 1
 }
 
-# stand_in COMMAND SCRIPT: what runs in the place of COMMAND.
+# stand_in COMMAND SCRIPT: replaces COMMAND with a script.
 stand_in() {
     printf '#!/bin/sh\n%s\n' "$2" >"$work/bin/$1"
     chmod +x "$work/bin/$1"
 }
 
-# says STATUS TEXT COMMAND...
+# says STATUS TEXT COMMAND...: checks the exit status and the output.
 says() {
     local status=0
     "${@:3}" >"$work/said" 2>&1 </dev/null || status=$?
-    [ $status -eq "$1" ] || fail "'${*:3}' ends with $status in place of $1"
+    [ $status -eq "$1" ] || fail "'${*:3}' ends with $status instead of $1"
     grep -qF -- "$2" "$work/said" || fail "'${*:3}' does not say '$2'"
 }
 
-# ends_at TEXT COMMAND...: ended when it has said TEXT, it leaves no process and no scratch folder.
+# ends_at TEXT COMMAND...: stops it after it prints TEXT. It must leave no process and no scratch folder.
 ends_at() {
     local status=0 command
     (exec 8>"$work/held" && flock 8 && TMPDIR=$work/tmp exec "${@:2}") >"$work/said" 2>&1 </dev/null &
@@ -60,22 +60,22 @@ says 2 "usage: ./demo" ./demo downgrade
 says 2 "usage: ./check" ./check --no-install everything
 says 2 "clean-room.sh [--release" scripts/clean-room.sh --release
 
-# The mirror is known without package lists, of any release, and is not another project's.
+# The mirror is found without package lists, for any release, and is not another project's.
 printf 'deb http://%s main\n' a.invalid/tools\ nodistro b.invalid/debian\ trixie >"$work/sources"
 echo "Dir::Etc { sourcelist \"$work/sources\"; sourceparts \"-\"; }; Dir::State::lists \"$work/tmp\";" >"$work/apt"
 says 0 http://b.invalid/debian env APT_CONFIG="$work/apt" bash -c '. scripts/private-apt.sh; debian_mirror'
 rm -rf "$work/tmp/"*
 
-# Where nothing is installed, on a distribution that may have packages of the same names.
+# On another distribution, with no package installed. Its packages may have the same names.
 stand_in dpkg-query 'exit 1'
 stand_in apt-get "touch '$work/touched'"
 printf 'ID=other\nPRETTY_NAME="Other 1"\nVERSION_CODENAME=trixie\n' >"$work/other"
 says 1 "Other 1. This script installs packages only on Debian, releases: bookworm trixie." isolated \
     bash -c "mount --bind '$work/other' /etc/os-release && exec ./demo"
 grep -qF -- --no-install "$work/said" || fail "it does not say how to go on"
-[ ! -e "$work/touched" ] || fail "a package was asked for"
+[ ! -e "$work/touched" ] || fail "it called apt-get"
 
-# One of the processes does not listen, one has a session of its own.
+# One of the processes ignores SIGTERM, one has a session of its own.
 stand_in apt-get 'trap "" TERM; echo fetching; setsid sleep 1000 & sleep 1000'
 DEBIAN_MIRROR=http://b.invalid ends_at fetching scripts/musl-sysroot.sh
 [ "$(ls .cache)" = lock ] || fail "left behind in the cache: $(ls .cache)"
