@@ -1,8 +1,8 @@
-// Runs the cases in the text files of tests/cases. docs/testing.md tells how they are written.
+// Runs the cases in the text files of tests/cases. docs/testing.md explains their form.
 //
 //     unit_tests [--update] [GoogleTest's options]
 //
-// With --update the lines that a case expects become those that it gives.
+// With --update, the expected lines of each case are replaced by its actual lines.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,18 +13,18 @@
 namespace
 {
 
-/// A line of a file, with those that go on with it.
+/// A line of a file, with its continuation lines.
 struct Line {
     int number, last;
     std::string text;
 };
 
-using Block = std::vector<Line>; ///< up to an empty line; has a board of its own
+using Block = std::vector<Line>; ///< ends at an empty line; has a board of its own
 
 struct Case {
     std::string file, name;
     int line;
-    std::vector<Block> blocks; ///< each behind its background
+    std::vector<Block> blocks; ///< each after its background
 };
 
 using Definition = std::pair<std::string, Words>; ///< "<name>" and what it stands for
@@ -45,7 +45,7 @@ bool Runs(const Line &line)
            (line.text.starts_with('+') && line.text.find(" $ ") != std::string::npos);
 }
 
-/// The lines with those that definitions stand for. What follows a name goes on with the last.
+/// Replaces names of definitions by their lines. Text after a name continues the last line.
 Words Expanded(const Words &lines)
 {
     Words all;
@@ -62,7 +62,7 @@ Words Expanded(const Words &lines)
     return all;
 }
 
-/// The other way round. Later definitions may hold earlier ones.
+/// Replaces lines by names of definitions. Later definitions may contain earlier ones.
 Words Folded(Words lines)
 {
     const auto equal = [](const std::string &found, const std::string &defined) {
@@ -82,7 +82,7 @@ Words Folded(Words lines)
     return lines;
 }
 
-/// An expected line with "\*" stands for all that have something in its place.
+/// An expected line with "\*" matches any text in this place.
 bool Matches(const std::string &expected, const std::string &found)
 {
     const size_t star = expected.find("\\*");
@@ -102,14 +102,14 @@ Words Split(const std::string &text)
     return parts;
 }
 
-/// Adds what stands in a line below a command: behind each bar, or all of it.
+/// Adds the expected lines in a line below a command: one after each bar, or the whole line.
 void AddExpected(Words &expected, const std::string &text)
 {
     const Words more = text.starts_with("  | ") ? Split(text.substr(4)) : Words{text};
     expected.insert(expected.end(), more.begin(), more.end());
 }
 
-/// The command and what it gives, in lines of limited width.
+/// The command and its actual lines, in lines of limited width.
 std::string Laid(const std::string &command, const Words &found)
 {
     std::string text = command;
@@ -132,7 +132,7 @@ std::string Indented(const Words &lines)
     return text;
 }
 
-/// Runs the line at `at` and leaves that at the last line of what it is to give.
+/// Runs the line at `at` and moves `at` to its last expected line.
 void RunStep(const Case &own, const Block &block, size_t &at, FakeBoard &board, const Words &only)
 {
     const int line = block[at].number;
@@ -195,8 +195,8 @@ std::string NameOf(const std::string &comment)
     return name;
 }
 
-/// Adds a block to the cases of its file: one that begins with a comment begins a case, one that
-/// runs nothing is the background of all that follow, up to the next such one.
+/// Adds a block to the cases of its file. A block that begins with a comment begins a case. A block
+/// that runs nothing is the background of all following blocks, up to the next such block.
 void AddBlock(const std::string &path, Block block, Block &background, std::deque<Case> &cases)
 {
     if (block.empty()) {

@@ -18,7 +18,7 @@ namespace
 
 FakeBoard *g_active = nullptr;
 
-constexpr char kNoLineEnd = '\v'; // behind a piece of a line; shown as "\c"
+constexpr char kNoLineEnd = '\v'; // after a piece of a line; shown as "\c"
 
 ssize_t PrintTo(void *stream, const char *text, size_t size)
 {
@@ -45,7 +45,7 @@ OffBoard::~OffBoard()
 
 FakeBoard::FakeBoard()
 {
-    // In memory where that is possible: the tests write and rename files by the thousand.
+    // In memory if possible: the tests write and rename thousands of files.
     const fs::path memory = "/dev/shm";
     const fs::path place = fs::is_directory(memory) ? memory : fs::temp_directory_path();
     std::string name = place / "qve-board.XXXXXX";
@@ -165,7 +165,7 @@ void FakeBoard::Record(const std::string &line, size_t bytes)
     EndPiece();
     transcript_.push_back({line, 1, bytes});
     if (transcript_.size() > 100'000) {
-        std::abort(); // the program does not come to its end
+        std::abort(); // the program never ends
     }
     for (Event &event : events) {
         if (event.line == line && --event.nth == 0) {
@@ -227,7 +227,7 @@ int FakeBoard::Shell(const char *command)
     const OffBoard off;
     std::istringstream stream{command};
     const std::vector<std::string> words{std::istream_iterator<std::string>{stream}, {}};
-    std::error_code failure; // is the command's own
+    std::error_code failure; // a real command would report it itself
     if (words[0].ends_with("cp") && words.size() >= 4) {
         fs::copy_file(Map(words[2]), Map(words[3]), fs::copy_options::overwrite_existing, failure);
     } else if (words[0].ends_with("rm")) {

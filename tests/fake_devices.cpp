@@ -33,8 +33,8 @@ std::string HexWord(unsigned long word)
     return text;
 }
 
-/// The modes for input, output, control and local matters, then what is not zero of the special
-/// characters, of which 5 is VTIME and 6 is VMIN: what the kernel gets of the record.
+/// The parts of the record that the kernel gets: the input, output, control and local modes, then
+/// the special characters that are not zero. 5 is VTIME and 6 is VMIN.
 std::string SettingsText(const termios &settings)
 {
     std::string text = HexWord(settings.c_iflag) + HexWord(settings.c_oflag) +
@@ -84,7 +84,7 @@ ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
         Record("read " + std::to_string(count) + ":", taken);
         piece.erase(0, taken);
     }
-    if (piece.empty() || kind == kEthernet) { // of a frame that is too long the rest is lost
+    if (piece.empty() || kind == kEthernet) { // a frame that is too long loses its rest
         input.pop_front();
     }
     return static_cast<ssize_t>(taken);
@@ -164,7 +164,7 @@ int Device::Terminal(unsigned long request, void *argument)
 short Device::Poll(int timeout)
 {
     const short ready = input.empty() ? short{0} : input.front().events;
-    FakeBoard::Active()->clock += int64_t{timeout} * 1000; // whatever comes
+    FakeBoard::Active()->clock += int64_t{timeout} * 1000; // the full time, also if a frame comes
     if (!input.empty() && (ready & POLLIN) == 0) {
         input.pop_front(); // nothing to read
     }

@@ -1,5 +1,5 @@
-// The C library calls that touch the outside, as the board has them. A definition in an executable
-// wins over the shared library's, so the program needs no hooks for its tests.
+// The C library calls with outside effects, on the fake board. A definition in an executable
+// overrides the shared library's, so the program needs no hooks for its tests.
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <dlfcn.h>
@@ -34,12 +34,12 @@ Function *Real(Function * /*type*/, const char *name)
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 #define REAL(function) Real(&function, #function)
-// What the headers turn into another symbol where file offsets have 64 bits.
+// Calls that the headers rename on systems with 64-bit file offsets.
 #define REAL64(function) Real(&function, #function "64")
 
 constexpr auto Active = FakeBoard::Active;
 constexpr const char *kDatagrams = "socket";      // the path of a datagram socket
-constexpr const char *kPackets = "packet socket"; // and of a packet socket, which is a device too
+constexpr const char *kPackets = "packet socket"; // and of a packet socket, which is also a device
 
 /// The board, for calls that must never reach the machine that the tests run on.
 FakeBoard &Board()
@@ -52,7 +52,7 @@ bool Fails(const char *function, const std::string &path = "")
     return Active() != nullptr && Active()->Fails(function, path);
 }
 
-/// What a call returns that fails on purpose.
+/// The result of a call that is made to fail.
 int FaultResult()
 {
     return errno == 0 ? 0 : -1;
@@ -69,7 +69,7 @@ std::string MapPath(const char *path)
     return Active() != nullptr ? Active()->Map(path) : path;
 }
 
-/// A file that the program has open; of another descriptor, one without a path.
+/// An open file of the program. For any other descriptor, a file without a path.
 OpenFile &FileAt(int fd)
 {
     static OpenFile other;
@@ -107,8 +107,8 @@ int OpenReally(const char *path, int flags)
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0666));
 }
 
-/// Devices are there when the board has them; anything else is a file. The transcript tells of a
-/// device that is opened in a special way.
+/// A path that is no device of the board is a file. The transcript shows a device that is opened
+/// in a special way.
 int OpenOnBoard(const char *function, const char *path, int flags)
 {
     if (Fails(function, path)) {
@@ -129,8 +129,8 @@ int Terminal(int fd, unsigned long request, void *argument)
     return DeviceAt(fd) == nullptr ? FailWith(ENOTTY) : DeviceAt(fd)->Terminal(request, argument);
 }
 
-// A stream on the board's files: the C library's own buffering and error handling, above reads and
-// writes that can fail.
+// A stream on the board's files. It has the C library's own buffering and error handling; its reads
+// and writes can be made to fail.
 struct Stream {
     int fd;
     std::string path;
@@ -163,7 +163,7 @@ int CloseStream(void *cookie)
     return Fails("fclose", stream->path) ? -1 : 0;
 }
 
-/// What is left to read of the directories that are open, the next entry last.
+/// The unread entries of the open directories, the next entry last.
 std::map<DIR *, std::vector<dirent>> g_listings;
 
 std::string AddressText(const sockaddr *address)
@@ -210,8 +210,8 @@ ssize_t Receive(int fd, void *buffer, size_t count, int flags)
     return static_cast<ssize_t>(datagram.copy(static_cast<char *>(buffer), count));
 }
 
-/// Of select: leaves those in `input` that have some. A wait in vain takes 10 ms at least, so that
-/// a spinning program gets on.
+/// For select: leaves the descriptors in `input` that have input. A wait without input takes at
+/// least 10 ms, so that a spinning program reaches its time limit.
 int AwaitInput(int count, fd_set *input, int64_t limit)
 {
     int ready = 0;
@@ -254,7 +254,7 @@ void *ThreadMain(void *memory)
 
 } // namespace
 
-/// A call that can fail on purpose, and what it does otherwise. It may be told not to throw.
+/// Defines a call that can be made to fail, and its normal effect. It can be declared noexcept.
 #define FAKE(type, function, parameters, throws, path, otherwise)                                  \
     type function parameters throws                                                                \
     {                                                                                              \
@@ -379,7 +379,7 @@ DIR *opendir(const char *path)
     Active()->open_directories[directory] = path;
     std::vector<dirent> &listing = g_listings[directory];
     while (const dirent *entry = REAL64(readdir)(directory)) {
-        dirent copy{}; // of a record that is only as long as its name needs
+        dirent copy{}; // the record itself is only as long as its name
         std::memcpy(&copy, entry, std::min(size_t{entry->d_reclen}, sizeof copy));
         listing.push_back(copy);
     }
@@ -469,7 +469,7 @@ unsigned sleep(unsigned seconds)
 int usleep(useconds_t microseconds)
 {
     Board().Record("usleep " + std::to_string(microseconds));
-    // A pause of nothing stands for the time of the scan that it ends.
+    // A pause of zero stands for the time of the scan before it.
     Board().Pause(microseconds == 0 ? 10'000 : microseconds);
     return 0;
 }
@@ -494,7 +494,7 @@ void syslog(int priority, const char *format, ...)
     errno = ENOTRECOVERABLE; // as any call may leave it
 }
 
-/// The second thread, of which there can be one.
+/// The second thread. There can be only one.
 int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,
                    void *(*body)(void *), void *__restrict argument) __THROW
 {

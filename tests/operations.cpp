@@ -1,4 +1,4 @@
-// What the cases run: applets and operations, by name and with their own arguments.
+// The applets and operations that the cases run, by name and with their own arguments.
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,7 +41,7 @@
 namespace
 {
 
-// The records that operations work on, and what they fill in.
+// The records and buffers of the operations.
 CICOMM g_channel;
 CTHREAD g_thread;
 CWDT g_watchdog;
@@ -55,7 +55,7 @@ int Opened(int fd)
     return fd;
 }
 
-/// A number; or the path of a device, "udp", "packet" or "pipe", open for the one call.
+/// A number; or a device's path, "udp", "packet" or "pipe", which is open for this one call.
 long long NumberOf(const std::string &word)
 {
     int ends[2];
@@ -68,7 +68,7 @@ long long NumberOf(const std::string &word)
                               : std::stoll(word, nullptr, 0);
 }
 
-/// The next argument of a function. Records take no word, and buffers their size.
+/// The next argument of a function. A record takes no word, a buffer takes its size.
 template<typename Type>
 Type Take(const Words &words, size_t &at)
 {
@@ -137,7 +137,7 @@ Operation Plain(Returned (*function)(Arguments...))
 
 int StartHandler(AppletHandler *handler, const Words &words)
 {
-    static Words own; // outlive a run that does not come back
+    static Words own; // must outlive a run that does not return
     static std::vector<char *> arguments;
     own = words;
     arguments.clear();
@@ -155,7 +155,7 @@ std::string Show(FakeBoard &board, const Words &words)
                                                        : board.Read(words.at(1)));
 }
 
-/// Of each partition, the number of bytes that are as the package wants them.
+/// For each partition, the number of bytes that match the package.
 std::string Installed(FakeBoard &board, const Words & /*words*/)
 {
     std::string text = "=";
@@ -176,7 +176,7 @@ std::string Numbers(FakeBoard & /*board*/, const Words &words)
            " " + std::to_string(ParseLeadingUnsigned(text));
 }
 
-/// A child that sends back what comes, until the parent closes its end.
+/// A child that echoes its input until the parent closes its end.
 std::string ForkPipe(FakeBoard & /*board*/, const Words & /*words*/)
 {
     int in = -1, out = -1, status = 0;
@@ -200,7 +200,7 @@ std::string ForkPipe(FakeBoard & /*board*/, const Words & /*words*/)
     return ResultText(WEXITSTATUS(status)) + " " + text + (ended ? " to the end" : "");
 }
 
-/// The size, then id, sender's port and payload, as far as there is one.
+/// The size, then id, sender's port and payload, if they exist.
 std::string Receive(FakeBoard & /*board*/, const Words & /*words*/)
 {
     const int size = g_channel.operations.recv(&g_channel, &g_id);
@@ -213,7 +213,7 @@ std::string Receive(FakeBoard & /*board*/, const Words & /*words*/)
                           std::string{data, strnlen(data, kMaxPayload)};
 }
 
-/// What the worker thread does: rounds of so many seconds, five at most.
+/// The worker thread's work: rounds of this many seconds, at most five.
 struct Work {
     unsigned round;
     int32_t init_result;
@@ -237,7 +237,7 @@ void WorkExit(void * /*work*/)
     FakeBoard::Active()->Record("exit");
 }
 
-/// SECONDS [INIT-RESULT]: a thread of such rounds; without the second, one without init and exit.
+/// SECONDS [INIT-RESULT]: a thread with such rounds; without INIT-RESULT it has no init and exit.
 std::string InitThread(FakeBoard & /*board*/, const Words &words)
 {
     const bool all = words.size() > 2;
@@ -246,7 +246,7 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
                                    all ? WorkExit : nullptr));
 }
 
-/// Whether the records hold their operations in their places.
+/// Whether each operation is in its place in the records.
 std::string Slots(FakeBoard & /*board*/, const Words & /*words*/)
 {
     const CICOMM::Operations &channel = g_channel.operations;

@@ -1,5 +1,4 @@
-// Kernel images and firmware packages for the tests, right in every byte until a test says
-// otherwise.
+// Valid kernel images and firmware packages for the tests, which a test can then damage.
 #pragma once
 
 #include <cstdint>
@@ -25,10 +24,10 @@ struct PackageBuilder {
     [[nodiscard]] std::string Build() const;
 };
 
-/// Region 1 to 3 of a package, as its header has it.
+/// Region 1 to 3 of a package, from the sizes in its header.
 std::string RegionOf(const std::string &package, int number);
 
-/// Bit by bit, and so nothing like the program's.
+/// A CRC-32 bit by bit, so that it shares no fault with the program's.
 uint32_t Crc32(const std::string &bytes);
 /// The little-endian word at `offset`.
 uint32_t WordAt(const std::string &bytes, size_t offset);

@@ -1,4 +1,4 @@
-// What the cases prepare, and the words of their lines.
+// The preparations of the cases, and the words of their lines.
 #include <unistd.h>
 
 #include <cstring>
@@ -34,7 +34,7 @@ long long Number(const std::string &word)
     return std::stoll(word, nullptr, 0);
 }
 
-/// Parts of a frame or their bytes; "<28" cuts it, "!16" are the events that poll tells.
+/// Parts of a frame or their bytes; "<28" cuts it, "!16" sets the events that poll reports.
 Device::Piece FrameOf(const Words &words)
 {
     Device::Piece frame;
@@ -99,7 +99,7 @@ void WritePackage(FakeBoard &board, const Words &words)
     board.Write("/tmp/flash3", package.Build());
 }
 
-/// PATH REQUEST RECORD...: what a driver fills in, one record a call, of words with commas.
+/// PATH REQUEST RECORD...: the driver's answers, one record a call; commas separate its words.
 void AddAnswers(FakeBoard &board, const Words &words)
 {
     auto &answers = board.devices[words.at(1)].answers[std::stoul(words.at(2), nullptr, 16)];
@@ -219,7 +219,7 @@ Words WordsIn(const std::string &line)
     Words words;
     std::string word;
     bool quoted = false, begun = false;
-    std::vector<size_t> braces; // where the texts to repeat begin
+    std::vector<size_t> braces; // where the repeated texts begin
     for (size_t at = 0; at <= line.size(); ++at) {
         const char c = at < line.size() ? line[at] : ' ';
         if (c == ' ' && !quoted) {

@@ -1,4 +1,4 @@
-// What must hold whatever fails: rules over every outside call.
+// Lets every outside call fail in turn and checks rules that must always hold.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 namespace
 {
 
-// A package that the board accepts, of regions that take three blocks of their partition.
+// A package that the board accepts. Each region takes three blocks of its partition.
 constexpr const char *kPackage =
     "+ package marker=ABCD data={J*9000} second={R*9000} etc=\\x85\\x19{F*9000} "
     "+ file /usr/upgrade MARKER=WXYZ\\nVERSION=1\\n + file /etc/oem_marker.conf MARKER=ABCD\\n "
@@ -30,7 +30,7 @@ const std::map<std::string, std::string> kSettings = {
     {"/etc/web.conf", "port=77\n"},
 };
 
-/// A board with that package, and settings that are 77 in the old /etc and 55 in the new one.
+/// A board with that package. All settings are 77 in the old /etc and 55 in the new one.
 struct PreparedBoard : FakeBoard {
     PreparedBoard()
     {
@@ -44,7 +44,7 @@ struct PreparedBoard : FakeBoard {
         package = Read("/tmp/flash3");
     }
 
-    /// Does what the line says. Returns whether it touched flash.
+    /// Runs the line. Returns whether it touched flash.
     bool Runs(const std::string &line)
     {
         RunLine(*this, WordsIn(line));
@@ -59,7 +59,7 @@ struct PreparedBoard : FakeBoard {
         return transcript.find(text) != std::string::npos;
     }
 
-    /// Whether the partition holds its region, or is said to have failed all its attempts.
+    /// Whether the partition holds its region, or the log says that all attempts failed.
     [[nodiscard]] bool IsWritten(int number, bool or_failed) const
     {
         const std::string device = "/dev/mtd/" + std::to_string(number);
@@ -76,7 +76,7 @@ struct PreparedBoard : FakeBoard {
 
 TEST(Sweep, OneCallThatFailsStopsAnInstallationBeforeItTouchesFlashOrIsLivedWith)
 {
-    // Of a configuration file no bytes are no fault: that is how an empty one reads.
+    // Reading no bytes of a configuration file is no fault: an empty file reads like this.
     for (const auto &[error, where] : {std::pair{EIO, ""}, {0, "/tmp/flash3"}, {0, "/dev/mtd"}}) {
         for (int nth = 1;; ++nth) {
             PreparedBoard board;
@@ -152,7 +152,7 @@ TEST(Sweep, OneCallThatFailsLeavesTheOldConfigurationFileOrTheNewOne)
                 break;
             }
             SCOPED_TRACE(line + (" " + call));
-            // Only the first writer tells failures apart, and looks whether the file is in use.
+            // Only the first writer distinguishes failures and checks whether the file is in use.
             const bool looks = lowest == -3 && nth == 1;
             const bool done = looks || call == "fclose /etc/a.conf";
             const int failure = call.ends_with("/etc/a.conf") ? -1
@@ -168,7 +168,7 @@ TEST(Sweep, OneCallThatFailsLeavesTheOldConfigurationFileOrTheNewOne)
     }
 }
 
-// This library's words are the ones that the board's logs have always had.
+// This library has the same texts as the board's logs always had.
 TEST(Sweep, ErrorTextsAreThoseOfTheLibraryOfTheTests)
 {
     for (int error = -1; error < 140; ++error) {

@@ -27,8 +27,8 @@ void ShowBoardLog()
     g_shown = true;
 }
 
-// A definition in the executable takes the place of the C library's. With _FORTIFY_SOURCE the
-// checks call the second one.
+// A definition in the executable replaces the C library's. With _FORTIFY_SOURCE the checks call the
+// second one.
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl51-cpp,readability-inconsistent-declaration-parameter-name)
 void syslog(int /*priority*/, const char *format, ...)

@@ -1,5 +1,5 @@
-// What the program's checks write to the board's system log. None of it reaches this machine's log.
+// The lines that the board's checks write to its system log. They do not reach this machine's log.
 #pragma once
 
-/// From now on every line appears on standard error.
+/// From now on, prints every line on standard error.
 void ShowBoardLog();

@@ -20,9 +20,9 @@ struct Option {
     enum class Need { kOptional, kRequired };
 
     const char *name;
-    const char *argument; ///< null when it takes none
+    const char *argument; ///< null if it takes none
     const char *help;     ///< lines
-    /// Stores the value. Returns false, after a message, when it is of no use.
+    /// Stores the value. Returns false, after a message, if it is invalid.
     bool (*take)(Arguments &arguments, const char *value);
     char letter;
     Need need = Need::kOptional;
@@ -30,7 +30,7 @@ struct Option {
 
 struct Command {
     const char *name;
-    const char *operand; ///< null when it takes none; with dots when it takes several
+    const char *operand; ///< null if it takes none; with dots if it takes several
     const char *summary;
     const char *text;
     std::span<const Option> options;
@@ -39,9 +39,9 @@ struct Command {
 
 constexpr auto kRequired = Option::Need::kRequired;
 
-// ---- What the options take ----------------------------------------------------------------------
+// ---- Values of the options ----------------------------------------------------------------------
 
-/// The number that is the whole of `text`.
+/// The number in `text`, if `text` has nothing else.
 std::optional<int32_t> ParseNumber(std::string_view text)
 {
     int32_t value{};
@@ -77,7 +77,7 @@ bool TakeBoardMarker(Arguments &arguments, const char *value)
         PrintError("the marker is empty");
         return false;
     }
-    // A value in the board's files ends there.
+    // A value in the board's files ends at these characters.
     if (text.find_first_of("=\r\n") != std::string_view::npos) {
         PrintError("the marker has a '=' or a line end, which no board's configuration can hold");
         return false;
@@ -140,7 +140,7 @@ bool TakeMtdTable(Arguments &arguments, const char *value)
 // ---- The options of each command ----------------------------------------------------------------
 
 constexpr Option kPartitions{"partitions", "SIZE1,SIZE2,SIZE3",
-                             "the sizes of the partitions mtd1 to mtd3, in bytes, also with 0x,\n"
+                             "the sizes of the partitions mtd1 to mtd3 in bytes, also with 0x,\n"
                              "K or M: a board does not compare them with the regions",
                              TakePartitions, 'p'};
 constexpr Option kMtd{"mtd", "FILE", "the same, from a /proc/mtd saved on the board", TakeMtdTable,
@@ -149,9 +149,9 @@ constexpr Option kMtd{"mtd", "FILE", "the same, from a /proc/mtd saved on the bo
 constexpr Option kCreateOptions[] = {
     {"layout", "1|3", "1: the board checks the /etc image too; 3: it does not", TakeLayout, 'l',
      kRequired},
-    {"marker", "TEXT", "up to four characters: the OEM marker of the boards that it is for",
-     TakeMarker, 'm', kRequired},
-    {"kernel", "FILE", "region 1, for /dev/mtd/1: a kernel image as mkimage makes it",
+    {"marker", "TEXT", "up to four characters: the OEM marker of the target boards", TakeMarker,
+     'm', kRequired},
+    {"kernel", "FILE", "region 1, for /dev/mtd/1: a kernel image made by mkimage",
      TakeRegionFile<0>, 'k', kRequired},
     {"second", "FILE", "region 2, for /dev/mtd/2: anything", TakeRegionFile<1>, 's', kRequired},
     {"etc", "FILE", "region 3, for /dev/mtd/3: a JFFS2 image with erase blocks of 64 KiB",
@@ -162,19 +162,18 @@ constexpr Option kCreateOptions[] = {
 };
 
 constexpr Option kCheckOptions[] = {
-    {"layout", "N", "the layout version that the board expects, 1 unless it is told otherwise",
-     TakeExpectedLayout, 'l'},
-    {"version", "N", "another name of --layout", TakeExpectedLayout, 'V'},
+    {"layout", "N", "the layout version that the board expects, by default 1", TakeExpectedLayout,
+     'l'},
+    {"version", "N", "another name for --layout", TakeExpectedLayout, 'V'},
     {"marker", "TEXT",
      "the marker of the board; only its first four characters count. Without\n"
-     "it markers are not compared: 'upgrade' does not compare them either,\n"
+     "it, markers are not compared: 'upgrade' does not compare them either,\n"
      "'xupgrade -i' does",
      TakeBoardMarker, 'm'},
     kPartitions,
     kMtd,
-    {"quiet", nullptr, "print no verdict: the exit status tells it", TakeFlag<&Arguments::quiet>,
-     'q'},
-    {"verbose", nullptr, "print what the checks write to the board's log",
+    {"quiet", nullptr, "print no verdict; use the exit status", TakeFlag<&Arguments::quiet>, 'q'},
+    {"verbose", nullptr, "print the checks' lines of the board's log",
      TakeFlag<&Arguments::verbose>, 'v'},
 };
 
@@ -185,25 +184,25 @@ constexpr Option kInfoOptions[] = {
 };
 
 constexpr Option kExtractOptions[] = {
-    {"output-dir", "DIR", "the folder for the files; it is made if it does not exist",
+    {"output-dir", "DIR", "the folder for the files; created if it does not exist",
      TakeText<&Arguments::output_dir>, 'd', kRequired},
     {"region", "N", "only region 1, 2 or 3", TakeRegionNumber, 'r'},
 };
 
 constexpr Command kCommands[] = {
-    {"create", nullptr, "make a firmware package out of its three regions",
-     "Makes a firmware package. A package that a board would refuse, or that does not fit\n"
-     "the partitions, is not made. The output appears whole or not at all.",
+    {"create", nullptr, "make a firmware package from its three regions",
+     "Makes a firmware package. Fails if a board would refuse it or if it does not fit the\n"
+     "partitions. The output is complete or does not appear at all.",
      kCreateOptions, RunCreate},
-    {"check", "PACKAGE...", "tell whether a board would accept a package, and why not",
-     "Tells whether a board would accept each package, by the board's own checks in their\n"
+    {"check", "PACKAGE...", "say whether a board would accept a package, and why not",
+     "Says whether a board would accept each package. Makes the board's checks in the same\n"
      "order, and names the first that fails. A region that is larger than its partition\n"
-     "gets a line of its own: a board would accept it and fail to write it.",
+     "gets its own line: a board would accept it and fail to write it.",
      kCheckOptions, RunCheck},
-    {"info", "PACKAGE", "show what is inside a package",
-     "Shows what is inside a package, also a damaged one, and what a board would say to it.",
+    {"info", "PACKAGE", "show the contents of a package",
+     "Shows the contents of a package, even a damaged one, and whether a board accepts it.",
      kInfoOptions, RunInfo},
-    {"extract", "PACKAGE", "take a package apart",
+    {"extract", "PACKAGE", "write the regions of a package to files",
      "Writes the regions to the files 'kernel', 'second' and 'etc': all of them or none.",
      kExtractOptions, RunExtract},
 };
@@ -277,7 +276,7 @@ int PrintGeneralHelp()
     return kExitDone;
 }
 
-/// Says where help is to be had; `name` is a command's or empty.
+/// Says where to find help; `name` is a command's name or empty.
 int UsageError(std::string_view name)
 {
     PrintError("try 'fwpack help%s%.*s'", name.empty() ? "" : " ", static_cast<int>(name.size()),
@@ -287,8 +286,7 @@ int UsageError(std::string_view name)
 
 // ---- Parsing ------------------------------------------------------------------------------------
 
-/// What getopt wants: the long options, and the letters with a colon behind each that takes a
-/// value.
+/// getopt's tables: the long options, and the letters, with a colon after each that takes a value.
 struct GetoptTable {
     std::vector<option> options;
     std::string letters;
@@ -322,7 +320,7 @@ const Option *FindOption(const Command &command, int letter)
     return nullptr;
 }
 
-/// Names the required options that were not given. Returns whether there are none.
+/// Prints the missing required options. Returns whether there are none.
 bool IsComplete(const Command &command, std::string_view given)
 {
     std::string missing;
@@ -352,11 +350,11 @@ bool HasItsOperands(const Command &command, std::span<const char *const> operand
 
 int RunCommand(const Command &command, std::span<char *> words)
 {
-    words[0] = const_cast<char *>("fwpack"); // how getopt's messages begin; it is only printed
+    words[0] = const_cast<char *>("fwpack"); // getopt's messages begin with it
     const GetoptTable table = TableOf(command);
     Arguments arguments;
     std::string given;
-    optind = 0; // makes getopt begin anew
+    optind = 0; // restarts getopt
     for (int c; (c = getopt_long(static_cast<int>(words.size()), words.data(),
                                  table.letters.c_str(), table.options.data(), nullptr)) != -1;) {
         if (c == 'h') {
@@ -402,7 +400,7 @@ int RunCommandLine(std::span<char *> arguments)
 {
     constexpr option kOptions[] = {
         {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {}};
-    // The plus ends the options at the command.
+    // With the plus, getopt stops at the command.
     switch (getopt_long(static_cast<int>(arguments.size()), arguments.data(), "+hV", kOptions,
                         nullptr)) {
     case 'h':

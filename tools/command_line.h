@@ -1,4 +1,4 @@
-// The commands of fwpack: their options, their usage and their help, out of one table.
+// The commands of fwpack: their options, usage and help, from one table.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@ constexpr int kExitDone = 0;
 constexpr int kExitRefused = 1; ///< or failed
 constexpr int kExitUsage = 2;   ///< or, with check, a file that cannot be read
 
-/// What the options said. Each command reads its own.
+/// The values of the options. Each command reads its own.
 struct Arguments {
     int32_t layout = 1;
     std::optional<uint32_t> marker; ///< as the word in a header
@@ -34,6 +34,5 @@ int RunCheck(const Arguments &arguments);
 int RunInfo(const Arguments &arguments);
 int RunExtract(const Arguments &arguments);
 
-/// Runs what the command line asks for; `arguments` begins with the program's name. Returns the
-/// exit status.
+/// Runs the command line; `arguments` begins with the program's name. Returns the exit status.
 int RunCommandLine(std::span<char *> arguments);

@@ -1,4 +1,4 @@
-// fwpack: makes, checks, shows and takes apart firmware packages.
+// fwpack: makes, checks, shows and extracts firmware packages.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,8 +12,8 @@
 namespace
 {
 
-/// A file must not get the number of a closed standard stream: the checks refuse a package that is
-/// descriptor 0, and messages would end up in the output.
+/// Opens closed standard streams, so that no file gets their numbers. The checks refuse a package
+/// with descriptor 0, and messages would go into the output.
 void OpenStandardStreams()
 {
     int fd = 0;

@@ -42,7 +42,7 @@ int Check(const char *path, const Arguments &arguments)
     }
     const Verdict verdict = JudgeSlowly(path, arguments);
     const auto *package = std::get_if<Package>(&verdict.opened);
-    // The worse news first: scripts look at the first line.
+    // The worse result first, because scripts read the first line.
     const bool fits = package == nullptr || FitsPartitions(path, *package, arguments);
     if (!arguments.quiet && verdict.reason.empty()) {
         std::printf("%s: a board would accept it%s\n", path,

@@ -57,8 +57,8 @@ bool OpenInputs(Inputs &inputs, const PackageLayout &layout,
         if (!fault.empty()) {
             return Refuse(input.path, fault);
         }
-        // The header's words and the board's file offsets have 31 bits. Compared before adding up:
-        // a file may be as large as its file system allows.
+        // The header's words and the board's file offsets have 31 bits. Compare before adding: a
+        // file may be as large as its file system allows.
         if (input.size > std::numeric_limits<int32_t>::max() - total) {
             return Refuse(input.path, "too large: a package must stay below 2 GiB");
         }
@@ -99,14 +99,14 @@ bool Append(const Input &input, OutputFile &output)
     return copied == input.size || Refuse(input.path, "changed while it was read");
 }
 
-/// The board's own checks on the very bytes: a kernel whose data runs on into region 2 is sound
-/// only by itself.
+/// Makes the board's own checks on the finished package. A kernel whose data runs on into region 2
+/// is valid only alone.
 bool CheckPackage(const char *path, const Inputs &inputs, const PackageLayout &layout,
                   uint32_t magic)
 {
     const Verdict verdict = Judge(path, {true, magic, layout.version});
     if (!verdict.reason.empty()) {
-        PrintError("not made, since a board would refuse it: %s", verdict.reason.c_str());
+        PrintError("not made, because a board would refuse it: %s", verdict.reason.c_str());
         return false;
     }
     if (!layout.checks_file_system && CFlash_CheckJffs2(inputs[2].path, 0) != 0) {

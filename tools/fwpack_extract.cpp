@@ -20,14 +20,14 @@
 namespace
 {
 
-/// A region on its way into a file.
+/// A region and its output file.
 struct Piece {
     size_t index;
     Region region;
     std::unique_ptr<OutputFile> file;
 };
 
-/// The regions that were asked for. Prints why when the package does not hold one of them whole.
+/// The requested regions. Prints the reason if the package does not hold one of them completely.
 std::vector<Piece> FindPieces(const char *path, const Package &package, const Arguments &arguments)
 {
     std::vector<Piece> pieces;
@@ -104,9 +104,9 @@ bool Extract(const char *path, const Arguments &arguments)
         return Refuse(arguments.output_dir, std::strerror(errno));
     }
     if (!WriteFiles(path, pieces, arguments.output_dir)) {
-        pieces.clear(); // removes what was begun
+        pieces.clear(); // removes unfinished files
         if (made_dir) {
-            rmdir(arguments.output_dir); // stays when somebody else has put something there
+            rmdir(arguments.output_dir); // fails if there are other files in it
         }
         return false;
     }

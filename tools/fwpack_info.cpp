@@ -110,7 +110,7 @@ const char *NameOf(RegionVerdict verdict)
     return "not examined";
 }
 
-/// Returns nothing when the hash of a region that is there cannot be had.
+/// Returns nothing if the hash of a complete region cannot be computed.
 std::optional<std::string> RegionJson(const char *path, const Report &report, size_t index,
                                       const std::optional<PartitionSizes> &partitions)
 {
@@ -154,7 +154,7 @@ std::string KernelJson(const KernelImage &image)
     return json.Text();
 }
 
-/// Returns nothing when the file can no longer be read.
+/// Returns nothing if the file is no longer readable.
 std::optional<std::string> PackageJson(const char *path, const Report &report,
                                        const std::optional<PartitionSizes> &partitions)
 {

@@ -1,4 +1,4 @@
-// JSON as fwpack writes it: one object on one line, pure ASCII.
+// JSON output of fwpack: one object on one line, pure ASCII.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 class JsonObject
 {
 public:
-    /// A text of any bytes. Those that are not printable ASCII become the code points of the same
-    /// number, so every text is valid and none is lost.
+    /// Adds a text of any bytes. Bytes that are not printable ASCII become the code points of the
+    /// same number, so every text is valid and no information is lost.
     void AddText(std::string_view name, std::string_view text);
-    /// The text, or null where it is empty.
+    /// Adds the text, or null if it is empty.
     void AddTextOrNull(std::string_view name, std::string_view text);
     void AddNumber(std::string_view name, int64_t number);
-    /// What is JSON already: true, null, an object or an array.
+    /// Adds existing JSON: true, null, an object or an array.
     void AddJson(std::string_view name, std::string_view json);
 
     [[nodiscard]] std::string Text() const { return "{" + members_ + "}"; }

@@ -1,4 +1,4 @@
-// A kernel image as people want to see it.
+// A kernel image in readable form.
 #pragma once
 
 #include <cstdint>
@@ -7,14 +7,14 @@
 
 #include "flash/uimage.h"
 
-/// The header, and what its data CRC should be.
+/// The header, and the correct data CRC.
 struct KernelImage {
     ImageHeader header;
-    uint32_t data_crc; ///< over as much of the data as the file has
+    uint32_t data_crc; ///< over the data that the file has
 };
 
-/// Reads the image that begins `offset` bytes into the file, whatever its state; nothing when the
-/// file ends within its header.
+/// Reads the image that begins `offset` bytes into the file, also a damaged one. Returns nothing if
+/// the file ends within its header.
 std::optional<KernelImage> ReadKernelImage(const char *path, int64_t offset);
 
 /// The header's codes in words.
@@ -23,5 +23,5 @@ std::string ArchitectureName(const ImageHeader &header);
 std::string TypeName(const ImageHeader &header);
 std::string CompressionName(const ImageHeader &header);
 
-/// Says in words why a board refuses the image; empty when it accepts it.
+/// Why a board refuses the image; empty if it accepts it.
 std::string WhyKernelRefused(const char *path, int64_t offset);

@@ -27,7 +27,7 @@ void Remove(OutputFile::Unfinished &unfinished)
     }
 }
 
-/// The signal has its default effect back already and ends the tool when this returns.
+/// The signal already has its default effect again and ends the tool after this returns.
 void HandleEndingSignal(int signal_number)
 {
     for (OutputFile::Unfinished &unfinished : g_unfinished) {
@@ -50,11 +50,11 @@ void HandleSignals()
             sigaction(signal_number, &handler, nullptr);
         }
     }
-    // A file that reaches the user's limit is a failed write, not the end of the tool.
+    // At the user's file size limit, a write fails instead of ending the tool.
     signal(SIGXFSZ, SIG_IGN);
 }
 
-/// mkstemp, with no moment at which a signal would leave the file behind.
+/// mkstemp, with no moment at which a signal leaves the file behind.
 int MakeScratch(std::string &path, OutputFile::Unfinished &unfinished)
 {
     const HeldSignals held;
@@ -65,7 +65,7 @@ int MakeScratch(std::string &path, OutputFile::Unfinished &unfinished)
     return fd;
 }
 
-/// mkstemp makes a file for its owner alone; this is one as any program makes.
+/// Gives the file the usual permissions. mkstemp makes a file for its owner only.
 void TakeUsualMode(int fd)
 {
     const mode_t mask = umask(0);

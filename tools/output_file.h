@@ -1,4 +1,4 @@
-// A file that appears whole or not at all.
+// A file that is complete or does not appear at all.
 #pragma once
 
 #include <array>
@@ -7,12 +7,12 @@
 #include <span>
 #include <string>
 
-/// Written beside its place and moved there at the end. What is not moved is removed, also when the
-/// tool is interrupted. At most three at a time. Each function that fails prints why.
+/// A temporary file that is renamed at the end. Without the rename it is removed, also if the tool
+/// is interrupted. At most three at a time. Each function that fails prints the reason.
 class OutputFile
 {
 public:
-    /// Refuses a place that holds anything but a plain file: a rename would put one there.
+    /// Refuses a path that is not a plain file, because the rename would replace it.
     explicit OutputFile(std::string path);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
@@ -20,15 +20,15 @@ public:
 
     explicit operator bool() const { return stream_ != nullptr; }
     [[nodiscard]] const char *path() const { return path_.c_str(); }
-    /// Where the file is until it is moved.
+    /// The path of the file until the rename.
     [[nodiscard]] const char *scratch_path() const { return scratch_.c_str(); }
 
     bool Write(std::span<const char> bytes);
-    /// Ends the writing, everything on the disk.
+    /// Ends the writing and flushes everything to the disk.
     bool Finish();
     bool MoveToPlace();
 
-    /// A path that an ending signal must remove; empty when none.
+    /// A path that a signal must remove; empty if there is none.
     using Unfinished = std::array<char, 4096>;
 
 private:
@@ -40,7 +40,7 @@ private:
     std::FILE *stream_ = nullptr;
 };
 
-/// While it lives, the signals that end the tool wait: what must happen together does.
+/// While it exists, the signals that end the tool wait. Steps in between cannot be separated.
 class HeldSignals
 {
 public:

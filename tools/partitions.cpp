@@ -12,7 +12,7 @@
 namespace
 {
 
-/// The largest flash that an MTD device of 32 bits can describe.
+/// The largest flash that MTD can describe in 32 bits.
 constexpr int64_t kLargest = int64_t{1} << 32;
 
 std::optional<int64_t> ParseSize(std::string_view text)

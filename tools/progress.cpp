@@ -16,11 +16,11 @@ volatile sig_atomic_t g_shown = 0;
 
 void Print(const char *text, size_t length)
 {
-    // A terminal that takes no text gets none; the work goes on.
+    // If the terminal takes no text, the work goes on without.
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, length);
 }
 
-/// The board's checks do not tell how far they are, so a timer counts in their place.
+/// The board's checks do not report progress, so a timer counts instead.
 void HandleSecond(int /*signal_number*/)
 {
     const int saved = errno;
@@ -49,7 +49,7 @@ Progress::Progress(const std::string &work)
     struct sigaction handler {
     };
     handler.sa_handler = HandleSecond;
-    handler.sa_flags = SA_RESTART; // the work must not see a read that was cut off
+    handler.sa_flags = SA_RESTART; // the work must not see interrupted reads
     sigaction(SIGALRM, &handler, nullptr);
     SetTimer(1);
 }

@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// While it lives, and only where standard error is a terminal, it prints there what is being done
-/// and a dot for each second. Shorter work prints nothing. One at a time.
+/// While it exists, and if standard error is a terminal, prints the kind of work and a dot for each
+/// second there. Work of less than a second prints nothing. One at a time.
 class Progress
 {
 public:
@@ -13,6 +13,6 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// Ends the line that is shown, if any: a message needs one of its own.
+    /// Ends the progress line, if there is one, because a message needs its own line.
     static void EndLine();
 };

@@ -1,6 +1,6 @@
 #include "tools/sha256.h"
 
-// In place of sha256.cpp where the build has no libcrypto (QVE_LIBCRYPTO).
+// Replaces sha256.cpp if the build has no libcrypto (QVE_LIBCRYPTO).
 std::optional<std::string> Sha256(const char * /*path*/, int64_t /*start*/, int64_t /*size*/)
 {
     return "";

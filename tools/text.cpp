@@ -28,7 +28,7 @@ void PrintError(const char *format, ...)
     va_list arguments;
     va_start(arguments, format);
     Progress::EndLine();
-    std::fflush(stdout); // main looks at its errors
+    std::fflush(stdout); // main checks its errors
     std::fprintf(stderr, "fwpack: %s\n", FormatList(format, arguments).c_str());
     va_end(arguments);
 }

@@ -15,7 +15,7 @@
 namespace
 {
 
-/// " (it looks like a bare kernel image)" and the like; empty when it looks like nothing known.
+/// A text such as " (it looks like a bare kernel image)"; empty for an unknown kind of file.
 std::string WhatItLooksLike(const char *path)
 {
     struct Kind {
@@ -56,7 +56,7 @@ std::string Describe(const char *path, const HeaderRefusal &refusal,
     return "";
 }
 
-/// Finds the block on which the check stopped.
+/// Finds the block at which the check stopped.
 std::string WhyBadFileSystem(const char *path, int64_t region_start)
 {
     const File file{path, "r"};
@@ -109,7 +109,7 @@ std::string WhyUnreadable(const char *path)
 {
     struct stat status {
     };
-    // Opening a pipe would wait for its writer.
+    // Opening a pipe would wait for a writer.
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode)) {
         return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file";
     }

@@ -1,4 +1,4 @@
-// What a board would say to a package.
+// A board's answer to a package.
 #pragma once
 
 #include <string>
@@ -6,21 +6,21 @@
 
 #include "flash/package.h"
 
-/// What a board says.
+/// A board's answer.
 struct Verdict {
     std::variant<Package, HeaderRefusal> opened;
-    std::string reason; ///< the first fault, with what was found and what was expected; empty when
-                        ///< the package is accepted
+    std::string reason; ///< the first fault, with the found and the expected value; empty if the
+                        ///< package is accepted
 };
 
-/// Runs the board's checks in their order.
+/// Makes the board's checks in the same order.
 Verdict Judge(const char *path, const PackageExpectation &expectation);
 
-/// Opens a package as a board does that expects whatever layout it has, and any marker.
+/// Opens a package like a board that accepts every layout and marker.
 std::variant<Package, HeaderRefusal> OpenByItself(const char *path);
 
-/// Why the file cannot be looked at: not there, not a plain file, not readable; empty when it can.
+/// Why the file cannot be read: it is missing, not a plain file or not readable; empty if it can.
 std::string WhyUnreadable(const char *path);
 
-/// Prints why OpenByItself refused the file, and what it looks like. Returns false.
+/// Prints why OpenByItself refused the file, and which kind of file it may be. Returns false.
 bool SayNoPackage(const char *path, const HeaderRefusal &refusal);

@@ -1,8 +1,8 @@
-// Arbitrary bytes for everything that reads bytes: what must hold whatever they are.
+// Feeds arbitrary bytes to everything that reads bytes, and checks the rules that must always hold.
 //
-// Input: a character that picks what runs and one for the outside call that fails ('0' for none);
-// the rest is package, configuration, list, command lines, boot environment, replies, frames and
-// datagrams at once.
+// Input: one character selects what runs, the next the outside call that fails ('0' for none). The
+// rest is used as package, configuration, list, command lines, boot environment, replies, frames
+// and datagrams at the same time.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -73,7 +73,7 @@ void Prepare(FakeBoard &board, const std::string &text)
           "/mnt/sd/test.txt", "/etc/killList", "/etc/capabilities.conf"}) {
         board.Write(path, text);
     }
-    const int layout = text.size() > 4 ? text[4] : 0; // is the one that the board wants
+    const int layout = text.size() > 4 ? text[4] : 0; // the version that the board expects
     board.Write("/usr/upgrade", "VERSION=" + std::to_string(layout) + "\n");
     for (const char *id : {"19", "20", "21", "4711", "0030", "x"}) {
         board.Write("/proc/" + std::string{id} + "/cmdline",
@@ -126,7 +126,7 @@ void Fuzz(const std::string &input)
 
 } // namespace
 
-/// Memory that was freed is used again soon, which makes the runs four times as fast.
+/// Reuses freed memory early, which makes the runs four times as fast.
 extern "C" const char *__asan_default_options()
 {
     return "quarantine_size_mb=1";
@@ -134,8 +134,8 @@ extern "C" const char *__asan_default_options()
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
-    // No watch over the whole memory, since that is a thread of its own, whose sleeps the board
-    // takes for the program's; each allocation is looked at instead.
+    // Limits each allocation instead of the whole memory. A limit on the whole memory starts a
+    // thread, and the board would take its sleeps for the program's.
     static char options[][32] = {"-rss_limit_mb=0", "-malloc_limit_mb=64"};
     static std::vector<char *> arguments(*argv, *argv + *argc);
     arguments.insert(arguments.end(), {options[0], options[1]});

@@ -1,4 +1,4 @@
-# Completion of fwpack for bash. What is not completed here is a file.
+# Completion of fwpack for bash. Other words are file names.
 # shellcheck shell=bash
 
 _fwpack() {
