@@ -97,7 +97,7 @@ rows_install() {
         calls) count "install: system calls" "\`flashcp -v\`" "$a" "$b" "" "none; the reason for the row above" ;;
         read) count "install: bytes read" "\`flashcp -v\`" "$a" "$b" 1 "read the package twice and the flash once" ;;
         written) count "install: bytes written to flash" "\`flashcp -v\`" "$a" "$b" 1 "flash wears out" ;;
-        memory) count "install: calls for memory (brk, mmap)" "\`flashcp -v\`" "$a" "$b" "" "none of its own: it must not fail half-way for want of memory" ;;
+        memory) count "install: calls for memory (brk, mmap)" "\`flashcp -v\`" "$a" "$b" "" "none of its own: it must not fail half-way because memory is short" ;;
         peak) count "install: peak of resident memory" "\`flashcp -v\`" "$a" "$b" "" "< 256 kB: /tmp, which holds the package, needs the rest" 2 " kB" ;;
         esac
     done < <(sort -k 1,1r <<<"$figures")

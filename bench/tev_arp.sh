@@ -1,10 +1,10 @@
 #!/bin/bash
 # tev_arp.sh TEV_ARP MEASURE PROGRAM: the address check against arping -D, between the network namespaces
-# of a board and of another station. Prints what 'measure' does and the system calls of both: 'taken-'
-# before what belongs to a taken address, 'free-' to a free one. 'poll-calls' are the system calls for each
-# poll that the board's own PROGRAM makes: unlike the host's, its C library asks the kernel for the time.
+# of a board and of another station. Prints the lines of 'measure' and the system calls of both. Lines of a
+# taken address begin with 'taken-', lines of a free one with 'free-'. 'poll-calls' are the system calls of
+# the board's own PROGRAM for each poll. Unlike the host's, its C library asks the kernel for the time.
 set -euo pipefail
-PATH=$PATH:/usr/sbin:/sbin # where ip is, also for those who are not root
+PATH=$PATH:/usr/sbin:/sbin # for ip; other users than root need this
 . "${BASH_SOURCE%/*}/../scripts/isolate.sh"
 . "${BASH_SOURCE%/*}/counts.sh"
 isolate_me "$@"
@@ -14,7 +14,7 @@ ip link set board up
 nsenter --net=/proc/$holder/ns/net sh -c 'ip address add 192.0.2.9/24 dev station; ip link set station up'
 until ip link show board | grep -q 'state UP'; do sleep 0.02; done
 
-# tev_arp can end early at the turn of a second: begin right after one.
+# tev_arp can end early when a new second begins, so start right after that.
 await_second() {
     while [ "${EPOCHREALTIME#*.}" -gt 50000 ]; do sleep 0.01; done
 }

@@ -1,7 +1,7 @@
 #!/bin/bash
 # xkill.sh XKILL MEASURE: "xkill NAME" that finds nothing among 2,000 processes, against killall and
-# pkill -f. Prints what 'measure' does and the system calls of both, each line with the peer's name
-# before it. In a process namespace of its own.
+# pkill -f, in a process namespace of its own. Prints the lines of 'measure' and the system calls of both.
+# Each line begins with the peer's name.
 set -euo pipefail
 . "${BASH_SOURCE%/*}/../scripts/isolate.sh"
 . "${BASH_SOURCE%/*}/counts.sh"
@@ -16,6 +16,6 @@ against() {
 }
 
 xkill=$1 measure=$2
-# Other names, and a pattern that does not match itself: pkill -f would find the measurement.
+# Names that no process has, and a pattern that does not match itself, or pkill -f finds the measurement.
 against killall missing
 against pkill -f '[/]bin/missing'

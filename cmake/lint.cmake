@@ -1,4 +1,4 @@
-# Static checks and formatting of everything that is ours.
+# Static checks and formatting of all our own code.
 file(GLOB tool_sources CONFIGURE_DEPENDS tools/*.cpp)
 file(GLOB headers CONFIGURE_DEPENDS
     app/*.h util/*.h flash/*.h upgrade/*.h bringup/*.h hwtest/*.h tools/*.h)

@@ -1,4 +1,4 @@
-# The Debian packages: the program with its links and documents, and fwpack in one of its own.
+# The Debian packages: one has the program with its links and documents, the other has fwpack.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "QVE firmware team <firmware@qve.invalid>")
@@ -17,7 +17,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
 set(program_documents docs/factory-tests.md docs/known-limits.md docs/upgrade-safety.md)
 file(GLOB program_pages CONFIGURE_DEPENDS docs/man/*.8)
 
-# A board's flash has no room for documents: only the package has them, not 'cmake --install'.
+# Documents are only in the package. 'cmake --install' omits them: a board's flash has no room.
 install(FILES ${program_pages} DESTINATION ${QVE_SHAREDIR}/man/man8
         COMPONENT program EXCLUDE_FROM_ALL)
 install(FILES ${program_documents} DESTINATION ${QVE_SHAREDIR}/doc/qve

@@ -1,6 +1,6 @@
 # The program: one object library, so that the unit tests link the very same objects.
 
-# SOURCE_DATE_EPOCH, when set, fixes the stamp: the same sources then give the same bytes.
+# If SOURCE_DATE_EPOCH is set, it fixes the time stamp. The same sources then give the same bytes.
 string(TIMESTAMP QVE_BUILD_STAMP "%Y.%m.%d-%H:%M+0000" UTC)
 
 file(GLOB program_sources CONFIGURE_DEPENDS
@@ -18,22 +18,22 @@ set_source_files_properties(app/dispatcher.cpp PROPERTIES
 add_executable(qve app/main.cpp)
 target_link_libraries(qve PRIVATE qve_objects)
 target_compile_options(qve PRIVATE -fno-exceptions -fno-rtti)
-# Linked as C, without what CMake adds to that for C++ objects: whatever would need the C++ runtime
+# Linked as C, without the libraries that CMake adds for C++ objects. Code that needs the C++ runtime
 # library fails here and not on the board.
-if(NOT QVE_SANITIZE) # which need that library, and code that is not optimized
+if(NOT QVE_SANITIZE) # sanitizers need that library, and code without optimization
     set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
     set_target_properties(qve PROPERTIES LINKER_LANGUAGE C)
 endif()
 target_link_options(qve PRIVATE -Wl,--gc-sections)
 if(QVE_STATIC)
-    # Debian's compiler makes position-independent code unless told otherwise.
+    # By default, Debian's compiler makes position-independent code.
     target_compile_options(qve_objects PRIVATE -fno-pie)
     target_compile_options(qve PRIVATE -fno-pie)
     target_link_options(qve PRIVATE -static -no-pie)
 endif()
 
-# On a board the commands lie where its scripts look for them. Anywhere else they stay out of the
-# path: "xkill" is another program there, and "upgrade" must not be started by mistake.
+# On a board the commands are where its scripts expect them. Anywhere else they are outside the search
+# path: there "xkill" is another program, and nobody should start "upgrade" by mistake.
 if(CMAKE_CROSSCOMPILING)
     set(QVE_BINDIR bin)
     set(QVE_SHAREDIR usr/share)

@@ -1,13 +1,13 @@
 #!/bin/bash
-# finish.sh DIR: adds what Debian's policy asks of each package below DIR: the copyright file, the
-# changelog, the explained exceptions for lintian, and manual pages that are compressed. The same
-# sources give the same bytes: no time of the build gets into a file.
+# finish.sh DIR: adds what Debian's policy requires to each package below DIR: the copyright file, the
+# changelog and the explained exceptions for lintian. Compresses the manual pages. No file contains the
+# build time, so the same sources give the same bytes.
 set -euo pipefail
 umask 022
 here=$(cd "$(dirname "$0")" && pwd)
 top=$here/../..
 
-# changelog PACKAGE: the released versions of CHANGELOG.md in Debian's form.
+# changelog PACKAGE: prints the released versions of CHANGELOG.md in Debian's form.
 changelog() {
     local line date=''
     end_entry() { [ -z "$date" ] || printf '\n -- QVE firmware team <firmware@qve.invalid>  %s\n\n' "$date"; }
@@ -23,8 +23,8 @@ changelog() {
     end_entry
 }
 
-# lintian takes an exception that it does not know for an error: what only newer ones complain of is
-# apart, for Debian 13 and later.
+# lintian treats an unknown exception as an error. So exceptions for newer versions are in a separate
+# file, for Debian 13 and later.
 overrides=(lintian-overrides)
 (. /etc/os-release && [ "${VERSION_ID%%.*}" -lt 13 ]) || overrides+=(lintian-overrides-13)
 

@@ -142,9 +142,9 @@ done
 
 case=second-checksum && cp $world/new/2 $world/image && second-checksum add $world/image
 { cat $world/image && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/flash
-second-checksum check $world/flash || bad "a whole partition"
+second-checksum check $world/flash || bad "a complete partition"
 for n in 1 39999 40050; do
     { head -c $n $world/image && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/flash
-    ! second-checksum check $world/flash || bad "a partition in part"
+    ! second-checksum check $world/flash || bad "an incomplete partition"
 done
 exit $failed

@@ -11,7 +11,7 @@ QVE_LICENSE = PROPRIETARY
 QVE_LICENSE_FILES = COPYRIGHT
 QVE_REDISTRIBUTE = NO
 
-# What builds in the source tree have left there.
+# Files that builds leave in the source tree.
 QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build --exclude /.cache
 HOST_QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = $(QVE_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS)
 

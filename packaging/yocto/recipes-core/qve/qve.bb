@@ -3,13 +3,13 @@ DESCRIPTION = "One executable with the commands that bring the board up, install
 and test it at the factory. The native package is fwpack, the host tool for firmware packages."
 LICENSE = "LicenseRef-QVE"
 NO_GENERIC_LICENSE[QVE] = "COPYRIGHT"
-# Older releases look under the whole name.
+# Older releases use the whole name.
 NO_GENERIC_LICENSE[LicenseRef-QVE] = "COPYRIGHT"
 LIC_FILES_CHKSUM = "file://COPYRIGHT;md5=${@bb.utils.md5_file('${QVE_SOURCE}/COPYRIGHT')}"
 
 inherit cmake externalsrc
 
-# The layer sets QVE_SOURCE; without the layer this is no path, and externalsrc says so.
+# The layer sets QVE_SOURCE. Without the layer this is no path, and externalsrc reports it.
 EXTERNALSRC = "${QVE_SOURCE}"
 # No links to the work folder in the source tree.
 EXTERNALSRC_SYMLINKS = ""
