@@ -4,8 +4,8 @@
 # and copies flash and card, which are then as after a power cut. Then it boots every copy. Each moment
 # gets a line in build/power-cuts/results. Another call continues this file.
 . "${BASH_SOURCE%/*}/../tests/integration/power_cut.sh"
-# shellcheck source=SCRIPTDIR/../scripts/install-packages.sh
-. "${BASH_SOURCE%/*}/../scripts/install-packages.sh"
+# shellcheck source=SCRIPTDIR/../scripts/install-packages.sh disable=SC2154
+. "$top/scripts/install-packages.sh"
 
 dir=$top/build/power-cuts
 readonly interval=0.1 # seconds from copy to copy; not all copies are used
