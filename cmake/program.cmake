@@ -29,7 +29,8 @@ if(QVE_STATIC)
     # By default, Debian's compiler makes position-independent code.
     target_compile_options(qve_objects PRIVATE -fno-pie)
     target_compile_options(qve PRIVATE -fno-pie)
-    target_link_options(qve PRIVATE -static -no-pie)
+    # The board's pages have 4 KiB. A newer linker pads the file for pages of 64 KiB, to 132 kB.
+    target_link_options(qve PRIVATE -static -no-pie -Wl,-z,max-page-size=4096)
 endif()
 
 # On a board the commands are where its scripts expect them. Anywhere else they are outside the search
