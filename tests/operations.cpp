@@ -155,6 +155,13 @@ std::string Show(FakeBoard &board, const Words &words)
                                                        : board.Read(words.at(1)));
 }
 
+/// FLAGS: the package at its usual place, onto the three partitions.
+std::string Install(FakeBoard & /*board*/, const Words &words)
+{
+    return ResultText(CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3",
+                                      static_cast<uint32_t>(std::stoul(words.at(1)))));
+}
+
 /// For each partition, the number of bytes that match the package.
 std::string Installed(FakeBoard &board, const Words & /*words*/)
 {
@@ -264,13 +271,14 @@ std::string Slots(FakeBoard & /*board*/, const Words & /*words*/)
 #define PLAIN(function) {#function, Plain(function)},
 // clang-format off
 const std::map<std::string, Operation> kOperations = {
-    {"show", Show}, {"installed", Installed}, {"numbers", Numbers}, {"slots", Slots},
+    {"show", Show}, {"install", Install}, {"installed", Installed}, {"numbers", Numbers},
+    {"slots", Slots},
     {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
     {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
     {"CRTC_GetTime", [](auto &, auto &) { return ResultText(CRTC_GetTime(nullptr)); }},
     PLAIN(CARP_SendProbe) PLAIN(CCAM_ReadTimeout) PLAIN(CCAM_SendCommand)
     PLAIN(CFlash_CheckImage) PLAIN(CFlash_CheckJffs2) PLAIN(CFlash_Confirm) PLAIN(CFlash_Crc32)
-    PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CFlash_TEVWrite) PLAIN(CICOMM_Close)
+    PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CICOMM_Close)
     PLAIN(CICOMM_GetFd) PLAIN(CICOMM_Init) PLAIN(CICOMM_Send) PLAIN(CSERIAL_Rs232Exchange)
     PLAIN(CSERIAL_Rs485Exchange) PLAIN(CSYSMGR_SendPacket) PLAIN(CTHREAD_Start)
     PLAIN(CTHREAD_Stop) PLAIN(CUTIL_CheckTimeout) PLAIN(CUTIL_ElapsedUsec)

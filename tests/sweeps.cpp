@@ -81,8 +81,7 @@ TEST(Sweep, OneCallThatFailsStopsAnInstallationBeforeItTouchesFlashOrIsLivedWith
         for (int nth = 1;; ++nth) {
             PreparedBoard board;
             board.Fail({"", error, nth, nth, where});
-            const bool touched =
-                board.Runs("$ CFlash_TEVWrite /tmp/flash3 /dev/mtd/1 /dev/mtd/2 /dev/mtd/3 1");
+            const bool touched = board.Runs("$ install 1");
             const std::string &call = board.failed();
             if (call.empty()) {
                 break;
