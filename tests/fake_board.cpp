@@ -110,7 +110,7 @@ void FakeBoard::Begin()
 
 void FakeBoard::End()
 {
-    while (worker_wakes != INT64_MAX) {
+    while (worker_wakes_ != INT64_MAX) {
         Pause(1'000'000);
     }
     std::fclose(std::exchange(stdout, saved_streams_[0]));
@@ -269,29 +269,40 @@ Device *FakeBoard::DeviceAt(const std::string &path)
     return device != devices.end() ? &device->second : nullptr;
 }
 
+void FakeBoard::RunWorker()
+{
+    g_active->worker_body_(g_active->worker_argument_);
+    g_active->worker_wakes_ = INT64_MAX;
+}
+
+void FakeBoard::StartWorker(void *(*body)(void *), void *argument)
+{
+    worker_body_ = body;
+    worker_argument_ = argument;
+    worker_wakes_ = clock;
+    worker_stack_.resize(256 * 1024);
+    getcontext(&worker_);
+    worker_.uc_stack.ss_sp = worker_stack_.data();
+    worker_.uc_stack.ss_size = worker_stack_.size();
+    worker_.uc_link = &first_;
+    makecontext(&worker_, RunWorker, 0);
+}
+
 void FakeBoard::Pause(int64_t microseconds)
 {
     const int64_t wakes = clock + microseconds;
     if (in_worker_) {
-        worker_wakes = wakes;
-        to_first_.release();
-        to_worker_.acquire();
+        worker_wakes_ = wakes;
+        swapcontext(&worker_, &first_);
         return;
     }
-    while (worker_wakes <= wakes) {
-        clock = std::max(clock, worker_wakes);
+    while (worker_wakes_ <= wakes) {
+        clock = std::max(clock, worker_wakes_);
         in_worker_ = true;
-        to_worker_.release();
-        to_first_.acquire();
+        swapcontext(&first_, &worker_);
         in_worker_ = false;
     }
     clock = std::max(clock, wakes);
-}
-
-void FakeBoard::WorkerEnds()
-{
-    worker_wakes = INT64_MAX;
-    to_first_.release();
 }
 
 std::string Hex(const std::string &bytes)

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
+#include <ucontext.h>
 
 #include <climits>
 #include <csetjmp>
@@ -17,7 +18,6 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -133,16 +133,15 @@ public:
     /// The device behind the path; null for anything else.
     [[nodiscard]] Device *DeviceAt(const std::string &path);
 
-    // There can be a second thread. The two run in turn, each until it pauses, so their effects
-    // have the same order in every run. If two pauses end together, the second thread goes first.
+    // There can be a second thread, which is a coroutine. The two run in turn, each until it
+    // pauses, so their effects have the same order in every run. If two pauses end together, the
+    // second thread goes first.
+    void StartWorker(void *(*body)(void *), void *argument);
     void Pause(int64_t microseconds);
-    void WorkerBegins() { to_worker_.acquire(); }
-    void WorkerEnds();
 
     std::map<int, OpenFile> open_files;
     std::map<void *, std::string> open_directories;
     std::map<int, void (*)(int)> signal_handlers;
-    int64_t worker_wakes = INT64_MAX; ///< when the second thread goes on; never if there is none
 
 private:
     struct Line {
@@ -154,6 +153,7 @@ private:
     void Begin();
     void End();
     void EndPiece();
+    static void RunWorker();
 
     std::filesystem::path root_;
     std::vector<Line> transcript_;
@@ -162,9 +162,12 @@ private:
     std::string failed_;
     std::FILE *saved_streams_[2] = {};
     sigjmp_buf ended_ = {};
+    int64_t worker_wakes_ = INT64_MAX; ///< when the second thread goes on; never if there is none
     bool in_worker_ = false;
-    std::binary_semaphore to_worker_{0};
-    std::binary_semaphore to_first_{0};
+    ucontext_t first_ = {}, worker_ = {};
+    std::vector<char> worker_stack_;
+    void *(*worker_body_)(void *) = nullptr;
+    void *worker_argument_ = nullptr;
 };
 
 /// While it exists, calls do not count as the program's.

@@ -237,21 +237,6 @@ int PollOne(pollfd &state, int timeout)
     return state.revents != 0 ? 1 : 0;
 }
 
-struct NewThread {
-    FakeBoard *board;
-    void *(*body)(void *);
-    void *argument;
-};
-
-void *ThreadMain(void *memory)
-{
-    const std::unique_ptr<NewThread> thread{static_cast<NewThread *>(memory)};
-    thread->board->WorkerBegins();
-    void *result = thread->body(thread->argument);
-    thread->board->WorkerEnds();
-    return result;
-}
-
 } // namespace
 
 /// Defines a call that can be made to fail, and its normal effect. It can be declared noexcept.
@@ -497,7 +482,7 @@ void syslog(int priority, const char *format, ...)
 }
 
 /// The second thread. There can be only one.
-int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restrict attributes,
+int pthread_create(pthread_t *__restrict /*thread*/, const pthread_attr_t *__restrict attributes,
                    void *(*body)(void *), void *__restrict argument) __THROW
 {
     if (Fails("pthread_create")) {
@@ -506,9 +491,8 @@ int pthread_create(pthread_t *__restrict thread, const pthread_attr_t *__restric
     int state = 0;
     pthread_attr_getdetachstate(attributes, &state);
     Board().Record(state == PTHREAD_CREATE_DETACHED ? "thread detached" : "thread");
-    Board().worker_wakes = Board().clock;
-    return REAL(pthread_create)(thread, attributes, ThreadMain,
-                                new NewThread{Active(), body, argument});
+    Board().StartWorker(body, argument);
+    return 0;
 }
 
 // --- the network
