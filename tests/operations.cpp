@@ -275,7 +275,8 @@ const std::map<std::string, Operation> kOperations = {
     {"slots", Slots},
     {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
     {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
-    {"CRTC_GetTime", [](auto &, auto &) { return ResultText(CRTC_GetTime(nullptr)); }},
+    {"clock", [](FakeBoard &board, auto &) { return ResultText(board.clock); }},
+    PLAIN(CRTC_GetTime)
     PLAIN(CARP_SendProbe) PLAIN(CCAM_ReadTimeout) PLAIN(CCAM_SendCommand)
     PLAIN(CFlash_CheckImage) PLAIN(CFlash_CheckJffs2) PLAIN(CFlash_Confirm) PLAIN(CFlash_Crc32)
     PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CICOMM_Close)
