@@ -83,3 +83,4 @@ DEBIAN_MIRROR=http://b.invalid ends_at fetching scripts/musl-sysroot.sh
 exec 9>build/lock
 flock 9
 ends_at "waiting for another run that uses build" ./check
+says 124 "waiting for another run" timeout 2 bash -c '. scripts/run-control.sh; wait_for_turn build'
