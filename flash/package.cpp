@@ -96,8 +96,7 @@ std::variant<Package, HeaderRefusal> ReadPackage(const char *path,
     }
     const auto rest =
         static_cast<size_t>(layout->header_length) - FirmwarePackageHeader::kStartSize;
-    struct stat status {
-    };
+    struct stat status = {};
     if (!ReadExactly(fd.get(), all.subspan(FirmwarePackageHeader::kStartSize, rest)) ||
         fstat(fd.get(), &status) != 0) {
         return HeaderRefusal{HeaderFault::kUnreadable, header};

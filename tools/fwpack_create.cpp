@@ -31,8 +31,7 @@ using Inputs = std::array<Input, 3>;
 
 bool Open(Input &input)
 {
-    struct stat status {
-    };
+    struct stat status = {};
     input.file.emplace(input.path, "r");
     if (!*input.file || fstat(fileno(input.file->get()), &status) != 0) {
         return Refuse(input.path, std::strerror(errno));

@@ -38,13 +38,11 @@ void HandleEndingSignal(int signal_number)
 
 void HandleSignals()
 {
-    struct sigaction handler {
-    };
+    struct sigaction handler = {};
     handler.sa_handler = HandleEndingSignal;
     handler.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int signal_number : kEndingSignals) {
-        struct sigaction previous {
-        };
+        struct sigaction previous = {};
         sigaction(signal_number, nullptr, &previous);
         if (previous.sa_handler != SIG_IGN) { // under nohup a hang-up stays ignored
             sigaction(signal_number, &handler, nullptr);
@@ -75,8 +73,7 @@ void TakeUsualMode(int fd)
 
 bool IsPlainFileOrNone(const char *path)
 {
-    struct stat status {
-    };
+    struct stat status = {};
     return stat(path, &status) != 0 || S_ISREG(status.st_mode);
 }
 

@@ -46,8 +46,7 @@ Progress::Progress(const std::string &work)
         return;
     }
     g_length = ("fwpack: " + work + " ").copy(g_work.data(), g_work.size());
-    struct sigaction handler {
-    };
+    struct sigaction handler = {};
     handler.sa_handler = HandleSecond;
     handler.sa_flags = SA_RESTART; // the work must not see interrupted reads
     sigaction(SIGALRM, &handler, nullptr);

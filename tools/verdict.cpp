@@ -107,8 +107,7 @@ std::variant<Package, HeaderRefusal> OpenByItself(const char *path)
 
 std::string WhyUnreadable(const char *path)
 {
-    struct stat status {
-    };
+    struct stat status = {};
     // Opening a pipe would wait for a writer.
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode)) {
         return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file";
