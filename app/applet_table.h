@@ -1,7 +1,7 @@
 // The applets: the commands that the program carries.
 #pragma once
 
-/// An applet's entry. argv[0] is its bare name. The result is not looked at.
+/// An applet's entry. argv[0] is its bare name. The result is ignored.
 using AppletHandler = int(int argc, char **argv);
 
 struct Applet {

@@ -47,7 +47,7 @@ int Dispatch(int argc, char **argv)
     if (AppletHandler *handler = FindHandler(name); handler != nullptr) {
         // Not every C library names the program in the log by itself.
         openlog(name, 0, LOG_USER);
-        // Its result is no exit status: an applet that must fail visibly ends the process itself.
+        // The result is not the exit status. An applet that must fail visibly exits by itself.
         handler(argc, argv);
         return 0;
     }

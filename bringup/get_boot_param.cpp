@@ -18,13 +18,13 @@ namespace
 {
 
 constexpr off_t kEnvironmentOffset = 0x40000;            // in the boot loader's partition
-constexpr int kEnvironmentWindow = 512;                  // bytes that are looked at
+constexpr int kEnvironmentWindow = 512;                  // bytes
 constexpr const char *kDefaultMac = "02:51:56:00:00:00"; // locally administered
 
 using Value = std::array<char, 256>;
 
-/// Copies `value` with "%%" made one '%', as the text is a format without arguments. What follows
-/// any other '%' has no argument to print and stays as it stands.
+/// Copies `value`, a format without arguments: "%%" becomes '%', and any other '%' stays with what
+/// follows it.
 void FormatValue(const char *value, std::span<char> out)
 {
     size_t length = 0;
@@ -43,7 +43,7 @@ int FailToRead()
     return -1;
 }
 
-/// Copies the value behind `key` in the boot loader's environment, at most `max_length` characters,
+/// Copies the value after `key` in the boot loader's environment, at most `max_length` characters,
 /// to `out`. Key and value must end within the environment's first 512 bytes.
 ///
 /// @return 0 when found, -1 when not
@@ -55,7 +55,7 @@ int CUTIL_GetBootParam(std::string_view key, size_t max_length, std::span<char> 
         return -1;
     }
     if (lseek(fd.get(), kEnvironmentOffset, SEEK_SET) != kEnvironmentOffset) {
-        return FailToRead(); // what stands elsewhere is no environment
+        return FailToRead(); // other bytes are no environment
     }
     size_t matched = 0; // characters of the key
     size_t length = 0;  // of the value
@@ -66,11 +66,11 @@ int CUTIL_GetBootParam(std::string_view key, size_t max_length, std::span<char> 
             return FailToRead();
         }
         if (matched < key.size()) {
-            // The byte that breaks a match is dropped: it begins no new one.
+            // Drops the byte that breaks a match: it begins no new one.
             matched = byte == key[matched] ? matched + 1 : 0;
             continue;
         }
-        // What is longer than the buffer is read to its end and kept as far as it fits.
+        // Reads a value longer than the buffer to its end and keeps what fits.
         if (length < value.size() - 1) {
             value[length] = byte;
         }
@@ -96,8 +96,8 @@ constexpr std::array<BootParameter, 3> kParameters{{
     {"product_code=", 512, "PRODUCT_CODE", "echo \"PRODUCT_CODE=%s\" >> %s"},
 }};
 
-/// The value goes into the shell's double quotes as it is: a program that may write the environment
-/// may write the firmware too.
+/// Puts the values into the shell's double quotes unchanged: a program that may write the
+/// environment may write the firmware too.
 void WriteParameters(const std::array<Value, kParameters.size()> &values, const char *path)
 {
     std::array<std::array<char, 1024>, kParameters.size()> commands;
@@ -105,8 +105,8 @@ void WriteParameters(const std::array<Value, kParameters.size()> &values, const 
         auto &command = commands[i];
         const int length = std::snprintf(command.data(), command.size(), kParameters[i].write,
                                          values[i].data(), path);
-        // All or none: a cut command would write to a file of another name, and a file that lacks
-        // a line of this run could keep one of an earlier run.
+        // All or none: a cut command would write to a file of another name, and a missing one
+        // could leave lines of an earlier run.
         if (static_cast<size_t>(length) >= command.size()) {
             return;
         }
@@ -126,7 +126,7 @@ int get_boot_param(int argc, char **argv)
     }
     std::array<Value, kParameters.size()> values{};
     for (size_t i = 0; i < values.size(); ++i) {
-        // A parameter that is not there stays empty.
+        // A missing parameter stays empty.
         CUTIL_GetBootParam(kParameters[i].key, kParameters[i].max_length, values[i]);
     }
     std::printf("%sGET BOOT PARAM%s", kGreen, kEndColour);

@@ -24,14 +24,14 @@ constexpr const char *kHiUsb = "/sbin/insmod /dvs/extdrv/hiusb.ko";
 
 constexpr size_t kMostCommands = 11;
 
-/// What one model gets beyond what its whole group gets, in this order.
+/// The commands of one model, in this order, after those of its whole family.
 struct DriverPlan {
     const char *model; ///< null: every other text
     const char *commands[kMostCommands];
 };
 
-// Of the first family, after its register module. No codec for four channels and nothing at all for
-// VM41: that is how those boards are.
+// The first family, after its register module. Boards with four channels have no codec, and VM41
+// has none of these devices.
 constexpr DriverPlan kFourChannelPlans[] = {
     {"VM38", {kTw2864, kIse2010, kHiUsb}},
     {nullptr, {kTw2864, kIse2010}},
@@ -51,7 +51,7 @@ constexpr DriverPlan kOneChannelPlans[] = {
     {nullptr, {kTw9910, kTlv320, kIse2010}},
 };
 
-// Of the second family, after the commands that all of it gets.
+// The second family: the commands of all its models, then those of each.
 constexpr const char *kSecondFamilyCommands[] = {
     "/bin/reg -c 0x20110094 0x00000001",
     "/bin/reg -c 0x20110270 0x00000004",
@@ -67,7 +67,7 @@ constexpr DriverPlan kSecondFamilyPlans[] = {
     {nullptr, {kTlv320}},
 };
 
-/// Runs the commands of the first row that names the model or none.
+/// Runs the commands of the first row for this model or for every other text.
 void RunPlan(std::span<const DriverPlan> plans, std::string_view model)
 {
     for (const DriverPlan &plan : plans) {

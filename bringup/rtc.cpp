@@ -55,7 +55,7 @@ int CRTC_GetTime(RtcTime *time)
         return -1;
     }
     DriverRecord record{};
-    // The result is ignored: the zeros of a request that fails are a time too.
+    // Ignores the result: a request that fails leaves zeros, which are a time too.
     ioctl(fd.get(), device.request, record.data());
     const auto field = [&record](size_t i) { return static_cast<int32_t>(record[i]); };
     *time = {field(5), field(4), field(3), field(2), field(1), field(0)};

@@ -13,8 +13,8 @@ struct RtcTime {
     int32_t year;  ///< such as 2009
 };
 
-/// Reads the clock that the board has: a DS1339 chip when "/etc/capabilities.conf" says so (key
-/// "rtc_device_supported"), whose node depends on the board's model, otherwise the one in the SoC.
+/// Reads the board's clock: a DS1339 chip if "/etc/capabilities.conf" says so (key
+/// "rtc_device_supported"), otherwise the SoC's. The board's model decides the chip's node.
 ///
 /// A driver that refuses the request gives an all-zero time, which counts as a success.
 ///

@@ -23,8 +23,8 @@
 #include "util/fd.h"
 #include "util/number.h"
 
-// bind takes the address of a packet socket of this kind by this size only, and by the interface's
-// name.
+// For a packet socket of this kind, bind accepts only an address of this size, with the interface's
+// name in it.
 static_assert(sizeof(sockaddr) == 16 && sizeof(sockaddr::sa_data) == 14);
 static_assert(SIOCGIFHWADDR == 0x8927 && sizeof(ifreq::ifr_name) == 16);
 
@@ -42,7 +42,7 @@ struct Query {
     Ipv4Address ip;
 };
 
-/// What a moment of listening gave. kHarmless: no frame, or one that shows no conflict.
+/// The result of a moment of listening. kHarmless: no frame, or one that shows no conflict.
 enum class Heard { kHarmless, kDropped, kConflict, kFailure };
 
 bool IsArp(const ArpFrame &frame)
@@ -51,7 +51,7 @@ bool IsArp(const ArpFrame &frame)
            (frame.operation == BytesBe16(kArpRequest) || frame.operation == BytesBe16(kArpReply));
 }
 
-/// Another station has the address, or asks for it: to get to it, or to take it as we do.
+/// Another station has the address, or asks for it, to reach it or to take it itself.
 bool ShowsConflict(const ArpFrame &frame, const Query &query)
 {
     const bool has_it = frame.sender_ip == query.ip && frame.sender_mac != query.own_mac;
@@ -74,7 +74,7 @@ Heard Listen(const Query &query)
     if ((socket_state.revents & POLLIN) == 0) {
         return (socket_state.revents & POLLERR) != 0 ? Heard::kFailure : Heard::kDropped;
     }
-    ArpFrame frame{}; // what a short frame lacks is zero, not left from the frame before
+    ArpFrame frame{}; // what a short frame lacks is zero
     if (recv(query.fd, &frame, sizeof frame, 0) < 0) {
         return Heard::kFailure;
     }
@@ -84,7 +84,7 @@ Heard Listen(const Query &query)
     return ShowsConflict(frame, query) ? Heard::kConflict : Heard::kHarmless;
 }
 
-/// A failure has been printed and is no reason to stop: the next probe may get out.
+/// Ignores a failure, which has been printed: the next probe may get out.
 void Probe(const Query &query)
 {
     CARP_SendProbe(query.fd, query.interface, kArpRequest, query.own_mac, Ipv4Address{},
@@ -102,7 +102,7 @@ int Watch(const Query &query, uint32_t timeout)
         case Heard::kHarmless:
             break;
         case Heard::kDropped:
-            continue; // the time is tested only after silence or a frame that counts
+            continue; // tests the time only after silence or an ARP frame
         case Heard::kConflict:
         case Heard::kFailure:
             return -1;
@@ -118,7 +118,7 @@ int Watch(const Query &query, uint32_t timeout)
     }
 }
 
-/// As far as it fits: what is left of `out` stays as it is, zero, and a longer name has no end.
+/// Copies what fits. The rest of `out` stays zero; a name that fills it has no NUL byte.
 void CopyName(std::string_view name, std::span<char> out)
 {
     std::copy_n(name.begin(), std::min(name.size(), out.size()), out.begin());
@@ -152,10 +152,10 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
     return Watch(query, timeout);
 }
 
-/// The address in `text`, which is cut at its first blank; 0.0.0.0 when there is none.
+/// Cuts `text` at its first blank. Returns the address in it, or 0.0.0.0 when there is none.
 Ipv4Address ParseAddress(char *text)
 {
-    // Some C libraries take no blank behind an address, and some store a part of what is none.
+    // Some C libraries refuse a blank after an address, and some store a part of an invalid one.
     text[std::strcspn(text, " \t\n\v\f\r")] = '\0';
     in_addr address{};
     return inet_aton(text, &address) != 0 ? std::bit_cast<Ipv4Address>(address) : Ipv4Address{};

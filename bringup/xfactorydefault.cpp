@@ -10,11 +10,11 @@
 namespace
 {
 
-constexpr size_t kLineSize = 257; // 255 characters, the line end and what terminates them
+constexpr size_t kLineSize = 257; // 255 characters, the line end and the NUL byte
 constexpr char kCopy[] = "cp -f ";
 
-/// Runs each line as it stands, its line end included. The command takes every line that the buffer
-/// takes: a cut one could overwrite the wrong file.
+/// Runs cp with each line, including its line end. The command has room for every line that was
+/// read: a cut one could overwrite the wrong file.
 void CopyListed(File &list)
 {
     std::array<char, kLineSize> line;

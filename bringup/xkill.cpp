@@ -35,7 +35,7 @@ int XKILL_WaitGone(const char *name)
 void KillAndWait(const char *name, int signal_number, const char *awaited)
 {
     CUTIL_KillProc(name, signal_number);
-    XKILL_WaitGone(awaited); // a process that stays is the caller's to notice
+    XKILL_WaitGone(awaited); // the caller must notice a process that stays
 }
 
 } // namespace
@@ -47,8 +47,8 @@ int xkill(int argc, char **argv)
     } else if (argc == 3) {
         const std::string_view word = argv[1];
         const char *name = argv[2];
-        // With a signal word the wait is for that word. Nothing runs under such a name, so the
-        // command does not wait.
+        // With a signal word, it awaits that word in place of the name. Nothing runs under such a
+        // name, so it does not wait.
         if (word == "SIGTERM") {
             KillAndWait(name, SIGTERM, argv[1]);
         } else if (word == "SIGKILL") {

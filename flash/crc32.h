@@ -10,5 +10,5 @@ uint32_t CFlash_Crc32(uint32_t crc, const uint8_t *bytes, size_t length);
 
 /// Continues the CRC `crc` over the next `length` bytes of `stream`, read in pieces of 512 bytes.
 ///
-/// A length below 1 gives `crc` itself. Where the stream ends early the CRC covers what there was.
+/// A length below 1 gives `crc` itself. If the stream ends early, the CRC covers what was read.
 uint32_t CFlash_Crc32Stream(uint32_t crc, std::FILE *stream, int64_t length);

@@ -46,7 +46,7 @@ PackageExpectation ReadPackageExpectation(uint32_t flags)
             ParseLeadingInteger(version.data())};
 }
 
-/// Kills what still holds /etc open, in ten rounds: some programs return.
+/// Kills what still holds /etc open, in ten rounds, because some programs come back.
 void ReleaseEtc()
 {
     for (int round = 0; round < 10; ++round) {
@@ -72,7 +72,7 @@ int CheckContents(const char *path, const Package &package)
     case ContentsFault::kNone:
         return 0;
     case ContentsFault::kWrongFileSize: {
-        // A sum beyond 32 bits is shown cut to them.
+        // Cuts a sum beyond 32 bits.
         const auto expected = static_cast<int>(package.ExpectedFileSize());
         const auto found = static_cast<int>(package.file_size);
         syslog(LOG_ALERT, "Firmware image size : %d vs %d\n", expected, found);
@@ -143,8 +143,8 @@ int CFlash_TEVWrite(const char *package_path, const char *device1, const char *d
     }
     const std::array<const char *, 3> devices{device1, device2, device3};
     for (size_t i = 0; i < devices.size(); ++i) {
-        // A package with negative sizes can pass the checks. A start that then does not fit makes
-        // the write fail, after the erase.
+        // A package with negative sizes can pass the checks. If the start is then out of range, the
+        // write fails after the erase.
         InstallRegion(package_path, devices[i], static_cast<int32_t>(package->RegionStart(i)),
                       package->header.size[i]);
         if ((flags & UPGRADE_FLAG_VERBOSE) != 0) {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// What the installer is asked to do beyond installing; a bit set.
+/// Options of an installation, as bits.
 constexpr uint32_t UPGRADE_FLAG_CHECK_MARKER = 1;    ///< refuse a package for another marker
 constexpr uint32_t UPGRADE_FLAG_VERBOSE = 2;         ///< print a line after each region
 constexpr uint32_t UPGRADE_FLAG_FACTORY_DEFAULT = 4; ///< do not carry the settings over
@@ -15,7 +15,7 @@ constexpr uint32_t UPGRADE_FLAG_FACTORY_DEFAULT = 4; ///< do not carry the setti
 /// and restores the settings. A region that fails all attempts is logged and skipped. A check
 /// that fails after the unmount leaves /etc unmounted.
 ///
-/// The package must lie outside /etc, complete.
+/// The package must be complete and outside /etc.
 ///
 /// @return 0 when the installation ran to its end, -1 when a check stopped it
 int CFlash_TEVWrite(const char *package_path, const char *device1, const char *device2,

@@ -25,7 +25,7 @@ namespace
 
 constexpr size_t kPieceSize = 512;
 
-/// The widest that the processor loads at once.
+/// The widest word that the processor loads at once.
 using Word = uint64_t;
 
 using Piece = std::span<const uint8_t>;
@@ -37,8 +37,8 @@ Word LoadWord(const uint8_t *bytes)
     return word;
 }
 
-/// Compares two pieces of one size, at the beginning of their buffers. Goes by words: the small C
-/// library compares byte by byte and takes four times as long.
+/// Compares two pieces of the same size word by word. Each is at the beginning of its buffer. The
+/// small C library compares byte by byte and takes four times as long.
 bool AreEqual(Piece a, Piece b)
 {
     size_t same = 0;
@@ -66,9 +66,9 @@ PieceResult ComparePiece(int device, Piece piece)
                                                                  : PieceResult::kDifferent;
 }
 
-/// What writing a partition and comparing it do not share.
+/// How writing a partition and comparing it differ.
 struct Pass {
-    const char *operation; ///< names itself in the messages
+    const char *operation; ///< its name in the messages
     int device_flags;
     PieceResult (*handle)(int device, Piece piece);
 };
@@ -106,7 +106,7 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
         case PieceResult::kDone:
             break;
         case PieceResult::kDeviceFailed:
-            // Both passes have this label, also where a read failed.
+            // Both passes have this label, also after a failed read.
             return Fail(pass, "full_write", device);
         case PieceResult::kDifferent:
             // The error text is that of the last call that failed. The log does not get this line.
@@ -142,8 +142,8 @@ int RunPass(const Pass &pass, const char *source, const char *device, int32_t of
     return HandlePieces(pass, source, stream.get(), device, fd.get(), size);
 }
 
-/// Erases block by block. One that fails is reported and skipped: the compare that follows the
-/// write rejects the partition.
+/// Erases block by block. Reports a block that fails and goes on: the compare after the write
+/// rejects the partition.
 void EraseBlocks(const char *device, int fd, const mtd_info_user &info)
 {
     // 64 bits, so that a partition that ends at 4 GiB ends the loop too.

@@ -18,15 +18,15 @@ int CFlash_Erase(const char *device);
 /// Copies `size` bytes of the file `source`, from `offset` on, to the beginning of `device`, in
 /// pieces of 512 bytes, after a pause of one second. A source that ends early is no error.
 ///
-/// @return 0, or -1 with a message that names the step, the path and the reason; a null path has
-///         none
+/// @return 0, or -1 with a message that names the step, the path and the reason; -1 without a
+///         message for a null path
 int CFlash_NWrite(const char *source, const char *device, int32_t offset, int32_t size);
 
 /// Compares `size` bytes of the file `source`, from `offset` on, with the beginning of `device`, in
 /// pieces of 512 bytes, after a pause of one second. A source that ends early is no error.
 ///
-/// @return 0 when equal; -1 when not, with a line on standard output only, or when a step fails,
-///         with a message as of CFlash_NWrite
+/// @return 0 when equal; -1 when not, with a line only on standard output; -1 when a step fails,
+///         with a message like CFlash_NWrite's
 int CFlash_Confirm(const char *source, const char *device, int32_t offset, int32_t size);
 
 /// Writes `count` bytes, with as many calls as it takes.
@@ -34,8 +34,8 @@ int CFlash_Confirm(const char *source, const char *device, int32_t offset, int32
 /// @return the bytes written; 0 for a count below 1; -1 as soon as a call fails
 ssize_t full_write(int fd, const void *buffer, ssize_t count);
 
-/// Reads `count` bytes, with as many calls as it takes. The end of a file is waited out, not
-/// reported: a partition is always longer than what is compared with it.
+/// Reads `count` bytes, with as many calls as it takes. Never gives up at the end of a file: a
+/// partition is always longer than what is compared with it.
 ///
 /// @return the bytes read; 0 for a count below 1; -1 as soon as a call fails
 ssize_t full_read(int fd, void *buffer, ssize_t count);

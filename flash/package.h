@@ -70,12 +70,12 @@ struct HeaderRefusal {
 /// Why a package is refused for what its regions hold.
 enum class ContentsFault { kNone, kWrongFileSize, kBadKernelImage, kBadFileSystem };
 
-/// The first four characters of a marker text as the word that stands in a header; a shorter text
-/// is padded with zero bytes.
+/// The first four characters of a marker text as the word in a header. Zero bytes pad a shorter
+/// text.
 uint32_t MarkerWord(std::span<const char> marker);
 
-/// Opens the package, checks that it is meant for this board, and reads its sizes. The words that
-/// were compared go to the system log.
+/// Opens the package, checks that it is meant for this board, and reads its sizes. Logs the words
+/// that it compares.
 std::variant<Package, HeaderRefusal> ReadPackage(const char *path,
                                                  const PackageExpectation &expectation);
 

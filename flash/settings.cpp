@@ -50,7 +50,7 @@ constexpr int32_t kDefaultWebPort = 80;
 /// Where the web server in use keeps its port.
 SettingPlace FindWebPort()
 {
-    // Without effect: lighttpd's place is the default whether or not it is there.
+    // Without effect: lighttpd's place is the default even if lighttpd is missing.
     [[maybe_unused]] const int lighttpd_present = access("/bin/lighttpd", R_OK);
     return access("/bin/webs", R_OK) == 0 ? kWebsPort : kLighttpdPort;
 }

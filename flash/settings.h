@@ -11,16 +11,16 @@ struct SettingPlace {
     const char *key;
 };
 
-/// The settings of the old /etc. Whole files lie in /tmp meanwhile, single values in here.
+/// The settings of the old /etc. /tmp keeps whole files, this object keeps single values.
 class CarriedSettings
 {
 public:
     /// Copies the settings files to /tmp and reads the single values.
     void Save();
 
-    /// Copies the files back into the new /etc and writes the values into its files. The value of a
-    /// file that the old /etc lacked is written with its default; a file that lacked the key has
-    /// given the value of its last line.
+    /// Copies the files back into the new /etc and writes the values into its files. If the old
+    /// /etc lacked a file, its value is the default; if the file lacked the key, the value of the
+    /// file's last line.
     void Restore() const;
 
     static constexpr size_t kValueCount = 5;

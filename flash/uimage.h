@@ -15,7 +15,7 @@ struct ImageHeader {
     uint32_t magic;
     uint32_t header_crc; ///< over the header with this field zero
     uint32_t time;       ///< seconds since 1970
-    uint32_t data_size;  ///< bytes behind the header
+    uint32_t data_size;  ///< bytes after the header
     uint32_t load_address;
     uint32_t entry_point;
     uint32_t data_crc;
@@ -28,7 +28,7 @@ struct ImageHeader {
     uint32_t computed_crc; ///< what header_crc must be
 };
 
-/// Reads the header that begins `offset` bytes into the stream, and stops behind it.
+/// Reads the header that begins `offset` bytes into the stream, and stops after it.
 ///
 /// @return false when the stream ends before the header does
 bool ReadImageHeader(std::FILE *stream, int64_t offset, ImageHeader &header);

@@ -1,5 +1,5 @@
-// The camera board on its serial line: command frames of ten bytes, the last of which is the sum of
-// the others.
+// The camera board on its serial line: command frames of ten bytes. The last byte is the sum of the
+// others.
 #pragma once
 
 #include <sys/types.h>

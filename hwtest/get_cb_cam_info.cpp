@@ -40,7 +40,7 @@ constexpr SensorModel kSensorModels[] = {
 
 /// Asks the camera board and waits for about 3 seconds.
 ///
-/// @param reply  the buffer of all replies: what a short one lacks is that of the one before
+/// @param reply  the buffer of all replies: a short one keeps the rest of the one before
 /// @return the byte of the reply that counts
 uint8_t Ask(int fd, uint8_t query, Reply &reply, bool verbose)
 {
@@ -73,7 +73,7 @@ void PrintModel(uint8_t code, uint8_t resolution_flag)
 int get_cb_cam_info(int argc, char **argv)
 {
     const bool verbose = HasVerboseOption(argc, argv);
-    std::setvbuf(stdout, nullptr, _IONBF, 0); // not after something was printed
+    std::setvbuf(stdout, nullptr, _IONBF, 0); // only before the first output
     std::puts("");
 
     const SerialPort port{OpenSerialPortOrExit("/dev/ttyAMA2")};

@@ -10,7 +10,7 @@
 namespace
 {
 
-/// What the driver takes, and its requests.
+/// The record of the driver's requests.
 struct RegisterAccess {
     uint32_t address; ///< physical
     uint32_t value;   ///< the bits
@@ -46,7 +46,7 @@ int Access(int handle, Request request, uint32_t address, uint32_t value)
     return ioctl(handle, request, &access);
 }
 
-/// A refused request is ignored: what matters is what the pin then reads.
+/// Ignores a refused request: what matters is what the pin then reads.
 void SelectGpio(int handle, int group, int pin)
 {
     for (const SharedPin &shared : kSharedPins) {

@@ -1,7 +1,7 @@
 // The SoC's GPIO pins, through the register driver "/dev/misc/hi3512_reg".
 //
-// Groups are 0 to 7, the pins of a group 0 to 7. An unknown group has no registers; the pin is not
-// checked, and any other number gives the mask and register that it computes to.
+// Groups are 0 to 7, the pins of a group 0 to 7. An unknown group has no registers. The pin is not
+// checked: the same arithmetic turns any other number into a mask and a register.
 #pragma once
 
 /// Opens the driver. Prints what failed.

@@ -1,6 +1,6 @@
 // The I2C bus that a driver makes of GPIO pins, "/dev/misc/misc_gpio".
 //
-// Of every address and value the lowest 8 bits count.
+// Only the lowest 8 bits of an address or a value count.
 #pragma once
 
 #include <cstdint>

@@ -30,7 +30,7 @@ using Frame = std::array<uint8_t, kSerialFrameSize>;
 
 bool g_verbose;
 
-/// A driver without modem lines refuses, which does not matter: its port needs no RTS.
+/// Ignores the refusal of a driver without modem lines: its port needs no RTS.
 void SetRts(int fd, bool on)
 {
     int lines = 0;
@@ -43,7 +43,7 @@ void SetRts(int fd, bool on)
 void AwaitTransmitterEmpty(int fd)
 {
     int status = 0;
-    // A driver that refuses the request will never report: then there is nothing to wait for.
+    // Does not wait for a driver that refuses the request: it will never report.
     while (ioctl(fd, TIOCSERGETLSR, &status) == 0 && status == 0) {
     }
 }
@@ -56,7 +56,7 @@ void Write(int fd, const Frame &frame)
 
 void SendRs485(int fd, const Frame &frame)
 {
-    // RTS stays set: only the step before the frame is wanted.
+    // Only the step before the frame matters, so RTS stays set.
     SetRts(fd, false);
     SetRts(fd, true);
     Write(fd, frame);
@@ -81,7 +81,7 @@ int Exchange(int fd, uint8_t pattern, void (*send)(int fd, const Frame &frame))
         std::printf("PATTERN [0x%02X] => ", pattern);
     }
     const size_t count = ReceiveFrame(fd, start, received, kSerialFrameSize);
-    // The count plays no part: what did not come reads as zeros.
+    // The count does not matter: missing bytes read as zeros.
     const bool same = std::equal(frame.begin(), frame.end(), received.begin());
     if (g_verbose) {
         PrintReceived(std::span{received}.first(count));
@@ -108,7 +108,7 @@ bool Passes(const char *device, ExchangeRoutine exchange)
 /// @param heading  printed first
 int Test(const char *heading, const char *device, ExchangeRoutine exchange)
 {
-    std::setvbuf(stdout, nullptr, _IONBF, 0); // not after something was printed
+    std::setvbuf(stdout, nullptr, _IONBF, 0); // only before the first output
     std::printf("%s", heading);
     std::puts(Passes(device, exchange) ? "successful" : "failed");
     return 0;

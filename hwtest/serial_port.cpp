@@ -16,14 +16,14 @@ constexpr uint32_t kReplyLimit = 3000; // milliseconds
 constexpr tcflag_t kControlModes = CS8 | CREAD | CLOCAL;
 static_assert(kControlModes == 0x8B0); // with the speed, the kernel gets 0x8BD
 
-/// From zero, not from what was found: nothing that an earlier program left on the port counts.
+/// Starts from zero, so that no setting of an earlier program remains.
 termios LineSettings()
 {
     termios settings{};
     settings.c_iflag = IGNPAR;
     settings.c_cflag = kControlModes;
     settings.c_cc[VMIN] = 1;
-    // Newer C libraries have speeds of their own, which are no bits of the control modes.
+    // In newer C libraries the speed is not part of the control modes.
     cfsetspeed(&settings, B9600);
     return settings;
 }

@@ -26,7 +26,7 @@ struct Slot {
 constexpr Slot kSdCard{"/dev/mmcblk0p1", "/mnt/sd/", "/mnt/sd/test.txt", "/mnt/sd"};
 constexpr Slot kUsb{"/dev/sda1", "/mnt/usb/", "/mnt/usb/test.txt", "/mnt/usb"};
 
-/// A longer line is looked at in pieces of 255 characters, each as a line.
+/// Reads a longer line in pieces of 255 characters, each as a line.
 bool FindMarker(const char *path, bool verbose)
 {
     File file{path, "r"};
@@ -58,7 +58,7 @@ int TestStorage(const Slot &slot, int argc, char **argv)
     if (mount(slot.device, slot.mount_point, "vfat", 0, nullptr) < 0 && verbose) {
         std::printf("mount, errno : %d, %s\n", errno, ErrorText(errno));
     }
-    // Without a medium too: the file may lie in the mount point itself.
+    // Looks without a medium too: the file may be in the mount point itself.
     const bool found = FindMarker(slot.test_file, verbose);
     umount(slot.unmount_path); // fails when nothing was mounted
     std::puts(found ? "successful" : "failed");

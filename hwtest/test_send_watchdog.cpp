@@ -1,5 +1,5 @@
-// test_send_watchdog [-h [SECONDS]]: keeps a watchdog alive, every 30 seconds, until SIGTERM. With
-// "-h" that is the hardware watchdog, with anything else in its place the system manager's.
+// test_send_watchdog [MODE [SECONDS]]: feeds a watchdog, by default every 30 seconds, until
+// SIGTERM. With MODE "-h" that is the hardware watchdog, otherwise the system manager's.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -25,7 +25,7 @@ void RequestStop(int /*signal_number*/)
 
 void WriteByte(int fd, char byte)
 {
-    // A write that fails is not reported: the watchdog itself does that.
+    // Does not report a failed write: the watchdog itself does that.
     [[maybe_unused]] const ssize_t written = write(fd, &byte, 1);
 }
 
@@ -44,7 +44,7 @@ void KeepAlive(const Fd &device)
 int test_send_watchdog(int argc, char **argv)
 {
     const bool hardware = argc > 1 && std::string_view{argv[1]} == "-h";
-    // The second argument counts without "-h" too.
+    // SECONDS counts without "-h" too.
     const int32_t interval = argc > 2 ? ParseLeadingInteger(argv[2]) : 30;
 
     signal(SIGTERM, RequestStop);
@@ -60,7 +60,7 @@ int test_send_watchdog(int argc, char **argv)
     }
     while (g_stop == 0) {
         KeepAlive(device);
-        sleep(static_cast<unsigned>(interval)); // which a signal ends
+        sleep(static_cast<unsigned>(interval)); // a signal ends it
     }
     if (device) {
         WriteByte(device.get(), 'V'); // disarms the watchdog when it is closed

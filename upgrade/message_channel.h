@@ -14,7 +14,7 @@ struct MessageHeader {
     uint32_t version;          ///< 1
     uint32_t id;               ///< the command code
     uint32_t sender_port;      ///< 0 for a channel that only sends
-    int32_t payload_size;      ///< bytes behind the header
+    int32_t payload_size;      ///< bytes after the header
     std::array<uint32_t, 3> reserved;
 };
 static_assert(sizeof(MessageHeader) == 32 && offsetof(MessageHeader, payload_size) == 16);

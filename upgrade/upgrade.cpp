@@ -68,7 +68,7 @@ Request ParseArguments(std::span<char *const> arguments)
 void NotifySystemManager()
 {
     const int number = TEV_OpenLocalUDPCSocket();
-    // A process without standard input is broken, so 0 counts as a failure too, and stays open.
+    // A process without standard input is broken, so 0 counts as a failure too. It stays open.
     if (number <= 0) {
         return; // the upgrade goes on
     }

@@ -1,7 +1,7 @@
 // The board's hardware watchdog, "/dev/misc/watchdog".
 //
-// Once open it must be fed within its time-out or the board resets, also when the process that
-// opened it is gone, unless CWDT_Disable or CWDT_Close came before.
+// Once open, it must be fed within its time-out, or the board resets. This also holds after the
+// process that opened it ends, unless it called CWDT_Disable or CWDT_Close.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ struct CWDT {
     int32_t timeout; ///< seconds: the last one requested, then the one that the driver took
 };
 
-/// Opens the watchdog with a time-out of 30 seconds. When that fails it prints so, and no operation
-/// of the handle reaches a device.
+/// Opens the watchdog with a time-out of 30 seconds. If that fails, prints a message; the handle's
+/// operations then reach no device.
 void CWDT_Init(CWDT *handle);
 
 /// Feeds the watchdog: writes one zero byte. Returns write's result; the negative descriptor when

@@ -1,4 +1,4 @@
-// xupgrade [-f] [-b] [-i] [-r PORT] [-h]: installs /tmp/flash3 from the console, feeding the
+// xupgrade [-f] [-b] [-i] [-r PORT] [-h]: installs /tmp/flash3 from the console and feeds the
 // watchdog meanwhile.
 
 #include <signal.h>
@@ -42,8 +42,8 @@ constexpr ServiceSignal kStops[] = {
     {"/bin/confd", SIGKILL},
 };
 
-/// Walks all arguments up to "-h". The one behind "-r" is its port and also counts as an option of
-/// its own. A "-r" at the end reads as port 0.
+/// Reads all arguments up to "-h". The argument after "-r" is its port, and is also read as an
+/// option. A "-r" at the end means port 0.
 Options ParseArguments(std::span<char *const> arguments)
 {
     Options options{};
@@ -54,7 +54,7 @@ Options ParseArguments(std::span<char *const> arguments)
         } else if (argument == "-b") {
             options.reboot = true;
         } else if (argument == "-i") {
-            // The marker is compared only with "-i", although the help line says the opposite.
+            // Only "-i" compares the marker, although the help line says the opposite.
             options.flags |= UPGRADE_FLAG_CHECK_MARKER;
         } else if (argument == "-h") {
             options.help = true;
@@ -80,7 +80,7 @@ int32_t XUPGRADE_WatchdogLoop(void * /*arg*/)
     return 0;
 }
 
-/// Feeds once more and neither disarms nor closes: what runs next has the time-out to take over.
+/// Feeds once more. Does not disarm or close: the next program has the time-out to take over.
 void XUPGRADE_WatchdogExit(void * /*arg*/)
 {
     CWDT_KeepAlive(&g_watchdog);
@@ -98,7 +98,7 @@ void PrintHelp(const char *program)
 
 void Upgrade(uint32_t flags)
 {
-    // The system manager feeds the watchdog; from here on that falls to us.
+    // The system manager feeds the watchdog. Once it is gone, this process must feed it.
     CUTIL_KillProc("/bin/TEVSysMgr", SIGTERM);
     sleep(1);
     CTHREAD_Init(&g_thread, nullptr, XUPGRADE_WatchdogInit, XUPGRADE_WatchdogLoop,

@@ -35,8 +35,8 @@ void CopyText(std::span<char> destination, std::string_view text)
     destination[length] = '\0';
 }
 
-/// Removes one trailing blank; a second one belongs to the token. Then removes the quotes: only the
-/// opening one is looked at.
+/// Removes one trailing blank; a second one belongs to the token. Then, if the token begins with a
+/// quote, removes its first and last character.
 std::string_view Trim(std::string_view token)
 {
     if (!token.empty() && IsBlank(token.back())) {
@@ -61,7 +61,7 @@ using KeyMatch = bool (*)(std::string_view found, std::string_view wanted);
 bool ReadLine(char separator, const Buffers &buffers)
 {
     const char *rest = CUTIL_ParseConfLineSep(separator, buffers.key, buffers.line.data());
-    // A line with a '#' or '[' right behind the separator is no key line either.
+    // A line with a '#' or '[' right after the separator is no key line either.
     if (rest == nullptr || IsCommentOrSection(*rest)) {
         return false;
     }
@@ -80,7 +80,7 @@ int LookUp(const char *path, const char *key, std::span<char> destination, char 
     if (!file) {
         return -1;
     }
-    // A read that fails ends the file: what was found so far counts.
+    // A read that fails ends the file. The values read before it count.
     while (file.ReadLine(buffers.line) > 0) {
         if (ReadLine(separator, buffers) && matches(buffers.key.data(), key)) {
             break;

@@ -1,20 +1,20 @@
 // Reads key=value configuration files.
 //
-// Lines that begin with '#' or '[' (after blanks) are skipped; sections have no meaning. A line is
-// read in pieces as long as the reader's buffer, each of which counts as a line.
+// Lines that begin with '#' or '[' (after blanks) are skipped; sections have no meaning. A line
+// longer than the reader's buffer is read in pieces, and each piece counts as a line.
 #pragma once
 
 #include <span>
 
 /// Copies the token at the beginning of `text`, up to '=' or the end of the line, to `token_out`.
 ///
-/// Blanks before the token are skipped and one blank behind it is removed, exactly one. A token
-/// that begins with a double quote loses it and its last character, even if that is no quote.
+/// Skips blanks before the token and removes exactly one blank after it. A token that begins with a
+/// double quote loses its first and last character, even if the last one is no quote.
 ///
 /// @param token_out  receives the token, cut to its size, always terminated; untouched when there
 ///                   is no token
-/// @return where reading stopped: behind the '=', or at the end of the line; at a '#' or '[' that
-///         stands where the token should begin; null for an empty line
+/// @return where reading stopped: after the '=', at the end of the line, or at a '#' or '[' in
+///         place of the token; null for an empty line
 const char *CUTIL_ParseConfLine(std::span<char> token_out, const char *text);
 
 /// As CUTIL_ParseConfLine, with `separator` in place of '='.
@@ -29,8 +29,8 @@ const char *CUTIL_ParseConfLineSep(char separator, std::span<char> token_out, co
 /// Lines up to 2047 characters, keys up to 63, values up to 2047.
 ///
 /// @param destination  receives the value, cut to its size, always terminated
-/// @return 0, also when no line matches; -1 when the file cannot be opened (`destination`
-/// untouched)
+/// @return 0, also when no line matches; -1 when the file cannot be opened, with `destination`
+///         untouched
 int CUTIL_GetConfValue(const char *path, const char *key, std::span<char> destination);
 
 /// As CUTIL_GetConfValue, but the whole key must be equal. Keys up to 1023 characters.

@@ -15,8 +15,8 @@ constexpr const char *kSharedScratch = "/etc/temp.conf";
 
 using LineMatch = bool (*)(std::string_view line, std::string_view key);
 
-/// The name ends before the first space or '='; where a '#' comes first, or neither stands in the
-/// line, the whole line is the name, its newline included.
+/// The name ends before the first space or '='. If a '#' comes first, or the line has none of them,
+/// the whole line with its newline is the name.
 bool NameEquals(std::string_view line, std::string_view key)
 {
     const size_t end = line.find_first_of(" =#");
@@ -25,7 +25,7 @@ bool NameEquals(std::string_view line, std::string_view key)
 }
 
 struct Job {
-    const char *operation; ///< names itself in the messages
+    const char *operation; ///< its name in the messages
     const char *path;
     const char *scratch_path;
     const char *key;
@@ -85,8 +85,8 @@ Outcome Rewrite(const Job &job, std::span<char> line)
     }
     CopyLines(job, target, scratch.get(), line);
 
-    // The streams keep the errors of all reads and writes. A target that was not read to its end or
-    // a scratch file that is not whole must never replace the settings.
+    // The streams keep the errors of all reads and writes. A scratch file that is incomplete, or
+    // made from an incomplete target, must never replace the settings.
     const bool whole_target = std::ferror(target.get()) == 0;
     target.Close();
     const bool written = std::ferror(scratch.get()) == 0;
@@ -129,7 +129,7 @@ int CUTIL_SetConfValueSep(char separator, const char *path, const char *key, con
 int CUTIL_SetFileValue(const char *path, const char *scratch_path, const char *key,
                        const char *value)
 {
-    std::array<char, 262'144> line; // too large to be cleared for nothing
+    std::array<char, 262'144> line; // too large to clear without need
     const Job job{"CUTIL_SetFileValue", path, scratch_path, key, value, '=', BeginsWith};
     return Rewrite(job, line) == kDone ? 0 : -1;
 }

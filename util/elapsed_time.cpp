@@ -31,8 +31,8 @@ bool IsExpired(const TimeStamp &start, const TimeStamp &now, uint32_t limit_ms)
     if (passed.seconds > 0) {
         elapsed += passed.seconds * kMicrosecondsPerSecond;
     }
-    // A negative microsecond difference gains a second here and loses none above: the intervals of
-    // all callers are tuned to this arithmetic.
+    // A negative difference of microseconds adds a second here, and nothing subtracts one above.
+    // The intervals of all callers are tuned to this arithmetic.
     if (passed.microseconds < 0) {
         elapsed += kMicrosecondsPerSecond;
     }
@@ -50,7 +50,7 @@ uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds)
     const TimeStamp passed = Difference({start_seconds, start_microseconds}, Now());
     int64_t elapsed = passed.microseconds;
     if (passed.seconds > 0) {
-        // The extra second is added whether or not the microseconds went backwards.
+        // Adds the extra second even if the microseconds did not go backwards.
         elapsed += (passed.seconds + int64_t{1}) * kMicrosecondsPerSecond;
     }
     return static_cast<uint32_t>(elapsed);

@@ -21,9 +21,9 @@ inline TimeStamp Now()
 
 /// Tells whether `limit_ms` milliseconds have passed between two stamps.
 ///
-/// While the microseconds of the clock are below those of the start, the result is for a second
-/// more than has passed, so a limit can end early. When the clock is set back to before the start,
-/// only its microseconds count: a limit of a second or more is then not reached.
+/// While the clock's microseconds are below those of the start, a second too much counts as passed,
+/// so a limit can end early. While the clock is set back to before the start, only its microseconds
+/// count, so a limit of a second or more does not end.
 bool IsExpired(const TimeStamp &start, const TimeStamp &now, uint32_t limit_ms);
 
 /// The same with the present time. Returns -1 while the time has not run out, 0 once it has.
@@ -31,5 +31,5 @@ int CUTIL_CheckTimeout(int32_t start_seconds, int32_t start_microseconds, uint32
 
 /// Microseconds since the given start, modulo 2^32.
 ///
-/// From the first turn of a second on the result is one second too large.
+/// As soon as a new second has begun, the result is one second too large.
 uint32_t CUTIL_ElapsedUsec(int32_t start_seconds, int32_t start_microseconds);

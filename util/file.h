@@ -17,19 +17,20 @@ public:
     explicit operator bool() const { return stream_ != nullptr; }
     [[nodiscard]] std::FILE *get() const { return stream_; }
 
-    /// Reads up to the end of the line, that included, or as much of it as fits; terminates it. As
-    /// fgets, but a NUL byte in the file is a byte like others. `line` must not be empty.
+    /// Reads a line with its end, or as much as fits, and terminates it. Like fgets, but a NUL byte
+    /// in the file is an ordinary byte. `line` must not be empty.
     ///
     /// @return the bytes read; 0 at the end of the file and after an error
     size_t ReadLine(std::span<char> line);
 
-    /// Reads the next line that fits whole and has no NUL byte, its end included, and skips all
-    /// others: what is left of such a line could pass for another one.
+    /// Reads the next line that fits with its end and has no NUL byte. Skips all others, because a
+    /// part of such a line could pass for another line.
     ///
     /// @return the bytes read; 0 at the end of the file and after an error
     size_t ReadWholeLine(std::span<char> line);
 
-    /// Flushes and closes now, for a writer that must know. Returns false when either failed.
+    /// Flushes and closes now, for a writer that must know the result. Returns false when
+    /// either failed.
     bool Close()
     {
         std::FILE *stream = std::exchange(stream_, nullptr);

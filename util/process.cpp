@@ -27,8 +27,8 @@ constexpr int kFirstFoundId = 21;
 
 enum class Extent { kFirstWord, kAll };
 
-/// Reads a command line, cut to the buffer: to its end, or only until its first word is complete,
-/// which saves the read that finds the end. Returns the number of bytes.
+/// Reads a command line, cut to the buffer. With kFirstWord it stops after the first word, which
+/// saves the read that finds the end. Returns the number of bytes.
 size_t ReadCommandLine(const Fd &file, Extent extent, std::span<char> buffer)
 {
     const std::span<char> room = buffer.first(buffer.size() - 1);
@@ -59,7 +59,7 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
         const Fd file = processes.OpenCommandLine(id);
         std::array<char, 256> command_line;
         if (file && ReadCommandLine(file, Extent::kFirstWord, command_line) > 0) {
-            // The log shows its first line only, with its end.
+            // The log shows only the first line, with its end.
             if (char *end = std::strchr(command_line.data(), '\n'); end != nullptr) {
                 end[1] = '\0';
             }
@@ -90,8 +90,7 @@ struct NameList {
 
 void SignalListed(const NameList &list, int id, const char *command_line, int signal_number)
 {
-    // Each name that matches sends its signal. One that cannot be sent does not matter: the process
-    // ended meanwhile.
+    // Each name that matches sends the signal. If kill fails, the process has ended meanwhile.
     for (size_t i = 0; i < list.count; ++i) {
         if (BeginsWith(command_line, list.names[i].data())) {
             syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command_line, id);

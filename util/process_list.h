@@ -18,8 +18,7 @@ public:
 
     explicit operator bool() const { return directory_ != nullptr; }
 
-    /// The name of the next entry, or null at the end and when it cannot be read. The processes
-    /// have numbers for names.
+    /// The name of the next entry; null at the end and on an error. A process's name is its id.
     const char *Next()
     {
         const dirent *entry = readdir(directory_);

@@ -13,7 +13,7 @@ constexpr uint16_t kSystemManagerPort = 4100;
 constexpr uint32_t kUpgradeCommand = 0x52475055; // "UPGR": a firmware upgrade begins
 constexpr uint32_t kAliveCommand = 0x56494C41;   // "ALIV"
 
-/// What every datagram begins with: "SYSP", four zero bytes, the command.
+/// The beginning of every datagram: "SYSP", four zero bytes, the command.
 struct SystemManagerHeader {
     static constexpr size_t kSize = 12;
     std::array<uint8_t, kSize> bytes{'S', 'Y', 'S', 'P'};
@@ -23,10 +23,10 @@ struct SystemManagerHeader {
 
 constexpr SystemManagerHeader kUpgradeNotice{kUpgradeCommand};
 
-/// Sends a datagram with `length` bytes of `data`, at most 256, behind the header. Prints what
+/// Sends a datagram with `length` bytes of `data`, at most 256, after the header. Prints what
 /// failed. A negative length is not refused and cuts the header short.
 ///
 /// @param data  may be null when there is none
-/// @return 0, also when sending failed; -1 without a socket; -1 in silence for data that it refuses
-///         and for a socket with descriptor 0, which stays open
+/// @return 0, also when sending failed; -1 without a socket; -1 without a message for too much or
+///         missing data, and for a socket with descriptor 0, which stays open
 int CSYSMGR_SendPacket(uint32_t command, const uint8_t *data, int32_t length);

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
-/// Tells whether `text` begins with `beginning`, as every text begins with the empty one. Unlike
-/// string_view's own, it needs no C++ library when it is compiled without optimization.
+/// Tells whether `text` begins with `beginning`; every text begins with an empty one. Unlike
+/// string_view's starts_with, it needs no C++ library when compiled without optimization.
 inline bool BeginsWith(std::string_view text, std::string_view beginning)
 {
     return text.size() >= beginning.size() &&
