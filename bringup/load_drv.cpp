@@ -11,7 +11,6 @@
 namespace
 {
 
-// Modules.
 constexpr const char *kHi3512Reg = "/sbin/insmod /dvs/Hi3512reg.ko";
 constexpr const char *kTw9910 = "/sbin/insmod /dvs/extdrv/tw_9910.ko"; // video decoder
 constexpr const char *kTw2864 = "/sbin/insmod /dvs/extdrv/tw_2864.ko"; // the one with four inputs

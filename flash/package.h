@@ -53,7 +53,7 @@ struct PackageExpectation {
     int32_t version;
 };
 
-/// Why a package is refused before its regions are looked at.
+/// Why a package is refused before its regions are read.
 enum class HeaderFault {
     kUnreadable, ///< cannot be opened, is shorter than its header, or cannot be measured
     kWrongMarker,

@@ -34,7 +34,7 @@ struct CarriedValue {
     int32_t default_value;
 };
 
-// In the order in which they are written back.
+// In the order of writing them back.
 constexpr std::array<CarriedValue, CarriedSettings::kValueCount> kValues{{
     {{"/etc/tcp_server.conf", "server_port"}, 1852},
     {{"/etc/stream.conf", "stream_1_port"}, 1852},

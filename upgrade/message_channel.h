@@ -1,7 +1,7 @@
 // The local message channel: framed datagrams between the board's programs.
 //
 // A message is a header of eight 32-bit words in host order (see MessageHeader), then the payload.
-// The receiver trusts the sender: neither the magic nor the declared size is checked.
+// The receiver trusts the sender: it checks neither the magic nor the declared size.
 #pragma once
 
 #include <array>
