@@ -2,24 +2,25 @@
 //
 //     unit_tests [--update] [GoogleTest's options]
 //
-// With --update, the expected lines of each case are replaced by its actual lines.
+// With --update, the expected lines of a case that fails are replaced by its actual lines.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 
 #include "tests/words.h"
 
 namespace
 {
 
-/// A line of a file, with its continuation lines.
-struct Line {
-    int number, last;
-    std::string text;
+/// A command, a comment or the like, with what is expected of it.
+struct Row {
+    int first, last;  ///< its lines in the file
+    std::string text; ///< each expected line begins with a line break
 };
 
-using Block = std::vector<Line>; ///< ends at an empty line; has a board of its own
+using Block = std::vector<Row>; ///< ends at an empty line; has a board of its own
 
 struct Case {
     std::string file, name;
@@ -27,62 +28,38 @@ struct Case {
     std::vector<Block> blocks; ///< each after its background
 };
 
-using Definition = std::pair<std::string, Words>; ///< "<name>" and what it stands for
-
 constexpr size_t kWidth = 100;
 bool g_update;
-std::vector<Definition> g_definitions;
-std::map<std::string, std::map<int, std::string>> g_lines; ///< of the files, by number
+std::vector<std::pair<std::string, std::string>> g_definitions; ///< "<name>" and its lines
+std::map<std::string, std::map<int, std::string>> g_lines;      ///< of the files, by number
 
-bool IsExpected(const Line &line)
+std::string Replaced(std::string text, const std::string &from, const std::string &to)
 {
-    return line.text.find_first_of("#+$") != 0 && !line.text.starts_with("only ");
-}
-
-bool Runs(const Line &line)
-{
-    return line.text.starts_with('$') ||
-           (line.text.starts_with('+') && line.text.find(" $ ") != std::string::npos);
-}
-
-/// Replaces names of definitions by their lines. Text after a name continues the last line.
-Words Expanded(const Words &lines)
-{
-    Words all;
-    for (const std::string &line : lines) {
-        const size_t end = line.find('>') + 1;
-        const auto own = std::ranges::find(g_definitions, line.substr(0, end), &Definition::first);
-        if (own == g_definitions.end()) {
-            all.push_back(line);
-        } else {
-            all.insert(all.end(), own->second.begin(), own->second.end());
-            all.back() += line.substr(end);
-        }
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
     }
-    return all;
+    return text;
 }
 
-/// Replaces lines by names of definitions. Later definitions may contain earlier ones.
-Words Folded(Words lines)
+/// Replaces the names of definitions by their lines.
+std::string Expanded(std::string lines)
 {
-    const auto equal = [](const std::string &found, const std::string &defined) {
-        return found == defined || found.starts_with(defined + " x");
-    };
-    for (auto own = g_definitions.rbegin(); own != g_definitions.rend(); ++own) {
-        const auto &[name, defined] = *own;
-        for (auto at = lines.begin();
-             at = std::search(at, lines.end(), defined.begin(), defined.end(), equal),
-                  at != lines.end();
-             ++at) {
-            const auto last = at + static_cast<ptrdiff_t>(defined.size()) - 1;
-            *last = name + last->substr(defined.back().size());
-            at = lines.erase(at, last);
-        }
+    for (const auto &[name, defined] : g_definitions) {
+        lines = Replaced(lines, "\n" + name, defined);
     }
     return lines;
 }
 
-/// An expected line with "\*" matches any text in this place.
+/// Replaces lines by the names of their definitions. Later definitions may contain earlier ones.
+std::string Folded(std::string lines)
+{
+    for (auto own = g_definitions.rbegin(); own != g_definitions.rend(); ++own) {
+        lines = Replaced(lines, own->second, "\n" + own->first);
+    }
+    return lines;
+}
+
+/// "\*" in the expected text matches any text.
 bool Matches(const std::string &expected, const std::string &found)
 {
     const size_t star = expected.find("\\*");
@@ -91,70 +68,40 @@ bool Matches(const std::string &expected, const std::string &found)
                                            found.ends_with(expected.substr(star + 2));
 }
 
-Words Split(const std::string &text)
-{
-    Words parts;
-    size_t begin = 0;
-    for (size_t bar = 0; (bar = text.find(" | ", begin)) != std::string::npos; begin = bar + 3) {
-        parts.push_back(text.substr(begin, bar - begin));
-    }
-    parts.push_back(text.substr(begin));
-    return parts;
-}
-
-/// Adds the expected lines in a line below a command: one after each bar, or the whole line.
-void AddExpected(Words &expected, const std::string &text)
-{
-    const Words more = text.starts_with("  | ") ? Split(text.substr(4)) : Words{text};
-    expected.insert(expected.end(), more.begin(), more.end());
-}
-
-/// The command and its actual lines, in lines of limited width.
-std::string Laid(const std::string &command, const Words &found)
+/// The command and its actual lines as they stand in a file, whose lines have a limited width.
+std::string Laid(const std::string &command, const std::string &found)
 {
     std::string text = command;
-    size_t room = kWidth - std::min(kWidth, command.size());
-    for (const std::string &line : found) {
+    size_t width = command.size();
+    std::istringstream lines{found};
+    lines.get(); // the first line break
+    for (std::string line; std::getline(lines, line);) {
         const bool is_alone = line.size() > kWidth - 4 || line.find(" | ") != std::string::npos;
-        const bool fits = !is_alone && line.size() + 3 <= room;
-        text += (fits ? " | " : is_alone ? "\n" : "\n  | ") + line;
-        room = is_alone ? 0 : (fits ? room - 3 : kWidth - 4) - line.size();
+        const bool fits = !is_alone && width + 3 + line.size() <= kWidth;
+        text += (is_alone ? "\n" : fits ? " | " : "\n  | ") + line;
+        width = is_alone ? kWidth : (fits ? width + 3 : 4) + line.size();
     }
     return text;
 }
 
-std::string Indented(const Words &lines)
+void RunRow(const Case &own, const Row &row, FakeBoard &board, const Words &only)
 {
-    std::string text;
-    for (const std::string &line : lines) {
-        text += "\n    " + line;
-    }
-    return text;
-}
-
-/// Runs the line at `at` and moves `at` to its last expected line.
-void RunStep(const Case &own, const Block &block, size_t &at, FakeBoard &board, const Words &only)
-{
-    const int line = block[at].number;
-    Words expected = Split(block[at].text);
-    const std::string command = expected.front();
-    expected.erase(expected.begin());
-    for (; at + 1 < block.size() && IsExpected(block[at + 1]); ++at) {
-        AddExpected(expected, block[at + 1].text);
-    }
+    const std::string command = row.text.substr(0, row.text.find('\n'));
+    const std::string expected = Expanded(row.text.substr(command.size()));
     RunLine(board, WordsIn(command));
-    const Words found = board.TakeTranscript(only);
-    expected = Expanded(expected);
-    const bool matches = std::ranges::equal(expected, found, Matches);
-    if (g_update && (!matches || std::ranges::equal(expected, found))) {
-        for (int number = line; number <= block[at].last; ++number) {
-            g_lines[own.file].erase(number);
-        }
-        g_lines[own.file][line] = Laid(command, Folded(found));
-    } else if (!matches) {
-        ADD_FAILURE_AT(own.file.c_str(), line)
-            << command << "\nexpected:" << Indented(expected) << "\nfound:" << Indented(found);
+    const std::string found = board.TakeTranscript(only);
+    if (Matches(expected, found)) {
+        return;
     }
+    if (!g_update) {
+        ADD_FAILURE_AT(own.file.c_str(), row.first)
+            << command << "\nexpected:" << expected << "\n\nfound:" << found;
+        return;
+    }
+    for (int number = row.first; number <= row.last; ++number) {
+        g_lines[own.file].erase(number);
+    }
+    g_lines[own.file][row.first] = Laid(command, Folded(found));
 }
 
 class CaseTest : public testing::Test
@@ -167,11 +114,11 @@ public:
         for (const Block &block : case_.blocks) {
             FakeBoard board;
             Words only;
-            for (size_t at = 0; at < block.size(); ++at) {
-                if (block[at].text.starts_with("only ")) {
-                    only = WordsIn(block[at].text.substr(5));
-                } else if (block[at].text[0] != '#') {
-                    RunStep(case_, block, at, board, only);
+            for (const Row &row : block) {
+                if (row.text.starts_with("only ")) {
+                    only = WordsIn(row.text.substr(5));
+                } else if (row.text[0] != '#') {
+                    RunRow(case_, row, board, only);
                 }
             }
         }
@@ -185,14 +132,21 @@ private:
 std::string NameOf(const std::string &comment)
 {
     std::string name;
-    bool begins = true;
+    char before = ' ';
     for (const char c : comment) {
-        if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
+        if (std::isalnum(c) != 0) {
+            const bool begins = before != '\'' && std::isalnum(before) == 0;
             name += begins ? static_cast<char>(std::toupper(c)) : c;
         }
-        begins = c == ' ' || c == '-' || c == '_' || (begins && c == '#');
+        before = c;
     }
     return name;
+}
+
+bool Runs(const Row &row)
+{
+    return row.text.starts_with("$ ") ||
+           (row.text.starts_with("+ ") && row.text.find(" $ ") != std::string::npos);
 }
 
 /// Adds a block to the cases of its file. A block that begins with a comment begins a case. A block
@@ -202,42 +156,47 @@ void AddBlock(const std::string &path, Block block, Block &background, std::dequ
     if (block.empty()) {
         return;
     }
-    const std::string &first = block[0].text;
+    const std::string first = block[0].text;
     if (first.starts_with("define ")) {
-        Words lines;
-        for (auto line = block.begin() + 1; line != block.end(); ++line) {
-            AddExpected(lines, line->text);
+        for (const auto &[line, last, text] : block) {
+            const size_t end = text.find('\n');
+            g_definitions.emplace_back("<" + text.substr(7, end - 7) + ">",
+                                       Expanded(text.substr(end)));
         }
-        g_definitions.emplace_back("<" + first.substr(7) + ">", Expanded(lines));
     } else if (std::ranges::none_of(block, Runs)) {
         background = block;
     } else {
         if (first.starts_with('#') || cases.empty() || cases.back().file != path) {
-            cases.push_back({path, NameOf(first), block[0].number, {}});
+            cases.push_back({path, NameOf(first), block[0].first, {}});
         }
         block.insert(block.begin(), background.begin(), background.end());
         cases.back().blocks.push_back(block);
     }
 }
 
+/// Adds a line to the block: a new row, or more of what the last row expects.
+void AddLine(int number, const std::string &line, Block &block)
+{
+    const auto begins = [&line](const char *word) { return line.starts_with(word); };
+    if (block.empty() || std::ranges::any_of(std::array{"#", "+ ", "$ ", "only ", "define "}, begins)) {
+        block.push_back({number, number, Replaced(line, " | ", "\n")});
+        return;
+    }
+    block.back().last = number;
+    block.back().text += begins("  | ")  ? Replaced(line.substr(1), " | ", "\n")
+                         : begins("    ") ? line.substr(3)
+                                          : "\n" + line;
+}
+
 void ReadCases(const std::string &path, std::deque<Case> &cases)
 {
     std::ifstream file{path};
     Block background, block;
-    bool goes_on = false;
-    std::string text;
-    for (int number = 1; std::getline(file, text); ++number) {
-        g_lines[path][number] = text;
-        if (text.empty()) {
-            AddBlock(path, std::exchange(block, {}), background, cases);
-            continue;
-        }
-        if (!goes_on) {
-            block.push_back({number, number, ""});
-        }
-        goes_on = text.ends_with(" \\");
-        block.back().last = number;
-        block.back().text += text.substr(0, text.size() - (goes_on ? 1 : 0));
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        g_lines[path][number] = line;
+        line.empty() ? AddBlock(path, std::exchange(block, {}), background, cases)
+                     : AddLine(number, line, block);
     }
     AddBlock(path, block, background, cases);
 }

@@ -132,7 +132,7 @@ void FakeBoard::Leave()
     siglongjmp(ended_, 1);
 }
 
-std::vector<std::string> FakeBoard::TakeTranscript(const std::vector<std::string> &words)
+std::string FakeBoard::TakeTranscript(const std::vector<std::string> &words)
 {
     std::vector<Line> lines;
     for (const Line &line : std::exchange(transcript_, {})) {
@@ -147,10 +147,10 @@ std::vector<std::string> FakeBoard::TakeTranscript(const std::vector<std::string
         ++lines.back().count;
         lines.back().bytes += line.bytes;
     }
-    std::vector<std::string> found;
+    std::string found;
     for (const auto &[text, count, bytes] : lines) {
-        found.push_back(Escaped(text) + (bytes > 0 ? " " + std::to_string(bytes) + " bytes" : "") +
-                        (count > 1 ? " x" + std::to_string(count) : ""));
+        found += "\n" + Escaped(text) + (bytes > 0 ? " " + std::to_string(bytes) + " bytes" : "") +
+                 (count > 1 ? " x" + std::to_string(count) : "");
     }
     return found;
 }

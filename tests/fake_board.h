@@ -108,10 +108,10 @@ public:
 
     // --- results
 
-    /// The transcript since the last call, its bytes escaped: only lines that begin with one of the
-    /// words, or all lines without words. Repeated lines are counted, and their bytes added up.
-    /// Its end always lists open descriptors and directories.
-    std::vector<std::string> TakeTranscript(const std::vector<std::string> &words = {});
+    /// The transcript since the last call, its bytes escaped, with a line break before each line:
+    /// only lines that begin with one of the words, or all lines without words. Repeated lines are
+    /// counted, and their bytes added up. Its end always lists open descriptors and directories.
+    std::string TakeTranscript(const std::vector<std::string> &words = {});
     [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
     /// The first call that was made to fail and its path, or "".
     [[nodiscard]] const std::string &failed() const { return failed_; }

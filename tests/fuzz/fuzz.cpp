@@ -106,7 +106,8 @@ void Fuzz(const std::string &input)
     RunLine(board, WordsIn(line));
 
     bool failed = false;
-    for (const std::string &found : board.TakeTranscript()) {
+    std::istringstream transcript{board.TakeTranscript()};
+    for (std::string found; std::getline(transcript, found);) {
         const bool touches = found.starts_with("erase") || found.starts_with("write /dev/mtd");
         Require(!touches || IsSound(text), "flash is not touched without a sound package");
         Require(!found.starts_with("kill ") || std::stoi(found.substr(5)) >= 20,
