@@ -91,16 +91,14 @@ int HandlePieces(const Pass &pass, const char *source, std::FILE *stream, const 
                  int fd, int32_t size)
 {
     alignas(Word) std::array<uint8_t, kPieceSize> buffer;
-    // A size below zero, which a package header can state, leaves nothing to do.
-    for (int32_t remaining = size; remaining > 0;) {
+    // A size below zero, which a package header can state, leaves nothing to do. A source that ends
+    // early is no failure here.
+    for (int32_t remaining = size; remaining > 0 && std::feof(stream) == 0;) {
         const size_t wanted = std::min(static_cast<size_t>(remaining), buffer.size());
         const size_t count = std::fread(buffer.data(), 1, wanted, stream);
         remaining -= static_cast<int32_t>(count);
         if (std::ferror(stream) != 0) {
             return Fail(pass, "fread", source);
-        }
-        if (count == 0) {
-            return 0;
         }
         switch (pass.handle(fd, Piece{buffer}.first(count))) {
         case PieceResult::kDone:
