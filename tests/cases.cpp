@@ -178,12 +178,13 @@ void AddBlock(const std::string &path, Block block, Block &background, std::dequ
 void AddLine(int number, const std::string &line, Block &block)
 {
     const auto begins = [&line](const char *word) { return line.starts_with(word); };
-    if (block.empty() || std::ranges::any_of(std::array{"#", "+ ", "$ ", "only ", "define "}, begins)) {
+    if (block.empty() ||
+        std::ranges::any_of(std::array{"#", "+ ", "$ ", "only ", "define "}, begins)) {
         block.push_back({number, number, Replaced(line, " | ", "\n")});
         return;
     }
     block.back().last = number;
-    block.back().text += begins("  | ")  ? Replaced(line.substr(1), " | ", "\n")
+    block.back().text += begins("  | ")   ? Replaced(line.substr(1), " | ", "\n")
                          : begins("    ") ? line.substr(3)
                                           : "\n" + line;
 }

@@ -57,7 +57,7 @@ FakeBoard::FakeBoard()
         devices[partition].kind = Device::kFlash;
         devices[partition].bytes.assign(size_t{4} * Device::kBlock, 'U');
     }
-    devices["packet socket"].kind = Device::kEthernet;
+    devices["socket"].kind = devices["packet socket"].kind = Device::kSocket;
     devices["/dev/misc/watchdog"].answers = {{0x80045707, {{30}}}}; // its time-out
 }
 
@@ -121,8 +121,8 @@ void FakeBoard::End()
             Record("left open " + file.path);
         }
     }
-    for (const auto &[directory, path] : std::exchange(open_directories, {})) {
-        Record("left open " + path);
+    for (const auto &[directory, own] : std::exchange(open_directories, {})) {
+        Record("left open " + own.path);
     }
     g_active = nullptr;
 }
@@ -160,7 +160,7 @@ FakeBoard *FakeBoard::Active()
     return g_active;
 }
 
-void FakeBoard::Record(const std::string &line, size_t bytes)
+int FakeBoard::Record(const std::string &line, size_t bytes)
 {
     EndPiece();
     transcript_.push_back({line, 1, bytes});
@@ -172,6 +172,7 @@ void FakeBoard::Record(const std::string &line, size_t bytes)
             event.action();
         }
     }
+    return 0;
 }
 
 void FakeBoard::Print(const std::string &stream, const std::string &text)
@@ -240,13 +241,14 @@ int FakeBoard::Shell(const char *command)
     return 0;
 }
 
-void FakeBoard::Kill(int id, int signal_number)
+int FakeBoard::Kill(int id, int signal_number)
 {
     Record("kill " + std::to_string(id) + " " + std::to_string(signal_number));
     if (processes_obey) {
         const OffBoard off;
         fs::remove_all(Map("/proc/" + std::to_string(id)));
     }
+    return 0;
 }
 
 bool FakeBoard::Unmount(const std::string &path)

@@ -5,6 +5,7 @@
 // FakeBoard::Run runs, these calls come here. Otherwise they work as usual.
 #pragma once
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,17 +31,22 @@ struct OpenFile {
     bool is_told = false; ///< the transcript already says that it is left open
 };
 
+struct OpenDirectory {
+    std::string path;
+    std::set<std::string> unread; ///< names of entries
+};
+
 /// The device behind a node. One record for all kinds; each kind uses some of the members.
 struct Device {
     static constexpr uint32_t kBlock = 4096;
-    enum Kind { kDriver, kFlash, kLine, kEthernet };
+    enum Kind { kDriver, kFlash, kLine, kSocket };
 
     // Like the calls of these names; an error is -1 with errno.
     ssize_t Read(OpenFile &file, void *buffer, size_t count);
     ssize_t Write(OpenFile &file, const void *buffer, size_t count);
     int Request(OpenFile &file, unsigned long request, void *argument);
     int Terminal(unsigned long request, void *argument); ///< of a line
-    short Poll(int timeout); ///< the events that are ready; 0 after `timeout` milliseconds
+    int Poll(pollfd &state, int timeout);                ///< milliseconds
 
     Kind kind = kDriver;
 
@@ -50,7 +57,7 @@ struct Device {
 
     // Flash: an erased block is 0xFF, and a write can only clear bits.
     std::string bytes = {};
-    size_t transfer = SIZE_MAX;             ///< the most that one read or write moves
+    size_t transfer = SIZE_MAX;             ///< the most that one read, write or send moves
     std::map<size_t, int> stuck_bytes = {}; ///< lowest bit stays set, for this many writes
 
     // The pieces that a line or a socket receives, and its reaction to a sent frame.
@@ -75,9 +82,9 @@ public:
     // --- preparations
 
     void Write(const std::string &path, const std::string &text);
-    /// Lets calls of a C library function fail, on paths that contain `path`. The calls on streams
-    /// are "fopen", "fread", "fwrite" and "fclose"; "" means every call. With error 0, a call that
-    /// moves bytes moves none, and other calls work.
+    /// Lets calls of a C library function fail, on paths that contain `path`. Streams use the calls
+    /// on files; "" means every call. With error 0, a call that moves bytes moves none, and other
+    /// calls work.
     struct Fault {
         std::string function;
         int error;
@@ -93,15 +100,12 @@ public:
         std::function<void()> action;
     };
 
-    std::map<std::string, Device> devices;      ///< by path; flash and watchdog are always present
+    std::map<std::string, Device> devices;      ///< by path; sockets by the name of their kind
     std::map<std::string, std::string> new_etc; ///< the files of /etc after the next mount
     std::vector<Event> events;
     bool processes_obey = true;        ///< a signal ends a process
     bool has_input = true;             ///< descriptor 0 is open
     int64_t clock = 1'000'000'000'000; ///< microseconds
-    int64_t send_time = 0;             ///< microseconds that a datagram takes
-    size_t longest_send = SIZE_MAX;    ///< bytes of a datagram that one call takes
-    std::deque<std::string> datagrams; ///< sent and not yet received
 
     /// Calls the function on the board until it returns or the process ends.
     void Run(const std::function<void()> &function);
@@ -119,15 +123,15 @@ public:
     // --- for the C library calls
 
     static FakeBoard *Active();
-    /// Adds a line and the number of bytes that it moved.
-    void Record(const std::string &line, size_t bytes = 0);
+    /// Adds a line and the number of bytes that it moved. Returns 0, like a call that works.
+    int Record(const std::string &line, size_t bytes = 0);
     /// Records the output of a stream. A line that comes in pieces is recorded as one line. If
     /// something else comes in between, the piece is recorded before it and ends in "\c".
     void Print(const std::string &stream, const std::string &text);
     bool Fails(const std::string &function, const std::string &path);
     [[nodiscard]] std::string Map(const std::string &path) const { return root_.string() + path; }
     int Shell(const char *command);
-    void Kill(int id, int signal_number);
+    int Kill(int id, int signal_number);
     bool Unmount(const std::string &path); ///< unless a file on it is open
     [[noreturn]] void Leave();             ///< the function that Run called
     /// The device behind the path; null for anything else.
@@ -140,7 +144,7 @@ public:
     void Pause(int64_t microseconds);
 
     std::map<int, OpenFile> open_files;
-    std::map<void *, std::string> open_directories;
+    std::map<DIR *, OpenDirectory> open_directories;
     std::map<int, void (*)(int)> signal_handlers;
 
 private:

@@ -84,7 +84,7 @@ ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
         Record("read " + std::to_string(count) + ":", taken);
         piece.erase(0, taken);
     }
-    if (piece.empty() || kind == kEthernet) { // a frame that is too long loses its rest
+    if (piece.empty() || kind == kSocket) { // a message that is too long loses its rest
         input.pop_front();
     }
     return static_cast<ssize_t>(taken);
@@ -122,7 +122,7 @@ int Device::Request(OpenFile &file, unsigned long request, void *argument)
     if (kind == kFlash) {
         return RequestOfFlash(*this, file, request, argument);
     }
-    if (kind == kEthernet) {
+    if (kind == kSocket) {
         auto *interface = static_cast<ifreq *>(argument);
         const std::string name{interface->ifr_name, strnlen(interface->ifr_name, IFNAMSIZ)};
         Record("ask" + HexWord(request) + " " + name);
@@ -161,12 +161,12 @@ int Device::Terminal(unsigned long request, void *argument)
     return 0;
 }
 
-short Device::Poll(int timeout)
+int Device::Poll(pollfd &state, int timeout)
 {
-    const short ready = input.empty() ? short{0} : input.front().events;
     FakeBoard::Active()->clock += int64_t{timeout} * 1000; // the full time, also if a frame comes
-    if (!input.empty() && (ready & POLLIN) == 0) {
+    state.revents = input.empty() ? short{0} : input.front().events;
+    if (!input.empty() && (state.revents & POLLIN) == 0) {
         input.pop_front(); // nothing to read
     }
-    return ready;
+    return state.revents != 0 ? 1 : 0;
 }

@@ -55,16 +55,14 @@ int Opened(int fd)
     return fd;
 }
 
-/// A number; or a device's path, "udp", "packet" or "pipe", which is open for this one call.
+/// A number; or a device's path, "udp" or "packet", which is open for this one call.
 long long NumberOf(const std::string &word)
 {
-    int ends[2];
     return word.starts_with('/')
                ? Opened(open(word.c_str(),
                              O_RDWR | (word.starts_with("/dev/tty") ? O_NOCTTY | O_NONBLOCK : 0)))
            : word == "udp"    ? Opened(socket(AF_INET, SOCK_DGRAM, 0))
            : word == "packet" ? Opened(socket(AF_PACKET, SOCK_PACKET, 0))
-           : word == "pipe"   ? (pipe(ends), Opened(ends[0]), Opened(ends[1]))
                               : std::stoll(word, nullptr, 0);
 }
 
@@ -116,9 +114,13 @@ std::string ResultText(long long result)
 
 using Operation = std::function<std::string(FakeBoard &board, const Words &words)>;
 
-/// Calls a function with arguments from the words.
+template<auto Function>
+constexpr auto kFunction = Function;
+
+/// Calls a function with arguments from the words. Takes the place of its pointer: those in the
+/// records are filled later.
 template<typename Returned, typename... Arguments>
-Operation Plain(Returned (*function)(Arguments...))
+Operation Call(Returned (*const *function)(Arguments...))
 {
     return [function](FakeBoard & /*board*/, const Words &words) -> std::string {
         [[maybe_unused]] size_t at = 1;
@@ -126,51 +128,69 @@ Operation Plain(Returned (*function)(Arguments...))
         std::tuple<std::decay_t<Arguments>...> arguments{
             Take<std::decay_t<Arguments>>(words, at)...};
         if constexpr (std::is_void_v<Returned>) {
-            std::apply(function, arguments);
+            std::apply(*function, arguments);
             return "";
         } else {
-            const std::string result = ResultText(std::apply(function, arguments));
+            const std::string result = ResultText(std::apply(*function, arguments));
             return g_text.empty() ? result : result + " " + g_text.substr(0, g_text.find('\0'));
         }
     };
 }
 
-int StartHandler(AppletHandler *handler, const Words &words)
+/// Adds the contents of the file that `conf` prepares.
+template<typename... Arguments>
+Operation Writer(int (*const *function)(Arguments...))
 {
-    static Words own; // must outlive a run that does not return
+    return [call = Call(function)](FakeBoard &board, const Words &words) {
+        const std::string result = call(board, words);
+        return result + " " + board.Read("/etc/a.conf");
+    };
+}
+
+/// Runs an applet with its arguments, which outlive a run that does not return.
+void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string> words)
+{
     static std::vector<char *> arguments;
-    own = words;
     arguments.clear();
-    for (std::string &word : own) {
-        arguments.push_back(word.data());
+    for (const std::string &word : words) {
+        arguments.push_back(const_cast<char *>(word.c_str()));
     }
     arguments.push_back(nullptr);
-    return handler(static_cast<int>(own.size()), arguments.data());
+    const int result = handler(static_cast<int>(words.size()), arguments.data());
+    if (result != 0) {
+        board.Record(ResultText(result));
+    }
 }
 
 /// PATH: a file, or a flash partition.
 std::string Show(FakeBoard &board, const Words &words)
 {
-    return "= " + (board.devices.contains(words.at(1)) ? board.devices[words.at(1)].bytes
-                                                       : board.Read(words.at(1)));
+    const Device *device = board.DeviceAt(words.at(1));
+    return "= " + (device != nullptr ? device->bytes : board.Read(words.at(1)));
 }
 
-/// FLAGS: the package at its usual place, onto the three partitions.
-std::string Install(FakeBoard & /*board*/, const Words &words)
+/// The kernel of the package at its usual place.
+std::string Check(FakeBoard & /*board*/, const Words & /*words*/)
 {
-    return ResultText(CFlash_TEVWrite("/tmp/flash3", "/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3",
-                                      static_cast<uint32_t>(std::stoul(words.at(1)))));
+    return ResultText(CFlash_CheckImage("/tmp/flash3", 20));
 }
 
-/// For each partition, the number of bytes that match the package.
-std::string Installed(FakeBoard &board, const Words & /*words*/)
+/// FLAGS: that package, onto the three partitions. A partition that then differs from its region is
+/// shown with the number of bytes that match.
+std::string Install(FakeBoard &board, const Words &words)
 {
-    std::string text = "=";
-    for (int number = 1; number <= 3; ++number) {
-        const std::string &flash = board.devices["/dev/mtd/" + std::to_string(number)].bytes;
-        std::string wanted = RegionOf(board.Read("/tmp/flash3"), number);
+    const std::array<const char *, 3> devices{"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"};
+    const int result = CFlash_TEVWrite("/tmp/flash3", devices[0], devices[1], devices[2],
+                                       static_cast<uint32_t>(std::stoul(words.at(1))));
+    std::string text = ResultText(result);
+    for (int i = 0; i < 3 && result == 0; ++i) {
+        const std::string &flash = board.DeviceAt(devices[i])->bytes;
+        std::string wanted = RegionOf(board.Read("/tmp/flash3"), i + 1);
         wanted.resize(flash.size(), '\xff');
-        text += " " + std::to_string(std::ranges::mismatch(flash, wanted).in1 - flash.begin());
+        const auto matching = std::ranges::mismatch(flash, wanted).in1 - flash.begin();
+        if (flash != wanted) {
+            text += std::string{" "} + devices[i] + ": " + std::to_string(matching);
+        }
     }
     return text;
 }
@@ -183,138 +203,118 @@ std::string Numbers(FakeBoard & /*board*/, const Words &words)
            " " + std::to_string(ParseLeadingUnsigned(text));
 }
 
-/// A child that echoes its input until the parent closes its end.
+/// A child that sends back what it gets until its input ends.
 std::string ForkPipe(FakeBoard & /*board*/, const Words & /*words*/)
 {
     int in = -1, out = -1, status = 0;
     const pid_t id = CUTIL_ForkPipe(in, out);
-    char text[4] = "abc";
+    char c = 'x';
+    while (id == 0 && read(in, &c, 1) == 1 && write(out, &c, 1) == 1) {
+    }
     if (id == 0) {
-        while (read(in, text, 3) == 3) {
-            (void)!write(out, text, 3);
-        }
         _exit(7);
     }
     if (id < 0) {
         return ResultText(id);
     }
-    (void)!write(out, "xyz", 3);
-    (void)!read(in, text, 3);
+    const bool is_sent = write(out, &c, 1) == 1 && read(in, &c, 1) == 1;
     close(out);
-    const bool ended = read(in, text, 3) == 0;
+    const bool has_ended = read(in, &c, 1) == 0;
     close(in);
     waitpid(id, &status, 0);
-    return ResultText(WEXITSTATUS(status)) + " " + text + (ended ? " to the end" : "");
+    return ResultText(WEXITSTATUS(status)) + (is_sent && has_ended ? " to the end" : "");
 }
 
 /// The size, then id, sender's port and payload, if they exist.
 std::string Receive(FakeBoard & /*board*/, const Words & /*words*/)
 {
-    const int size = g_channel.operations.recv(&g_channel, &g_id);
-    const MessageHeader *header = g_channel.operations.get_recv_header(&g_channel);
-    const auto *data =
-        reinterpret_cast<const char *>(g_channel.operations.get_recv_data(&g_channel));
-    return size < 0 ? ResultText(size)
-                    : ResultText(size) + " id " + std::to_string(g_id) + " from " +
-                          std::to_string(header->sender_port) + " " +
-                          std::string{data, strnlen(data, kMaxPayload)};
+    const auto &[close, get_fd, send, receive, header, data] = g_channel.operations;
+    const std::string size = ResultText(receive(&g_channel, &g_id));
+    return size == "= -1" ? size
+                          : size + " id " + std::to_string(g_id) + " from " +
+                                std::to_string(header(&g_channel)->sender_port) + " " +
+                                reinterpret_cast<const char *>(data(&g_channel));
 }
 
-/// The worker thread's work: rounds of this many seconds, at most five.
-struct Work {
-    unsigned round;
-    int32_t init_result;
-    int rounds;
-} g_work;
-
-int32_t WorkInit(void *work)
-{
-    FakeBoard::Active()->Record("init");
-    return static_cast<Work *>(work)->init_result;
-}
-
-int32_t WorkLoop(void *work)
-{
-    sleep(static_cast<Work *>(work)->round);
-    return ++static_cast<Work *>(work)->rounds < 5 ? 0 : -1;
-}
-
-void WorkExit(void * /*work*/)
-{
-    FakeBoard::Active()->Record("exit");
-}
-
-/// SECONDS [INIT-RESULT]: a thread with such rounds; without INIT-RESULT it has no init and exit.
+/// SECONDS [INIT-RESULT]: a thread of five such rounds; without INIT-RESULT it has no init and
+/// exit.
 std::string InitThread(FakeBoard & /*board*/, const Words &words)
 {
+    static struct Work {
+        unsigned round;
+        int init_result, rounds;
+    } work;
     const bool all = words.size() > 2;
-    g_work = {static_cast<unsigned>(NumberOf(words.at(1))), all ? std::stoi(words.at(2)) : 0, 0};
-    return ResultText(CTHREAD_Init(&g_thread, &g_work, all ? WorkInit : nullptr, WorkLoop,
-                                   all ? WorkExit : nullptr));
+    work = {static_cast<unsigned>(std::stoi(words.at(1))), all ? std::stoi(words[2]) : 0, 0};
+    const auto init = [](void *own) {
+        FakeBoard::Active()->Record("init");
+        return static_cast<Work *>(own)->init_result;
+    };
+    const auto loop = [](void *own) {
+        sleep(static_cast<Work *>(own)->round);
+        return ++static_cast<Work *>(own)->rounds < 5 ? 0 : -1;
+    };
+    const auto exit = [](void *own) {
+        FakeBoard::Active()->Record("exit " + std::to_string(static_cast<Work *>(own)->rounds));
+    };
+    return ResultText(
+        CTHREAD_Init(&g_thread, &work, all ? +init : nullptr, +loop, all ? +exit : nullptr));
 }
 
-/// Whether each operation is in its place in the records.
-std::string Slots(FakeBoard & /*board*/, const Words & /*words*/)
-{
-    const CICOMM::Operations &channel = g_channel.operations;
-    return ResultText(g_watchdog.close == CWDT_Close && g_watchdog.keep_alive == CWDT_KeepAlive &&
-                      g_watchdog.disable == CWDT_Disable &&
-                      g_watchdog.set_timeout == CWDT_SetTimeout) +
-           " " +
-           std::to_string(g_thread.stop == CTHREAD_Stop && g_thread.start == CTHREAD_Start &&
-                          g_thread.stop_again == CTHREAD_Stop) +
-           " " +
-           std::to_string(channel.close == CICOMM_Close && channel.get_fd == CICOMM_GetFd &&
-                          channel.send == CICOMM_Send);
-}
-
-#define PLAIN(function) {#function, Plain(function)},
+#define PLAIN(function) {#function, Call(&kFunction<function>)},
+#define WRITER(function) {#function, Writer(&kFunction<function>)},
 // clang-format off
 const std::map<std::string, Operation> kOperations = {
-    {"show", Show}, {"install", Install}, {"installed", Installed}, {"numbers", Numbers},
-    {"slots", Slots},
-    {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
+    {"show", Show}, {"check", Check}, {"install", Install}, {"numbers", Numbers},
     {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
     {"clock", [](FakeBoard &board, auto &) { return ResultText(board.clock); }},
-    PLAIN(CRTC_GetTime)
+    {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
+    // The operations of the records are called through them.
+    {"CICOMM_Close", Call(&g_channel.operations.close)},
+    {"CICOMM_GetFd", Call(&g_channel.operations.get_fd)},
+    {"CICOMM_Send", Call(&g_channel.operations.send)},
+    {"CTHREAD_Start", Call(&g_thread.start)}, {"CTHREAD_Stop", Call(&g_thread.stop)},
+    {"stop_again", Call(&g_thread.stop_again)},
+    {"CWDT_Close", Call(&g_watchdog.close)}, {"CWDT_Disable", Call(&g_watchdog.disable)},
+    {"CWDT_KeepAlive", Call(&g_watchdog.keep_alive)},
+    {"CWDT_SetTimeout", Call(&g_watchdog.set_timeout)},
+    WRITER(CUTIL_SetConfValue) WRITER(CUTIL_SetConfValueSep) WRITER(CUTIL_SetFileValue)
     PLAIN(CARP_SendProbe) PLAIN(CCAM_ReadTimeout) PLAIN(CCAM_SendCommand)
     PLAIN(CFlash_CheckImage) PLAIN(CFlash_CheckJffs2) PLAIN(CFlash_Confirm) PLAIN(CFlash_Crc32)
-    PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CICOMM_Close)
-    PLAIN(CICOMM_GetFd) PLAIN(CICOMM_Init) PLAIN(CICOMM_Send) PLAIN(CSERIAL_Rs232Exchange)
-    PLAIN(CSERIAL_Rs485Exchange) PLAIN(CSYSMGR_SendPacket) PLAIN(CTHREAD_Start)
-    PLAIN(CTHREAD_Stop) PLAIN(CUTIL_CheckTimeout) PLAIN(CUTIL_ElapsedUsec)
-    PLAIN(CUTIL_GetConfValue) PLAIN(CUTIL_GetConfValueExact) PLAIN(CUTIL_GetConfValueSep)
-    PLAIN(CUTIL_IsProc) PLAIN(CUTIL_KillProc) PLAIN(CUTIL_KillProcAll)
-    PLAIN(CUTIL_ParseConfLine) PLAIN(CUTIL_ParseConfLineSep) PLAIN(CUTIL_ParseDecimal)
-    PLAIN(CUTIL_Reboot) PLAIN(CUTIL_RebootFixedList) PLAIN(CUTIL_SendCommand)
-    PLAIN(CUTIL_SetConfValue) PLAIN(CUTIL_SetConfValueSep) PLAIN(CUTIL_SetFileValue)
-    PLAIN(CWDT_Close) PLAIN(CWDT_Disable) PLAIN(CWDT_Init) PLAIN(CWDT_KeepAlive)
-    PLAIN(CWDT_SetTimeout) PLAIN(TEV_SendLocalUDPData) PLAIN(full_read) PLAIN(full_write)
-    PLAIN(sleep) PLAIN(write_gpioi2c)
+    PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CICOMM_Init) PLAIN(CRTC_GetTime)
+    PLAIN(CSERIAL_Rs232Exchange) PLAIN(CSERIAL_Rs485Exchange) PLAIN(CSYSMGR_SendPacket)
+    PLAIN(CUTIL_CheckTimeout) PLAIN(CUTIL_ElapsedUsec) PLAIN(CUTIL_GetConfValue)
+    PLAIN(CUTIL_GetConfValueExact) PLAIN(CUTIL_GetConfValueSep) PLAIN(CUTIL_IsProc)
+    PLAIN(CUTIL_KillProc) PLAIN(CUTIL_KillProcAll) PLAIN(CUTIL_ParseConfLine)
+    PLAIN(CUTIL_ParseConfLineSep) PLAIN(CUTIL_ParseDecimal) PLAIN(CUTIL_Reboot)
+    PLAIN(CUTIL_RebootFixedList) PLAIN(CUTIL_SendCommand) PLAIN(CWDT_Init)
+    PLAIN(TEV_SendLocalUDPData) PLAIN(full_read) PLAIN(full_write) PLAIN(sleep)
+    PLAIN(write_gpioi2c)
 };
 // clang-format on
 
 void RunOne(FakeBoard &board, const Words &words)
 {
-    const Applet *applet = Applets();
-    while (applet->name != nullptr && words.at(0) != applet->name) {
-        ++applet;
-    }
-    if (applet->name != nullptr || words.at(0) == "qve") {
-        const int result = applet->name != nullptr
-                               ? StartHandler(applet->handler, words)
-                               : StartHandler(Dispatch, {words.begin() + 1, words.end()});
-        result != 0 ? board.Record(ResultText(result)) : void();
+    if (words.at(0) == "qve") {
+        Start(board, Dispatch, std::span{words}.subspan(1));
         return;
     }
-    if (!kOperations.contains(words.at(0))) {
-        throw std::runtime_error("no operation " + words.at(0));
+    for (const Applet *applet = Applets(); applet->name != nullptr; ++applet) {
+        if (words[0] == applet->name) {
+            Start(board, applet->handler, words);
+            return;
+        }
     }
-    const std::string result = kOperations.at(words.at(0))(board, words);
+    if (!kOperations.contains(words[0])) {
+        throw std::runtime_error("no operation " + words[0]);
+    }
+    const std::string result = kOperations.at(words[0])(board, words);
     for (const int fd : std::exchange(g_opened, {})) {
         close(fd);
     }
-    result.empty() ? void() : board.Record(result);
+    if (!result.empty()) {
+        board.Record(result);
+    }
 }
 
 } // namespace

@@ -8,6 +8,15 @@ uint32_t Size(const std::string &bytes)
     return static_cast<uint32_t>(bytes.size());
 }
 
+std::string LittleEndian(uint32_t word)
+{
+    std::string bytes;
+    for (int i = 0; i < 4; ++i) {
+        bytes += static_cast<char>(word >> (8 * i));
+    }
+    return bytes;
+}
+
 } // namespace
 
 uint32_t Crc32(const std::string &bytes)
@@ -20,15 +29,6 @@ uint32_t Crc32(const std::string &bytes)
         }
     }
     return ~crc;
-}
-
-std::string LittleEndian(uint32_t word)
-{
-    std::string bytes;
-    for (int i = 0; i < 4; ++i) {
-        bytes += static_cast<char>(word >> (8 * i));
-    }
-    return bytes;
 }
 
 std::string BigEndian(uint32_t word)
@@ -46,22 +46,33 @@ uint32_t WordAt(const std::string &bytes, size_t offset)
     return word;
 }
 
-std::string ImageBuilder::Build() const
+std::string BuildPackage(std::map<std::string, std::string> parts)
 {
-    std::string header = BigEndian(0x27051956) + std::string(4, '\0') + "time" +
-                         BigEndian(Size(data)) + "loadentr" + BigEndian(Crc32(data)) +
-                         std::string{system, architecture, type, compression} +
-                         std::string(32, 'n');
-    return header.replace(4, 4, BigEndian(Crc32(header))) + data;
-}
+    parts.merge(std::map<std::string, std::string>{{"marker", "3510"},
+                                                   {"version", "1"},
+                                                   {"data", std::string(1000, 'K')},
+                                                   {"system", "5"},
+                                                   {"architecture", "2"},
+                                                   {"type", "2"},
+                                                   {"compression", "1"},
+                                                   {"second", "second region"},
+                                                   {"etc", "\x85\x19 file system"}});
+    std::string kernel = BigEndian(0x27051956) + std::string(4, '\0') + "time" +
+                         BigEndian(Size(parts["data"])) + "loadentr" +
+                         BigEndian(Crc32(parts["data"]));
+    for (const char *code : {"system", "architecture", "type", "compression"}) {
+        kernel += static_cast<char>(std::stoi(parts[code]));
+    }
+    kernel += std::string(32, 'n');
+    kernel.replace(4, 4, BigEndian(Crc32(kernel))) += parts["data"];
 
-std::string PackageBuilder::Build() const
-{
-    const std::string image = kernel.Build();
-    const std::string sizes =
-        LittleEndian(Size(image)) + LittleEndian(Size(second)) + LittleEndian(Size(etc));
-    return marker + LittleEndian(static_cast<uint8_t>(version)) +
-           (version == 3 ? "any." + sizes + std::string(40, '.') : sizes) + image + second + etc;
+    std::string sizes;
+    for (const std::string &region : {kernel, parts["second"], parts["etc"]}) {
+        sizes += LittleEndian(Size(region));
+    }
+    return parts["marker"] + LittleEndian(static_cast<uint32_t>(std::stoul(parts["version"]))) +
+           (parts["version"] == "3" ? "any." + sizes + std::string(40, '.') : sizes) + kernel +
+           parts["second"] + parts["etc"];
 }
 
 std::string RegionOf(const std::string &package, int number)

@@ -51,52 +51,42 @@ Device::Piece FrameOf(const Words &words)
     return frame;
 }
 
+/// "N" or "N-M"
+std::pair<int, int> RangeOf(const std::string &word)
+{
+    return {std::stoi(word), std::stoi(word.substr(word.find('-') + 1))};
+}
+
 /// FUNCTION ERROR [N | N-M] [PATH]
-FakeBoard::Fault FaultOf(const Words &words)
+void AddFault(FakeBoard &board, const Words &words)
 {
     int error = 0;
     while (words.at(2) != "0" &&
-           (strerrorname_np(error) == nullptr || words.at(2) != strerrorname_np(error))) {
+           (strerrorname_np(error) == nullptr || words[2] != strerrorname_np(error))) {
         ++error;
     }
-    FakeBoard::Fault fault{words.at(1), error};
-    if (words.size() > 3) {
-        fault.first = std::stoi(words.at(3));
-        fault.last = std::stoi(words.at(3).substr(words.at(3).find('-') + 1));
-        fault.path = words.size() > 4 ? words.at(4) : "";
-    }
-    return fault;
+    const auto [first, last] = RangeOf(words.size() > 3 ? words[3] : "1");
+    board.Fail({words[1], error, first, last, words.size() > 4 ? words[4] : ""});
 }
 
 /// ID | FIRST-LAST, then the command line
 void AddProcesses(FakeBoard &board, const Words &words)
 {
-    const int last = std::stoi(words.at(1).substr(words.at(1).find('-') + 1));
-    for (int id = std::stoi(words.at(1)); id <= last; ++id) {
+    const auto [first, last] = RangeOf(words.at(1));
+    for (int id = first; id <= last; ++id) {
         board.Write("/proc/" + std::to_string(id) + "/cmdline", words.at(2));
     }
 }
 
-/// [KEY=VALUE...]
+/// [PART=VALUE...]
 void WritePackage(FakeBoard &board, const Words &words)
 {
-    PackageBuilder package;
-    const std::map<std::string, std::string *> texts = {{"marker", &package.marker},
-                                                        {"second", &package.second},
-                                                        {"etc", &package.etc},
-                                                        {"data", &package.kernel.data}};
-    const std::map<std::string, char *> codes = {{"version", &package.version},
-                                                 {"architecture", &package.kernel.architecture},
-                                                 {"type", &package.kernel.type},
-                                                 {"compression", &package.kernel.compression},
-                                                 {"system", &package.kernel.system}};
+    std::map<std::string, std::string> parts;
     for (size_t i = 1; i < words.size(); ++i) {
         const size_t end = words[i].find('=');
-        const std::string key = words[i].substr(0, end), value = words[i].substr(end + 1);
-        texts.contains(key) ? void(*texts.at(key) = value)
-                            : void(*codes.at(key) = static_cast<char>(Number(value)));
+        parts[words[i].substr(0, end)] = words[i].substr(end + 1);
     }
-    board.Write("/tmp/flash3", package.Build());
+    board.Write("/tmp/flash3", BuildPackage(parts));
 }
 
 /// PATH REQUEST RECORD...: the driver's answers, one record a call; commas separate its words.
@@ -159,16 +149,11 @@ void AddFlash(FakeBoard &board, const Words &words)
     DeviceOf(board, words).bytes = words.at(2);
 }
 
-void AddLine(FakeBoard &board, const Words &words)
-{
-    DeviceOf(board, words).kind = Device::kLine;
-    DeviceOf(board, words).send_time = Number(words.at(2));
-}
-
 const std::map<std::string, Preparation> kPreparations = {
     {"file", [](auto &b, auto &w) { b.Write(w.at(1), w.at(2)); }},
     {"conf", [](auto &b, auto &w) { b.Write("/etc/a.conf", w.at(1)); }},
     {"new", [](auto &b, auto &w) { b.new_etc[w.at(1)] = w.at(2); }},
+    {"model", [](auto &b, auto &w) { b.Write("/etc/cam_model.conf", "cam_model=" + w.at(1)); }},
     {"package", WritePackage},
     {"poke", Poke},
     {"cut",
@@ -179,26 +164,29 @@ const std::map<std::string, Preparation> kPreparations = {
     {"clock", [](auto &b, auto &w) { b.clock = Number(w.at(1)); }},
     {"at", PrepareAt},
     {"signal", [](auto &b, auto &w) { b.signal_handlers.at(std::stoi(w.at(1)))(0); }},
-    {"fail", [](auto &b, auto &w) { b.Fail(FaultOf(w)); }},
+    {"fail", AddFault},
     {"no-input", CloseInput},
     {"driver", AddDriver},
     {"answer", AddAnswers},
     {"flash", AddFlash},
+    {"environment",
+     [](auto &b, auto &w) {
+         AddFlash(b, {"flash", "/dev/mtd/0",
+                      std::string(0x40000, 'x') + w.at(1) + '\0' + std::string(512, '.')});
+     }},
     {"transfer", [](auto &b, auto &w) { DeviceOf(b, w).transfer = std::stoul(w.at(2)); }},
     {"stuck",
      [](auto &b, auto &w) {
          DeviceOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3));
      }},
-    {"line", AddLine},
+    {"line", [](auto &b, auto &w) { DeviceOf(b, w).kind = Device::kLine; }},
+    {"send-time", [](auto &b, auto &w) { DeviceOf(b, w).send_time = Number(w.at(2)); }},
     {"received", [](auto &b, auto &w) { DeviceOf(b, w).input.push_back({w.at(2)}); }},
     {"reply",
      [](auto &b, auto &w) {
          DeviceOf(b, w).replies[w.at(2)[0]] = {w.begin() + 3, w.end()};
      }},
     {"hear", [](auto &b, auto &w) { b.devices["packet socket"].input.push_back(FrameOf(w)); }},
-    {"datagram", [](auto &b, auto &w) { b.datagrams.push_back(w.at(1)); }},
-    {"send-time", [](auto &b, auto &w) { b.send_time = Number(w.at(1)); }},
-    {"longest-send", [](auto &b, auto &w) { b.longest_send = std::stoul(w.at(1)); }},
 };
 
 char Unescaped(const std::string &line, size_t &at)

@@ -151,15 +151,16 @@ TEST(Sweep, OneCallThatFailsLeavesTheOldConfigurationFileOrTheNewOne)
             SCOPED_TRACE(line + (" " + call));
             // Only the first writer distinguishes failures and checks whether the file is in use.
             const bool looks = lowest == -3 && nth == 1;
-            const bool done = looks || call == "fclose /etc/a.conf";
+            const bool done = looks || call == "close /etc/a.conf";
             const int failure = call.ends_with("/etc/a.conf") ? -1
                                 : call.starts_with("rename")  ? -3
                                                               : -2;
             const std::string found = board.TakeTranscript();
             const int result = done ? 0 : std::max(failure, lowest);
-            EXPECT_TRUE(found.ends_with("\n= " + std::to_string(result))) << found;
-            EXPECT_EQ(found.starts_with("\nout"), call.starts_with("fopen") && !looks);
-            EXPECT_EQ(board.Read("/etc/a.conf"), (done ? "key=9\n" : "key=1\n") + rest);
+            const std::string file = (done ? "key=9\n" : "key=1\n") + rest;
+            EXPECT_TRUE(found.ends_with("\n= " + std::to_string(result) + " " + Escaped(file)))
+                << found;
+            EXPECT_EQ(found.starts_with("\nout"), call.starts_with("open") && !looks);
             EXPECT_EQ(board.Read("/etc/temp.conf") != "(none)", call.starts_with("rename"));
         }
     }

@@ -92,7 +92,7 @@ void Prepare(FakeBoard &board, const std::string &text)
         const auto events = static_cast<short>(text[at] & (POLLIN | POLLERR | POLLHUP));
         board.devices["packet socket"].input.push_back({text.substr(at + 1, 42), events});
     }
-    board.datagrams = {text, text + std::string(110'000, 'x'), text};
+    board.devices["socket"].input = {{text}, {text + std::string(110'000, 'x')}, {text}};
 }
 
 void Fuzz(const std::string &input)
