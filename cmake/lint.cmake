@@ -16,6 +16,7 @@ add_custom_target(lint
     COMMAND cppcheck --quiet --error-exitcode=1 --inline-suppr --std=c++20
             --enable=warning,style,performance,portability
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm
+            --suppress=constParameterCallback --suppress=normalCheckLevelMaxBranches
             -I ${PROJECT_SOURCE_DIR} -DQVE_VERSION="" -DQVE_BUILD_STAMP="" ${sources}
     COMMAND shellcheck -x ${scripts}
     COMMAND scripts/check-includes.sh

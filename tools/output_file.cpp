@@ -53,6 +53,7 @@ void HandleSignals()
 }
 
 /// mkstemp, with no moment at which a signal leaves the file behind.
+// cppcheck-suppress constParameterReference ; mkstemp writes the name
 int MakeScratch(std::string &path, OutputFile::Unfinished &unfinished)
 {
     const HeldSignals held;

@@ -108,13 +108,12 @@ int upgrade(int argc, char **argv)
     // The stamp belongs to the daemon's version, not to this build.
     syslog(LOG_INFO, "%s(%s) start", "Upgrade Daemon v1.0.0.1", "2012.09.25-00:50+0000");
 
-    const std::span<char *const> arguments{argv + 1, argv + argc};
     Request request;
-    if (arguments.size() < 2) { // a single argument is ignored
+    if (argc <= 2) { // a single argument is ignored
         sleep(2);
         SignalServices(kQuietStops);
     } else {
-        request = ParseArguments(arguments);
+        request = ParseArguments({argv + 1, argv + argc});
         NotifySystemManager();
         StopServices();
     }
