@@ -1,6 +1,6 @@
 #!/bin/bash
-# Measures the program against its peers and writes bench/RESULTS.md. Needs an idle machine. Takes a
-# quarter of an hour, most of it on the emulated board. With names of rows, prints these only.
+# Measures the program against its peers and writes bench/RESULTS.md. Needs an idle machine. Takes
+# half an hour, most of it on the emulated board. With names of rows, prints these only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/install-packages.sh

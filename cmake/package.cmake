@@ -22,6 +22,8 @@ install(FILES ${program_pages} DESTINATION ${QVE_SHAREDIR}/man/man8
         COMPONENT program EXCLUDE_FROM_ALL)
 install(FILES ${program_documents} DESTINATION ${QVE_SHAREDIR}/doc/qve
         COMPONENT program EXCLUDE_FROM_ALL)
+install(FILES docs/pictures/power-cut.svg DESTINATION ${QVE_SHAREDIR}/doc/qve/pictures
+        COMPONENT program EXCLUDE_FROM_ALL)
 
 if(CMAKE_CROSSCOMPILING)
     set(CPACK_PACKAGING_INSTALL_PREFIX /)
