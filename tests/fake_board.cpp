@@ -6,12 +6,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <utility>
-
-namespace fs = std::filesystem;
 
 namespace
 {
@@ -36,29 +33,14 @@ std::FILE *OpenStream(const char *name)
 
 } // namespace
 
-OffBoard::OffBoard() : board(std::exchange(g_active, nullptr)) {}
-
-OffBoard::~OffBoard()
-{
-    g_active = board;
-}
-
 FakeBoard::FakeBoard()
 {
-    // In memory if possible: the tests write and rename thousands of files.
-    const fs::path memory = "/dev/shm";
-    const fs::path place = fs::is_directory(memory) ? memory : fs::temp_directory_path();
-    std::string name = place / "qve-board.XXXXXX";
-    root_ = mkdtemp(name.data());
-    for (const char *directory : {"etc", "dev", "proc", "tmp", "bin"}) {
-        fs::create_directories(root_ / directory);
-    }
     for (const char *partition : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
-        devices[partition].kind = Device::kFlash;
-        devices[partition].bytes.assign(size_t{4} * Device::kBlock, 'U');
+        nodes[partition].kind = Node::kFlash;
+        nodes[partition].bytes.assign(size_t{4} * Node::kBlock, 'U');
     }
-    devices["socket"].kind = devices["packet socket"].kind = Device::kSocket;
-    devices["/dev/misc/watchdog"].answers = {{0x80045707, {{30}}}}; // its time-out
+    nodes["socket"].kind = nodes["packet"].kind = Node::kSocket;
+    nodes["/dev/misc/watchdog"].answers = {{0x80045707, {{30}}}}; // its time-out
 }
 
 FakeBoard::~FakeBoard()
@@ -66,24 +48,27 @@ FakeBoard::~FakeBoard()
     for (const auto &[fd, file] : open_files) {
         close(fd);
     }
-    if (!has_input) {
-        openat(AT_FDCWD, "/dev/null", O_RDONLY); // as descriptor 0
+    if (fcntl(0, F_GETFD) < 0) {
+        open("/dev/null", O_RDONLY); // as descriptor 0
     }
-    fs::remove_all(root_);
 }
 
 void FakeBoard::Write(const std::string &path, const std::string &text)
 {
-    const OffBoard off;
-    fs::create_directories(fs::path{Map(path)}.parent_path());
-    std::ofstream{Map(path), std::ios::binary} << text;
+    nodes[path] = {};
+    nodes[path].kind = Node::kFile;
+    nodes[path].bytes = text;
+}
+
+void FakeBoard::Remove(const std::string &path)
+{
+    nodes.erase(path);
+    nodes.erase(nodes.lower_bound(path + '/'), nodes.lower_bound(path + char{'/' + 1}));
 }
 
 std::string FakeBoard::Read(const std::string &path) const
 {
-    const OffBoard off;
-    std::ifstream file{Map(path), std::ios::binary};
-    return file ? std::string{std::istreambuf_iterator<char>{file}, {}} : "(none)";
+    return nodes.contains(path) ? nodes.at(path).bytes : "(none)";
 }
 
 void FakeBoard::Run(const std::function<void()> &function)
@@ -121,9 +106,6 @@ void FakeBoard::End()
             Record("left open " + file.path);
         }
     }
-    for (const auto &[directory, own] : std::exchange(open_directories, {})) {
-        Record("left open " + own.path);
-    }
     g_active = nullptr;
 }
 
@@ -134,23 +116,21 @@ void FakeBoard::Leave()
 
 std::string FakeBoard::TakeTranscript(const std::vector<std::string> &words)
 {
-    std::vector<Line> lines;
-    for (const Line &line : std::exchange(transcript_, {})) {
-        const auto begins = [&line](const auto &word) { return line.text.starts_with(word); };
+    std::vector<std::pair<std::string, int>> lines; // with their counts
+    for (const std::string &line : std::exchange(transcript_, {})) {
+        const auto begins = [&line](const auto &word) { return line.starts_with(word); };
         if (!words.empty() && !begins("left open") && !begins("= ") &&
             std::ranges::none_of(words, begins)) {
             continue;
         }
-        if (lines.empty() || lines.back().text != line.text || begins("= ")) {
-            lines.push_back({line.text, 0, 0});
+        if (lines.empty() || lines.back().first != line || begins("= ")) {
+            lines.emplace_back(line, 0);
         }
-        ++lines.back().count;
-        lines.back().bytes += line.bytes;
+        ++lines.back().second;
     }
     std::string found;
-    for (const auto &[text, count, bytes] : lines) {
-        found += "\n" + Escaped(text) + (bytes > 0 ? " " + std::to_string(bytes) + " bytes" : "") +
-                 (count > 1 ? " x" + std::to_string(count) : "");
+    for (const auto &[line, count] : lines) {
+        found += "\n" + Escaped(line) + (count > 1 ? " x" + std::to_string(count) : "");
     }
     return found;
 }
@@ -160,10 +140,10 @@ FakeBoard *FakeBoard::Active()
     return g_active;
 }
 
-int FakeBoard::Record(const std::string &line, size_t bytes)
+int FakeBoard::Record(const std::string &line)
 {
     EndPiece();
-    transcript_.push_back({line, 1, bytes});
+    transcript_.push_back(line);
     if (transcript_.size() > 100'000) {
         std::abort(); // the program never ends
     }
@@ -225,14 +205,12 @@ int FakeBoard::Shell(const char *command)
     if (Fails("system", command)) {
         return -1;
     }
-    const OffBoard off;
     std::istringstream stream{command};
     const std::vector<std::string> words{std::istream_iterator<std::string>{stream}, {}};
-    std::error_code failure; // a real command would report it itself
-    if (words[0].ends_with("cp") && words.size() >= 4) {
-        fs::copy_file(Map(words[2]), Map(words[3]), fs::copy_options::overwrite_existing, failure);
+    if (words[0].ends_with("cp") && words.size() >= 4 && nodes.contains(words[2])) {
+        nodes[words[3]] = nodes[words[2]];
     } else if (words[0].ends_with("rm")) {
-        fs::remove(Map(words[2]), failure);
+        nodes.erase(words[2]);
     } else if (words[0] == "/bin/mount") {
         for (const auto &[path, text] : new_etc) {
             Write(path, text);
@@ -245,8 +223,7 @@ int FakeBoard::Kill(int id, int signal_number)
 {
     Record("kill " + std::to_string(id) + " " + std::to_string(signal_number));
     if (processes_obey) {
-        const OffBoard off;
-        fs::remove_all(Map("/proc/" + std::to_string(id)));
+        Remove("/proc/" + std::to_string(id));
     }
     return 0;
 }
@@ -259,16 +236,14 @@ bool FakeBoard::Unmount(const std::string &path)
             return false;
         }
     }
-    const OffBoard off;
-    fs::remove_all(Map(path));
-    fs::create_directory(Map(path));
+    Remove(path);
     return true;
 }
 
-Device *FakeBoard::DeviceAt(const std::string &path)
+Node *FakeBoard::NodeAt(const std::string &path)
 {
-    const auto device = devices.find(path);
-    return device != devices.end() ? &device->second : nullptr;
+    const auto node = nodes.find(path);
+    return node != nodes.end() ? &node->second : nullptr;
 }
 
 void FakeBoard::RunWorker()

@@ -5,7 +5,6 @@
 // FakeBoard::Run runs, these calls come here. Otherwise they work as usual.
 #pragma once
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
@@ -16,30 +15,25 @@
 #include <cstdint>
 #include <cstdio>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-/// An open descriptor of the program: a file, a device, or a socket under the name of its kind.
+/// An open descriptor of the program. A socket has the name of its kind in place of a path.
 struct OpenFile {
     std::string path;
     int flags = O_RDWR;
-    size_t position = 0;  ///< in a flash partition
-    bool is_told = false; ///< the transcript already says that it is left open
+    size_t position = 0;               ///< in a file or a flash partition
+    bool is_told = false;              ///< the transcript already says that it is left open
+    std::set<std::string> unread = {}; ///< names in a directory
 };
 
-struct OpenDirectory {
-    std::string path;
-    std::set<std::string> unread; ///< names of entries
-};
-
-/// The device behind a node. One record for all kinds; each kind uses some of the members.
-struct Device {
+/// What is behind a path. One record for all kinds; each kind uses some of the members.
+struct Node {
     static constexpr uint32_t kBlock = 4096;
-    enum Kind { kDriver, kFlash, kLine, kSocket };
+    enum Kind { kDriver, kFile, kFlash, kLine, kSocket };
 
     // Like the calls of these names; an error is -1 with errno.
     ssize_t Read(OpenFile &file, void *buffer, size_t count);
@@ -55,7 +49,7 @@ struct Device {
     int result = 0; ///< of a request
     std::map<unsigned long, std::deque<std::vector<uint32_t>>> answers; ///< the last one repeats
 
-    // Flash: an erased block is 0xFF, and a write can only clear bits.
+    // Files and flash. An erased block of flash is 0xFF, and a write can only clear bits.
     std::string bytes = {};
     size_t transfer = SIZE_MAX;             ///< the most that one read, write or send moves
     std::map<size_t, int> stuck_bytes = {}; ///< lowest bit stays set, for this many writes
@@ -82,6 +76,7 @@ public:
     // --- preparations
 
     void Write(const std::string &path, const std::string &text);
+    void Remove(const std::string &path); ///< and everything below it
     /// Lets calls of a C library function fail, on paths that contain `path`. Streams use the calls
     /// on files; "" means every call. With error 0, a call that moves bytes moves none, and other
     /// calls work.
@@ -100,11 +95,10 @@ public:
         std::function<void()> action;
     };
 
-    std::map<std::string, Device> devices;      ///< by path; sockets by the name of their kind
+    std::map<std::string, Node> nodes;          ///< by path
     std::map<std::string, std::string> new_etc; ///< the files of /etc after the next mount
     std::vector<Event> events;
     bool processes_obey = true;        ///< a signal ends a process
-    bool has_input = true;             ///< descriptor 0 is open
     int64_t clock = 1'000'000'000'000; ///< microseconds
 
     /// Calls the function on the board until it returns or the process ends.
@@ -114,7 +108,7 @@ public:
 
     /// The transcript since the last call, its bytes escaped, with a line break before each line:
     /// only lines that begin with one of the words, or all lines without words. Repeated lines are
-    /// counted, and their bytes added up. Its end always lists open descriptors and directories.
+    /// counted. Its end always lists open descriptors.
     std::string TakeTranscript(const std::vector<std::string> &words = {});
     [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
     /// The first call that was made to fail and its path, or "".
@@ -123,19 +117,18 @@ public:
     // --- for the C library calls
 
     static FakeBoard *Active();
-    /// Adds a line and the number of bytes that it moved. Returns 0, like a call that works.
-    int Record(const std::string &line, size_t bytes = 0);
+    /// Adds a line. Returns 0, like a call that works.
+    int Record(const std::string &line);
     /// Records the output of a stream. A line that comes in pieces is recorded as one line. If
     /// something else comes in between, the piece is recorded before it and ends in "\c".
     void Print(const std::string &stream, const std::string &text);
     bool Fails(const std::string &function, const std::string &path);
-    [[nodiscard]] std::string Map(const std::string &path) const { return root_.string() + path; }
     int Shell(const char *command);
     int Kill(int id, int signal_number);
     bool Unmount(const std::string &path); ///< unless a file on it is open
     [[noreturn]] void Leave();             ///< the function that Run called
-    /// The device behind the path; null for anything else.
-    [[nodiscard]] Device *DeviceAt(const std::string &path);
+    /// Null if there is nothing behind the path.
+    [[nodiscard]] Node *NodeAt(const std::string &path);
 
     // There can be a second thread, which is a coroutine. The two run in turn, each until it
     // pauses, so their effects have the same order in every run. If two pauses end together, the
@@ -144,23 +137,15 @@ public:
     void Pause(int64_t microseconds);
 
     std::map<int, OpenFile> open_files;
-    std::map<DIR *, OpenDirectory> open_directories;
     std::map<int, void (*)(int)> signal_handlers;
 
 private:
-    struct Line {
-        std::string text;
-        int count;
-        size_t bytes;
-    };
-
     void Begin();
     void End();
     void EndPiece();
     static void RunWorker();
 
-    std::filesystem::path root_;
-    std::vector<Line> transcript_;
+    std::vector<std::string> transcript_;
     std::string piece_; ///< of a stream's unfinished line, with the stream's name
     std::vector<Fault> faults_;
     std::string failed_;
@@ -172,13 +157,6 @@ private:
     std::vector<char> worker_stack_;
     void *(*worker_body_)(void *) = nullptr;
     void *worker_argument_ = nullptr;
-};
-
-/// While it exists, calls do not count as the program's.
-struct OffBoard {
-    OffBoard();
-    ~OffBoard();
-    FakeBoard *const board;
 };
 
 /// The bytes as "0a ff"; four or more equal bytes as "00*4".

@@ -1,6 +1,7 @@
 // The C library calls with outside effects, on the fake board. A definition in an executable
 // overrides the shared library's, so the program needs no hooks for its tests.
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
@@ -60,11 +61,6 @@ int FailWith(int error)
     return -1;
 }
 
-std::string MapPath(const char *path)
-{
-    return Active() != nullptr ? Active()->Map(path) : path;
-}
-
 /// An open file of the program. For any other descriptor, a file without a path.
 OpenFile &FileAt(int fd)
 {
@@ -73,14 +69,14 @@ OpenFile &FileAt(int fd)
                                                                     : other;
 }
 
-Device *DeviceAt(int fd)
+Node *NodeAt(int fd)
 {
-    return Active() != nullptr ? Active()->DeviceAt(FileAt(fd).path) : nullptr;
+    return Active() != nullptr ? Active()->NodeAt(FileAt(fd).path) : nullptr;
 }
 
 bool IsSocket(int fd)
 {
-    return DeviceAt(fd) != nullptr && DeviceAt(fd)->kind == Device::kSocket;
+    return NodeAt(fd) != nullptr && NodeAt(fd)->kind == Node::kSocket;
 }
 
 /// Whether the descriptor is open to read, or to write.
@@ -92,8 +88,8 @@ bool MayUse(int fd, int mode)
 
 int Took(int fd, const std::string &path, int flags = O_RDWR)
 {
-    if (fd >= 0) {
-        Board().open_files[fd] = {path, flags};
+    if (fd >= 0 && Active() != nullptr) { // the sanitizers call pipe too
+        Active()->open_files[fd] = {path, flags};
     }
     return fd;
 }
@@ -103,33 +99,62 @@ int OpenReally(const std::string &path, int flags)
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path.c_str(), flags, 0666));
 }
 
-/// A path that is no device of the board is a file. The transcript shows a device that is opened
-/// in a special way.
+/// The transcript shows a device that is opened in a special way.
 int OpenOnBoard(const std::string &path, int flags)
 {
-    if (Fails("open", path)) {
-        return -1;
+    if ((flags & O_TRUNC) != 0) {
+        Board().Write(path, "");
     }
-    const bool is_device = Board().DeviceAt(path) != nullptr;
+    if (Board().NodeAt(path) == nullptr) {
+        return FailWith(ENOENT);
+    }
     const int special = flags & ~(O_ACCMODE | O_CREAT | O_TRUNC | O_CLOEXEC | O_LARGEFILE);
-    if (is_device && special != 0) {
+    if (special != 0) {
         const bool is_serial = special == (O_NOCTTY | O_NONBLOCK);
         Board().Record("open " + path +
                        (is_serial ? " noctty nonblock" : " " + std::to_string(special)));
     }
-    return Took(OpenReally(is_device ? "/dev/null" : Board().Map(path), flags), path, flags);
+    return Took(OpenReally("/dev/null", O_RDWR), path, flags);
+}
+
+/// From the beginning or from the current position.
+off_t Seek(OpenFile &file, off_t offset, int origin)
+{
+    offset += origin == SEEK_CUR ? static_cast<off_t>(file.position) : 0;
+    if (offset < 0) {
+        return FailWith(EINVAL);
+    }
+    file.position = static_cast<size_t>(offset);
+    return offset;
+}
+
+int Rename(const std::string &from, const std::string &to)
+{
+    auto node = Board().nodes.extract(from);
+    if (node.empty()) {
+        return FailWith(ENOENT);
+    }
+    Board().nodes[to] = std::move(node.mapped());
+    return 0;
 }
 
 int Terminal(int fd, unsigned long request, void *argument)
 {
-    return DeviceAt(fd) == nullptr ? FailWith(ENOTTY) : DeviceAt(fd)->Terminal(request, argument);
+    return NodeAt(fd) == nullptr ? FailWith(ENOTTY) : NodeAt(fd)->Terminal(request, argument);
+}
+
+/// A descriptor in place of a pointer. That of -1 is null.
+void *CookieOf(int fd)
+{
+    return reinterpret_cast<void *>(intptr_t{fd} + 1);
+}
+
+int FdOf(void *cookie)
+{
+    return static_cast<int>(reinterpret_cast<intptr_t>(cookie)) - 1;
 }
 
 // A stream on the board's files. It has the C library's own buffering and error handling.
-int FdOf(void *cookie)
-{
-    return static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-}
 
 ssize_t ReadStream(void *cookie, char *buffer, size_t count)
 {
@@ -171,8 +196,32 @@ int OpenSocket(int domain, int type, int protocol)
     } else if (domain != AF_INET || (type & ~SOCK_CLOEXEC) != SOCK_DGRAM || protocol != 0) {
         return FailWith(EPROTONOSUPPORT);
     }
-    return Took(REAL(socket)(AF_INET, SOCK_DGRAM, 0),
-                domain == AF_PACKET ? "packet socket" : "socket");
+    return Took(REAL(socket)(AF_INET, SOCK_DGRAM, 0), domain == AF_PACKET ? "packet" : "socket");
+}
+
+/// A listing in the order of the names.
+DIR *OpenDirectory(const std::string &path)
+{
+    const int fd = Took(OpenReally("/dev/null", O_RDONLY), path);
+    const auto &nodes = Board().nodes;
+    FileAt(fd).unread = {".", ".."};
+    for (auto node = nodes.lower_bound(path + "/");
+         node != nodes.end() && node->first.starts_with(path + "/"); ++node) {
+        const std::string below = node->first.substr(path.size() + 1);
+        FileAt(fd).unread.insert(below.substr(0, below.find('/')));
+    }
+    return static_cast<DIR *>(CookieOf(fd));
+}
+
+dirent *ReadDirectory(std::set<std::string> &unread)
+{
+    static dirent entry;
+    if (unread.empty()) {
+        return nullptr;
+    }
+    const std::string name = unread.extract(unread.begin()).value();
+    entry.d_name[name.copy(entry.d_name, sizeof entry.d_name - 1)] = '\0';
+    return &entry;
 }
 
 /// For select on one descriptor. A wait without input takes at least 10 ms, so that a spinning
@@ -181,7 +230,7 @@ int AwaitInput(int fd, fd_set *input, const timeval &timeout)
 {
     const int64_t limit = int64_t{timeout.tv_sec} * 1'000'000 + timeout.tv_usec;
     Board().Record("select " + std::to_string(limit));
-    if (FD_ISSET(fd, input) && !DeviceAt(fd)->input.empty()) {
+    if (FD_ISSET(fd, input) && !NodeAt(fd)->input.empty()) {
         return 1;
     }
     FD_ZERO(input);
@@ -203,24 +252,25 @@ extern "C" {
 // --- files and devices
 
 FAKE(ssize_t, read, (int fd, void *buffer, size_t count), , FileAt(fd).path,
-     DeviceAt(fd) == nullptr ? syscall(SYS_read, fd, buffer, count)
-     : MayUse(fd, O_RDONLY)  ? DeviceAt(fd)->Read(FileAt(fd), buffer, count)
-                             : FailWith(EBADF))
+     NodeAt(fd) == nullptr  ? syscall(SYS_read, fd, buffer, count)
+     : MayUse(fd, O_RDONLY) ? NodeAt(fd)->Read(FileAt(fd), buffer, count)
+                            : FailWith(EBADF))
 FAKE(ssize_t, write, (int fd, const void *buffer, size_t count), , FileAt(fd).path,
-     DeviceAt(fd) == nullptr                      ? syscall(SYS_write, fd, buffer, count)
-     : MayUse(fd, O_WRONLY) && count <= SSIZE_MAX ? DeviceAt(fd)->Write(FileAt(fd), buffer, count)
+     NodeAt(fd) == nullptr                        ? syscall(SYS_write, fd, buffer, count)
+     : MayUse(fd, O_WRONLY) && count <= SSIZE_MAX ? NodeAt(fd)->Write(FileAt(fd), buffer, count)
                                                   : FailWith(EBADF))
 FAKE(off_t, lseek, (int fd, off_t offset, int origin), __THROW, FileAt(fd).path,
-     DeviceAt(fd) == nullptr ? REAL64(lseek)(fd, offset, origin)
-                             : (FileAt(fd).position = static_cast<size_t>(offset), offset))
+     NodeAt(fd) == nullptr ? REAL64(lseek)(fd, offset, origin) : Seek(FileAt(fd), offset, origin))
 // Where times have 64 bits too, the headers give fstat a third name. fstatat does the same.
 FAKE(int, fstat, (int fd, struct stat *status), __THROW, FileAt(fd).path,
-     fstatat(fd, "", status, AT_EMPTY_PATH))
+     NodeAt(fd) == nullptr ? fstatat(fd, "", status, AT_EMPTY_PATH)
+                           : (status->st_size = static_cast<off_t>(NodeAt(fd)->bytes.size()), 0))
 FAKE(int, access, (const char *path, int mode), __THROW, path,
-     REAL(access)(MapPath(path).c_str(), mode))
-FAKE(int, remove, (const char *path), __THROW, path, REAL(remove)(MapPath(path).c_str()))
-FAKE(int, rename, (const char *from, const char *to), __THROW, from,
-     REAL(rename)(MapPath(from).c_str(), MapPath(to).c_str()))
+     Active() == nullptr               ? REAL(access)(path, mode)
+     : Board().NodeAt(path) != nullptr ? 0
+                                       : FailWith(ENOENT))
+FAKE(int, remove, (const char *path), __THROW, path, (Board().Remove(path), 0))
+FAKE(int, rename, (const char *from, const char *to), __THROW, from, Rename(from, to))
 FAKE(int, tcgetattr, (int fd, termios *settings), __THROW, FileAt(fd).path,
      Terminal(fd, TCGETS, settings))
 FAKE(int, tcsetattr, (int fd, int when, const termios *settings), __THROW, FileAt(fd).path,
@@ -233,7 +283,7 @@ FAKE(int, select,
      , "", AwaitInput(count - 1, input, *timeout))
 FAKE(int, poll, (pollfd * states, nfds_t count, int timeout), , "",
      Active() == nullptr ? REAL(poll)(states, count, timeout)
-                         : DeviceAt(states->fd)->Poll(*states, timeout))
+                         : NodeAt(states->fd)->Poll(*states, timeout))
 FAKE(int, mount,
      (const char *source, const char *target, const char *type, unsigned long flags,
       const void *data),
@@ -242,21 +292,13 @@ FAKE(int, mount,
                     std::to_string(flags) + (data != nullptr ? " data" : "")))
 FAKE(int, umount, (const char *path), __THROW, path, Board().Unmount(path) ? 0 : FailWith(EBUSY))
 
-int open(const char *path, int flags, ...)
-{
-    return Active() != nullptr ? OpenOnBoard(path, flags) : OpenReally(path, flags);
-}
+FAKE(int, open, (const char *path, int flags, ...), , path,
+     Active() != nullptr ? OpenOnBoard(path, flags) : OpenReally(path, flags))
 
 int openat(int fd, const char *path, int flags, ...)
 {
-    if (Active() != nullptr) {
-        for (const auto &[directory, own] : Active()->open_directories) {
-            if (dirfd(directory) == fd) {
-                return OpenOnBoard(own.path + "/" + path, flags);
-            }
-        }
-    }
-    return static_cast<int>(syscall(SYS_openat, fd, path, flags, 0666));
+    return FileAt(fd).path.empty() ? static_cast<int>(syscall(SYS_openat, fd, path, flags, 0666))
+                                   : open((FileAt(fd).path + "/" + path).c_str(), flags);
 }
 
 int close(int fd)
@@ -277,8 +319,8 @@ int ioctl(int fd, unsigned long request, ...) __THROW
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
     return Fails("ioctl", FileAt(fd).path) ? -1
-           : DeviceAt(fd) == nullptr       ? FailWith(ENOTTY)
-                                           : DeviceAt(fd)->Request(FileAt(fd), request, argument);
+           : NodeAt(fd) == nullptr         ? FailWith(ENOTTY)
+                                           : NodeAt(fd)->Request(FileAt(fd), request, argument);
 }
 
 std::FILE *fopen(const char *path, const char *mode)
@@ -288,47 +330,34 @@ std::FILE *fopen(const char *path, const char *mode)
     }
     const int fd = open(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
     return fd < 0 ? nullptr
-                  : fopencookie(reinterpret_cast<void *>(intptr_t{fd}), mode,
+                  : fopencookie(CookieOf(fd), mode,
                                 {ReadStream, WriteStream, SeekStream, CloseStream});
 }
 
-/// The entries are listed in the order of their names.
 DIR *opendir(const char *path)
 {
-    DIR *directory = Fails("opendir", path) ? nullptr : REAL(opendir)(MapPath(path).c_str());
-    if (directory != nullptr && Active() != nullptr) {
-        OpenDirectory &own = Active()->open_directories[directory] = {path, {".", ".."}};
-        const std::string real_path = MapPath(path);
-        const OffBoard off;
-        for (const auto &entry : std::filesystem::directory_iterator{real_path}) {
-            own.unread.insert(entry.path().filename());
-        }
-    }
-    return directory;
+    return Active() == nullptr      ? REAL(opendir)(path)
+           : Fails("opendir", path) ? nullptr
+                                    : OpenDirectory(path);
+}
+
+int dirfd(DIR *directory) __THROW
+{
+    return Active() == nullptr ? REAL(dirfd)(directory) : FdOf(directory);
 }
 
 dirent *readdir(DIR *directory)
 {
-    if (Active() == nullptr) {
-        return REAL64(readdir)(directory);
-    }
-    static dirent entry;
-    auto &names = Active()->open_directories[directory].unread;
-    if (names.empty()) {
-        return nullptr;
-    }
-    const std::string name = names.extract(names.begin()).value();
-    entry.d_name[name.copy(entry.d_name, sizeof entry.d_name - 1)] = '\0';
-    return &entry;
+    return Active() == nullptr ? REAL64(readdir)(directory)
+                               : ReadDirectory(FileAt(FdOf(directory)).unread);
 }
 
 int closedir(DIR *directory)
 {
-    if (Active() != nullptr) {
-        Active()->open_directories.erase(directory);
+    if (Active() == nullptr) {
+        return REAL(closedir)(directory);
     }
-    const int result = REAL(closedir)(directory);
-    return Fails("closedir", "") ? -1 : result;
+    return close(FdOf(directory)) != 0 || Fails("closedir", "") ? -1 : 0;
 }
 
 // --- processes and time
@@ -421,8 +450,7 @@ FAKE(int, bind, (int fd, const sockaddr *address, socklen_t size), __THROW, "",
      IsSocket(fd) && size == 16 ? Board().Record("bind " + AddressText(address))
                                 : FailWith(ENOTSOCK))
 FAKE(ssize_t, recv, (int fd, void *buffer, size_t count, int flags), , FileAt(fd).path,
-     IsSocket(fd) && flags == 0 ? DeviceAt(fd)->Read(FileAt(fd), buffer, count)
-                                : FailWith(ENOTSOCK))
+     IsSocket(fd) && flags == 0 ? NodeAt(fd)->Read(FileAt(fd), buffer, count) : FailWith(ENOTSOCK))
 FAKE(ssize_t, recvfrom,
      (int fd, void *buffer, size_t count, int flags, sockaddr *address, socklen_t *), ,
      FileAt(fd).path, address == nullptr ? recv(fd, buffer, count, flags) : FailWith(EINVAL))
@@ -433,7 +461,7 @@ ssize_t sendto(int fd, const void *buffer, size_t count, int flags, const sockad
     if (!IsSocket(fd) || flags != 0 || size != 16) {
         return FailWith(ENOTSOCK);
     }
-    Device &socket = *DeviceAt(fd);
+    Node &socket = *NodeAt(fd);
     Board().clock += socket.send_time;
     if (Fails("sendto", FileAt(fd).path)) {
         return FaultResult();

@@ -45,7 +45,6 @@ namespace
 CICOMM g_channel;
 CTHREAD g_thread;
 CWDT g_watchdog;
-uint32_t g_id;
 std::string g_text;
 std::vector<int> g_opened; ///< for one call
 
@@ -55,15 +54,11 @@ int Opened(int fd)
     return fd;
 }
 
-/// A number; or a device's path, "udp" or "packet", which is open for this one call.
+/// A number; or what to open for this one call: a path, or a kind of socket.
 long long NumberOf(const std::string &word)
 {
-    return word.starts_with('/')
-               ? Opened(open(word.c_str(),
-                             O_RDWR | (word.starts_with("/dev/tty") ? O_NOCTTY | O_NONBLOCK : 0)))
-           : word == "udp"    ? Opened(socket(AF_INET, SOCK_DGRAM, 0))
-           : word == "packet" ? Opened(socket(AF_PACKET, SOCK_PACKET, 0))
-                              : std::stoll(word, nullptr, 0);
+    return word[0] == '-' || std::isdigit(word[0]) != 0 ? std::stoll(word, nullptr, 0)
+                                                        : Opened(open(word.c_str(), O_RDWR));
 }
 
 /// The next argument of a function. A record takes no word, a buffer takes its size.
@@ -76,8 +71,6 @@ Type Take(const Words &words, size_t &at)
         return &g_thread;
     } else if constexpr (std::is_same_v<Type, CWDT *>) {
         return &g_watchdog;
-    } else if constexpr (std::is_same_v<Type, uint32_t *>) {
-        return &g_id;
     } else {
         const std::string &word = words.at(at++);
         if constexpr (std::is_same_v<Type, std::span<char>>) {
@@ -165,8 +158,7 @@ void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string
 /// PATH: a file, or a flash partition.
 std::string Show(FakeBoard &board, const Words &words)
 {
-    const Device *device = board.DeviceAt(words.at(1));
-    return "= " + (device != nullptr ? device->bytes : board.Read(words.at(1)));
+    return "= " + board.Read(words.at(1));
 }
 
 /// The kernel of the package at its usual place.
@@ -184,7 +176,7 @@ std::string Install(FakeBoard &board, const Words &words)
                                        static_cast<uint32_t>(std::stoul(words.at(1))));
     std::string text = ResultText(result);
     for (int i = 0; i < 3 && result == 0; ++i) {
-        const std::string &flash = board.DeviceAt(devices[i])->bytes;
+        const std::string &flash = board.NodeAt(devices[i])->bytes;
         std::string wanted = RegionOf(board.Read("/tmp/flash3"), i + 1);
         wanted.resize(flash.size(), '\xff');
         const auto matching = std::ranges::mismatch(flash, wanted).in1 - flash.begin();
@@ -229,9 +221,10 @@ std::string ForkPipe(FakeBoard & /*board*/, const Words & /*words*/)
 std::string Receive(FakeBoard & /*board*/, const Words & /*words*/)
 {
     const auto &[close, get_fd, send, receive, header, data] = g_channel.operations;
-    const std::string size = ResultText(receive(&g_channel, &g_id));
+    uint32_t id = 0;
+    const std::string size = ResultText(receive(&g_channel, &id));
     return size == "= -1" ? size
-                          : size + " id " + std::to_string(g_id) + " from " +
+                          : size + " id " + std::to_string(id) + " from " +
                                 std::to_string(header(&g_channel)->sender_port) + " " +
                                 reinterpret_cast<const char *>(data(&g_channel));
 }

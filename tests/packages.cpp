@@ -3,18 +3,15 @@
 namespace
 {
 
+// This machine is little-endian, like the board.
+std::string LittleEndian(uint32_t word)
+{
+    return {reinterpret_cast<const char *>(&word), sizeof word};
+}
+
 uint32_t Size(const std::string &bytes)
 {
     return static_cast<uint32_t>(bytes.size());
-}
-
-std::string LittleEndian(uint32_t word)
-{
-    std::string bytes;
-    for (int i = 0; i < 4; ++i) {
-        bytes += static_cast<char>(word >> (8 * i));
-    }
-    return bytes;
 }
 
 } // namespace
@@ -40,39 +37,31 @@ std::string BigEndian(uint32_t word)
 uint32_t WordAt(const std::string &bytes, size_t offset)
 {
     uint32_t word = 0;
-    for (size_t i = 0; i < 4; ++i) {
-        word |= uint32_t{static_cast<uint8_t>(bytes[offset + i])} << (8 * i);
-    }
+    bytes.copy(reinterpret_cast<char *>(&word), sizeof word, offset);
     return word;
 }
 
-std::string BuildPackage(std::map<std::string, std::string> parts)
+std::string BuildPackage(const std::map<std::string, std::string> &parts)
 {
-    parts.merge(std::map<std::string, std::string>{{"marker", "3510"},
-                                                   {"version", "1"},
-                                                   {"data", std::string(1000, 'K')},
-                                                   {"system", "5"},
-                                                   {"architecture", "2"},
-                                                   {"type", "2"},
-                                                   {"compression", "1"},
-                                                   {"second", "second region"},
-                                                   {"etc", "\x85\x19 file system"}});
+    const auto number = [&parts](const char *part) { return std::stoi(parts.at(part)); };
+    const std::string &data = parts.at("data");
     std::string kernel = BigEndian(0x27051956) + std::string(4, '\0') + "time" +
-                         BigEndian(Size(parts["data"])) + "loadentr" +
-                         BigEndian(Crc32(parts["data"]));
+                         BigEndian(Size(data)) + "loadentr" + BigEndian(Crc32(data));
     for (const char *code : {"system", "architecture", "type", "compression"}) {
-        kernel += static_cast<char>(std::stoi(parts[code]));
+        kernel += static_cast<char>(number(code));
     }
     kernel += std::string(32, 'n');
-    kernel.replace(4, 4, BigEndian(Crc32(kernel))) += parts["data"];
+    kernel.replace(4, 4, BigEndian(Crc32(kernel))) += data;
 
+    const std::string regions[] = {kernel, parts.at("second"), parts.at("etc")};
     std::string sizes;
-    for (const std::string &region : {kernel, parts["second"], parts["etc"]}) {
+    for (const std::string &region : regions) {
         sizes += LittleEndian(Size(region));
     }
-    return parts["marker"] + LittleEndian(static_cast<uint32_t>(std::stoul(parts["version"]))) +
-           (parts["version"] == "3" ? "any." + sizes + std::string(40, '.') : sizes) + kernel +
-           parts["second"] + parts["etc"];
+    const int version = number("version");
+    return parts.at("marker") + LittleEndian(static_cast<uint32_t>(version)) +
+           (version == 3 ? "any." + sizes + std::string(40, '.') : sizes) + regions[0] +
+           regions[1] + regions[2];
 }
 
 std::string RegionOf(const std::string &package, int number)

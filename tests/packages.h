@@ -5,10 +5,9 @@
 #include <map>
 #include <string>
 
-/// A package of three regions that the board accepts, apart from the given parts: the texts marker,
-/// second, etc and data (the kernel's), and the numbers version (3 has the longer header), system,
-/// architecture, type and compression (the kernel's).
-std::string BuildPackage(std::map<std::string, std::string> parts);
+/// A package of three regions. Its parts are the texts marker, second, etc and data (the kernel's),
+/// and the numbers version (3 has the longer header), system, architecture, type and compression.
+std::string BuildPackage(const std::map<std::string, std::string> &parts);
 
 /// Region 1 to 3 of a package, from the sizes in its header.
 std::string RegionOf(const std::string &package, int number);

@@ -35,9 +35,9 @@ long long Number(const std::string &word)
 }
 
 /// Parts of a frame or their bytes; "<28" cuts it, "!16" sets the events that poll reports.
-Device::Piece FrameOf(const Words &words)
+Node::Piece FrameOf(const Words &words)
 {
-    Device::Piece frame;
+    Node::Piece frame;
     for (size_t i = 1; i < words.size(); ++i) {
         const auto part = kFrameParts.find(words[i]);
         if (words[i].starts_with('<')) {
@@ -78,13 +78,17 @@ void AddProcesses(FakeBoard &board, const Words &words)
     }
 }
 
-/// [PART=VALUE...]
+/// [PART=VALUE...]: the parts that differ from those of a package that the board accepts.
 void WritePackage(FakeBoard &board, const Words &words)
 {
+    Words all = WordsIn("marker=3510 version=1 data={K*1000} \"second=second region\" "
+                        "\"etc=\\x85\\x19 file system\" "
+                        "system=5 architecture=2 type=2 compression=1");
+    all.insert(all.end(), words.begin() + 1, words.end());
     std::map<std::string, std::string> parts;
-    for (size_t i = 1; i < words.size(); ++i) {
-        const size_t end = words[i].find('=');
-        parts[words[i].substr(0, end)] = words[i].substr(end + 1);
+    for (const std::string &part : all) {
+        const size_t end = part.find('=');
+        parts[part.substr(0, end)] = part.substr(end + 1);
     }
     board.Write("/tmp/flash3", BuildPackage(parts));
 }
@@ -92,7 +96,7 @@ void WritePackage(FakeBoard &board, const Words &words)
 /// PATH REQUEST RECORD...: the driver's answers, one record a call; commas separate its words.
 void AddAnswers(FakeBoard &board, const Words &words)
 {
-    auto &answers = board.devices[words.at(1)].answers[std::stoul(words.at(2), nullptr, 16)];
+    auto &answers = board.nodes[words.at(1)].answers[std::stoul(words.at(2), nullptr, 16)];
     answers.clear();
     for (size_t i = 3; i < words.size(); ++i) {
         std::istringstream record{words[i]};
@@ -105,22 +109,9 @@ void AddAnswers(FakeBoard &board, const Words &words)
 
 using Preparation = void (*)(FakeBoard &board, const Words &words);
 
-Device &DeviceOf(FakeBoard &board, const Words &words)
+Node &NodeOf(FakeBoard &board, const Words &words)
 {
-    return board.devices[words.at(1)];
-}
-
-void Poke(FakeBoard &board, const Words &words)
-{
-    const std::string &bytes = words.at(3);
-    std::string text = board.Read(words.at(1));
-    board.Write(words.at(1), text.replace(std::stoul(words.at(2)), bytes.size(), bytes));
-}
-
-void Remove(FakeBoard &board, const Words &words)
-{
-    std::filesystem::remove_all(board.Map(words.at(1)));
-    board.devices.erase(words.at(1));
+    return board.nodes[words.at(1)];
 }
 
 /// LINE N PREPARATION...
@@ -131,22 +122,16 @@ void PrepareAt(FakeBoard &board, const Words &words)
         {words.at(1), std::stoi(words.at(2)), [&board, later] { Prepare(board, later); }});
 }
 
-void CloseInput(FakeBoard &board, const Words & /*words*/)
-{
-    board.has_input = false;
-    close(0);
-}
-
 void AddDriver(FakeBoard &board, const Words &words)
 {
-    DeviceOf(board, words).words = std::stoi(words.at(2));
-    DeviceOf(board, words).result = words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
+    NodeOf(board, words).words = std::stoi(words.at(2));
+    NodeOf(board, words).result = words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
 }
 
 void AddFlash(FakeBoard &board, const Words &words)
 {
-    DeviceOf(board, words).kind = Device::kFlash;
-    DeviceOf(board, words).bytes = words.at(2);
+    NodeOf(board, words).kind = Node::kFlash;
+    NodeOf(board, words).bytes = words.at(2);
 }
 
 const std::map<std::string, Preparation> kPreparations = {
@@ -155,17 +140,19 @@ const std::map<std::string, Preparation> kPreparations = {
     {"new", [](auto &b, auto &w) { b.new_etc[w.at(1)] = w.at(2); }},
     {"model", [](auto &b, auto &w) { b.Write("/etc/cam_model.conf", "cam_model=" + w.at(1)); }},
     {"package", WritePackage},
-    {"poke", Poke},
-    {"cut",
-     [](auto &b, auto &w) { b.Write(w.at(1), b.Read(w.at(1)).substr(0, std::stoul(w.at(2)))); }},
-    {"no", Remove},
+    {"poke",
+     [](auto &b, auto &w) {
+         NodeOf(b, w).bytes.replace(std::stoul(w.at(2)), w.at(3).size(), w[3]);
+     }},
+    {"cut", [](auto &b, auto &w) { NodeOf(b, w).bytes.resize(std::stoul(w.at(2))); }},
+    {"no", [](auto &b, auto &w) { b.Remove(w.at(1)); }},
     {"proc", AddProcesses},
     {"stubborn", [](auto &b, auto &) { b.processes_obey = false; }},
     {"clock", [](auto &b, auto &w) { b.clock = Number(w.at(1)); }},
     {"at", PrepareAt},
     {"signal", [](auto &b, auto &w) { b.signal_handlers.at(std::stoi(w.at(1)))(0); }},
     {"fail", AddFault},
-    {"no-input", CloseInput},
+    {"no-input", [](auto &, auto &) { close(0); }},
     {"driver", AddDriver},
     {"answer", AddAnswers},
     {"flash", AddFlash},
@@ -174,19 +161,17 @@ const std::map<std::string, Preparation> kPreparations = {
          AddFlash(b, {"flash", "/dev/mtd/0",
                       std::string(0x40000, 'x') + w.at(1) + '\0' + std::string(512, '.')});
      }},
-    {"transfer", [](auto &b, auto &w) { DeviceOf(b, w).transfer = std::stoul(w.at(2)); }},
+    {"transfer", [](auto &b, auto &w) { NodeOf(b, w).transfer = std::stoul(w.at(2)); }},
     {"stuck",
-     [](auto &b, auto &w) {
-         DeviceOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3));
-     }},
-    {"line", [](auto &b, auto &w) { DeviceOf(b, w).kind = Device::kLine; }},
-    {"send-time", [](auto &b, auto &w) { DeviceOf(b, w).send_time = Number(w.at(2)); }},
-    {"received", [](auto &b, auto &w) { DeviceOf(b, w).input.push_back({w.at(2)}); }},
+     [](auto &b, auto &w) { NodeOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3)); }},
+    {"line", [](auto &b, auto &w) { NodeOf(b, w).kind = Node::kLine; }},
+    {"send-time", [](auto &b, auto &w) { NodeOf(b, w).send_time = Number(w.at(2)); }},
+    {"received", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w.at(2)}); }},
     {"reply",
      [](auto &b, auto &w) {
-         DeviceOf(b, w).replies[w.at(2)[0]] = {w.begin() + 3, w.end()};
+         NodeOf(b, w).replies[w.at(2)[0]] = {w.begin() + 3, w.end()};
      }},
-    {"hear", [](auto &b, auto &w) { b.devices["packet socket"].input.push_back(FrameOf(w)); }},
+    {"hear", [](auto &b, auto &w) { b.nodes["packet"].input.push_back(FrameOf(w)); }},
 };
 
 char Unescaped(const std::string &line, size_t &at)
@@ -241,7 +226,6 @@ Words WordsIn(const std::string &line)
 
 void Prepare(FakeBoard &board, const Words &words)
 {
-    const OffBoard off;
     if (!kPreparations.contains(words.at(0))) {
         throw std::runtime_error("no preparation " + words.at(0));
     }

@@ -66,7 +66,7 @@ void Require(bool holds, const char *rule)
     }
 }
 
-void Prepare(FakeBoard &board, const std::string &text)
+void Fill(FakeBoard &board, const std::string &text)
 {
     for (const char *path :
          {"/tmp/flash3", "/etc/a.conf", "/etc/cam_model.conf", "/etc/stream.conf",
@@ -79,20 +79,19 @@ void Prepare(FakeBoard &board, const std::string &text)
         board.Write("/proc/" + std::string{id} + "/cmdline",
                     text.substr(std::min(text.size(), strlen(id) % 3)));
     }
-    board.devices["/dev/mtd/0"].kind = Device::kFlash;
-    board.devices["/dev/mtd/0"].bytes = std::string(0x40000, 'x') + text;
+    Prepare(board, {"environment", text});
     for (const char *path : {"/dev/ttyAMA1", "/dev/ttyAMA2"}) {
-        board.devices[path].kind = Device::kLine;
-        board.devices[path].answers[0x5459] = {{1}}; // the transmitter is empty
-        for (const char second : {'\xa5', '\xe0', '\x5c', '\xe3'}) {
-            board.devices[path].replies[second] = {text.substr(0, 9), text.substr(0, 300)};
+        Prepare(board, {"line", path});
+        Prepare(board, {"answer", path, "5459", "1"}); // the transmitter is empty
+        for (const char *second : {"\xa5", "\xe0", "\x5c", "\xe3"}) {
+            Prepare(board, {"reply", path, second, text.substr(0, 9), text.substr(0, 300)});
         }
     }
     for (size_t at = 0; at < text.size() && at < 2000; at += 43) {
         const auto events = static_cast<short>(text[at] & (POLLIN | POLLERR | POLLHUP));
-        board.devices["packet socket"].input.push_back({text.substr(at + 1, 42), events});
+        board.nodes["packet"].input.push_back({text.substr(at + 1, 42), events});
     }
-    board.devices["socket"].input = {{text}, {text + std::string(110'000, 'x')}, {text}};
+    board.nodes["socket"].input = {{text}, {text + std::string(110'000, 'x')}, {text}};
 }
 
 void Fuzz(const std::string &input)
@@ -100,7 +99,7 @@ void Fuzz(const std::string &input)
     const std::string line = kLines[static_cast<uint8_t>(input[0]) % std::size(kLines)];
     const std::string text = input.substr(2);
     FakeBoard board;
-    Prepare(board, text);
+    Fill(board, text);
     const int failing = static_cast<uint8_t>(input[1] - '0');
     board.Fail({"", EIO, failing, failing});
     RunLine(board, WordsIn(line));

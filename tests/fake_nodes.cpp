@@ -1,4 +1,4 @@
-// The devices of the board.
+// The files and devices of the board.
 #include <linux/serial.h>
 #include <mtd/mtd-user.h>
 #include <net/if.h>
@@ -15,9 +15,9 @@ namespace
 
 constexpr char kMacAddress[] = "\2\0\0\0\0\1"; // of every network interface
 
-void Record(const std::string &line, size_t bytes = 0)
+void Record(const std::string &line)
 {
-    FakeBoard::Active()->Record(line, bytes);
+    FakeBoard::Active()->Record(line);
 }
 
 int FailWith(int error)
@@ -46,16 +46,16 @@ std::string SettingsText(const termios &settings)
     return text;
 }
 
-int RequestOfFlash(Device &flash, const OpenFile &file, unsigned long request, void *argument)
+int RequestOfFlash(Node &flash, const OpenFile &file, unsigned long request, void *argument)
 {
     if (request == MEMGETINFO) {
         auto *info = static_cast<mtd_info_user *>(argument);
         info->size = static_cast<uint32_t>(flash.bytes.size());
-        info->erasesize = Device::kBlock;
+        info->erasesize = Node::kBlock;
         return 0;
     }
     const auto *block = static_cast<erase_info_user *>(argument);
-    if (request != MEMERASE || block->length != Device::kBlock ||
+    if (request != MEMERASE || block->length != Node::kBlock ||
         (file.flags & O_ACCMODE) != O_RDWR) {
         return FailWith(EINVAL);
     }
@@ -66,13 +66,15 @@ int RequestOfFlash(Device &flash, const OpenFile &file, unsigned long request, v
 
 } // namespace
 
-ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
+ssize_t Node::Read(OpenFile &file, void *buffer, size_t count)
 {
-    if (kind == kFlash) {
-        count = std::min({count, bytes.size() - file.position, transfer});
-        bytes.copy(static_cast<char *>(buffer), count, file.position);
+    if (kind == kFile || kind == kFlash) {
+        file.position = std::min(file.position, bytes.size());
+        count = bytes.copy(static_cast<char *>(buffer), std::min(count, transfer), file.position);
         file.position += count;
-        Record("read " + file.path, count);
+        if (kind == kFlash) {
+            Record("read " + file.path + " " + std::to_string(count));
+        }
         return static_cast<ssize_t>(count);
     }
     if (input.empty()) {
@@ -81,7 +83,7 @@ ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
     std::string &piece = input.front().bytes;
     const size_t taken = piece.copy(static_cast<char *>(buffer), count);
     if (kind == kLine) {
-        Record("read " + std::to_string(count) + ":", taken);
+        Record("read " + std::to_string(taken) + " of " + std::to_string(count));
         piece.erase(0, taken);
     }
     if (piece.empty() || kind == kSocket) { // a message that is too long loses its rest
@@ -90,9 +92,14 @@ ssize_t Device::Read(OpenFile &file, void *buffer, size_t count)
     return static_cast<ssize_t>(taken);
 }
 
-ssize_t Device::Write(OpenFile &file, const void *buffer, size_t count)
+ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
 {
     const std::string data{static_cast<const char *>(buffer), count};
+    if (kind == kFile) {
+        bytes.replace(file.position, count, data);
+        file.position += count;
+        return static_cast<ssize_t>(count);
+    }
     if (kind != kFlash) {
         Record("write " + file.path.substr(file.path.rfind('/') + 1) + " " + Hex(data));
         FakeBoard::Active()->clock += send_time;
@@ -113,11 +120,11 @@ ssize_t Device::Write(OpenFile &file, const void *buffer, size_t count)
         const bool sticks = stuck != stuck_bytes.end() && stuck->second-- > 0;
         bytes[file.position] = static_cast<char>((bytes[file.position] & data[i]) | int{sticks});
     }
-    Record("write " + file.path, count);
+    Record("write " + file.path + " " + std::to_string(count));
     return static_cast<ssize_t>(count);
 }
 
-int Device::Request(OpenFile &file, unsigned long request, void *argument)
+int Node::Request(OpenFile &file, unsigned long request, void *argument)
 {
     if (kind == kFlash) {
         return RequestOfFlash(*this, file, request, argument);
@@ -144,7 +151,7 @@ int Device::Request(OpenFile &file, unsigned long request, void *argument)
     return result;
 }
 
-int Device::Terminal(unsigned long request, void *argument)
+int Node::Terminal(unsigned long request, void *argument)
 {
     std::string line = "drain";
     if (request == TCGETS) {
@@ -161,7 +168,7 @@ int Device::Terminal(unsigned long request, void *argument)
     return 0;
 }
 
-int Device::Poll(pollfd &state, int timeout)
+int Node::Poll(pollfd &state, int timeout)
 {
     FakeBoard::Active()->clock += int64_t{timeout} * 1000; // the full time, also if a frame comes
     state.revents = input.empty() ? short{0} : input.front().events;
