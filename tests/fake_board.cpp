@@ -73,7 +73,10 @@ std::string FakeBoard::Read(const std::string &path) const
 
 void FakeBoard::Run(const std::function<void()> &function)
 {
-    Begin();
+    std::fflush(stdout);
+    saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
+    saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
+    g_active = this;
     try {
         if (sigsetjmp(ended_, 1) == 0) {
             function();
@@ -83,14 +86,6 @@ void FakeBoard::Run(const std::function<void()> &function)
         throw;
     }
     End();
-}
-
-void FakeBoard::Begin()
-{
-    std::fflush(stdout);
-    saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
-    saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
-    g_active = this;
 }
 
 void FakeBoard::End()
@@ -231,13 +226,10 @@ int FakeBoard::Kill(int id, int signal_number)
 bool FakeBoard::Unmount(const std::string &path)
 {
     Record("umount " + path);
-    for (const auto &[fd, file] : open_files) {
-        if (file.path.starts_with(path + "/")) {
-            return false;
-        }
-    }
-    Remove(path);
-    return true;
+    const bool is_busy = std::ranges::any_of(
+        open_files, [&path](auto &file) { return file.second.path.starts_with(path + "/"); });
+    is_busy ? void() : Remove(path);
+    return !is_busy;
 }
 
 Node *FakeBoard::NodeAt(const std::string &path)

@@ -140,7 +140,6 @@ public:
     std::map<int, void (*)(int)> signal_handlers;
 
 private:
-    void Begin();
     void End();
     void EndPiece();
     static void RunWorker();

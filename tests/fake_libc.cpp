@@ -284,6 +284,9 @@ FAKE(int, select,
 FAKE(int, poll, (pollfd * states, nfds_t count, int timeout), , "",
      Active() == nullptr ? REAL(poll)(states, count, timeout)
                          : NodeAt(states->fd)->Poll(*states, timeout))
+FAKE(int, setvbuf, (std::FILE * stream, char *buffer, int mode, size_t size), __THROW, "",
+     (Active() != nullptr && mode == _IOLBF ? Board().Record("line-buffered") : 0,
+      REAL(setvbuf)(stream, buffer, mode, size)))
 FAKE(int, mount,
      (const char *source, const char *target, const char *type, unsigned long flags,
       const void *data),

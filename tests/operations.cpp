@@ -130,16 +130,6 @@ Operation Call(Returned (*const *function)(Arguments...))
     };
 }
 
-/// Adds the contents of the file that `conf` prepares.
-template<typename... Arguments>
-Operation Writer(int (*const *function)(Arguments...))
-{
-    return [call = Call(function)](FakeBoard &board, const Words &words) {
-        const std::string result = call(board, words);
-        return result + " " + board.Read("/etc/a.conf");
-    };
-}
-
 /// Runs an applet with its arguments, which outlive a run that does not return.
 void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string> words)
 {
@@ -155,20 +145,8 @@ void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string
     }
 }
 
-/// PATH: a file, or a flash partition.
-std::string Show(FakeBoard &board, const Words &words)
-{
-    return "= " + board.Read(words.at(1));
-}
-
-/// The kernel of the package at its usual place.
-std::string Check(FakeBoard & /*board*/, const Words & /*words*/)
-{
-    return ResultText(CFlash_CheckImage("/tmp/flash3", 20));
-}
-
-/// FLAGS: that package, onto the three partitions. A partition that then differs from its region is
-/// shown with the number of bytes that match.
+/// FLAGS: the package at its usual place, onto the three partitions. A partition that then differs
+/// from its region is shown with the number of bytes that match.
 std::string Install(FakeBoard &board, const Words &words)
 {
     const std::array<const char *, 3> devices{"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"};
@@ -255,10 +233,11 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
 }
 
 #define PLAIN(function) {#function, Call(&kFunction<function>)},
-#define WRITER(function) {#function, Writer(&kFunction<function>)},
 // clang-format off
 const std::map<std::string, Operation> kOperations = {
-    {"show", Show}, {"check", Check}, {"install", Install}, {"numbers", Numbers},
+    {"show", [](FakeBoard &board, auto &words) { return "= " + board.Read(words.at(1)); }},
+    {"check", [](auto &, auto &) { return ResultText(CFlash_CheckImage("/tmp/flash3", 20)); }},
+    {"install", Install}, {"numbers", Numbers},
     {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
     {"clock", [](FakeBoard &board, auto &) { return ResultText(board.clock); }},
     {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
@@ -271,7 +250,6 @@ const std::map<std::string, Operation> kOperations = {
     {"CWDT_Close", Call(&g_watchdog.close)}, {"CWDT_Disable", Call(&g_watchdog.disable)},
     {"CWDT_KeepAlive", Call(&g_watchdog.keep_alive)},
     {"CWDT_SetTimeout", Call(&g_watchdog.set_timeout)},
-    WRITER(CUTIL_SetConfValue) WRITER(CUTIL_SetConfValueSep) WRITER(CUTIL_SetFileValue)
     PLAIN(CARP_SendProbe) PLAIN(CCAM_ReadTimeout) PLAIN(CCAM_SendCommand)
     PLAIN(CFlash_CheckImage) PLAIN(CFlash_CheckJffs2) PLAIN(CFlash_Confirm) PLAIN(CFlash_Crc32)
     PLAIN(CFlash_Erase) PLAIN(CFlash_NWrite) PLAIN(CICOMM_Init) PLAIN(CRTC_GetTime)
@@ -280,7 +258,8 @@ const std::map<std::string, Operation> kOperations = {
     PLAIN(CUTIL_GetConfValueExact) PLAIN(CUTIL_GetConfValueSep) PLAIN(CUTIL_IsProc)
     PLAIN(CUTIL_KillProc) PLAIN(CUTIL_KillProcAll) PLAIN(CUTIL_ParseConfLine)
     PLAIN(CUTIL_ParseConfLineSep) PLAIN(CUTIL_ParseDecimal) PLAIN(CUTIL_Reboot)
-    PLAIN(CUTIL_RebootFixedList) PLAIN(CUTIL_SendCommand) PLAIN(CWDT_Init)
+    PLAIN(CUTIL_RebootFixedList) PLAIN(CUTIL_SendCommand) PLAIN(CUTIL_SetConfValue)
+    PLAIN(CUTIL_SetConfValueSep) PLAIN(CUTIL_SetFileValue) PLAIN(CWDT_Init)
     PLAIN(TEV_SendLocalUDPData) PLAIN(full_read) PLAIN(full_write) PLAIN(sleep)
     PLAIN(write_gpioi2c)
 };
@@ -301,7 +280,10 @@ void RunOne(FakeBoard &board, const Words &words)
     if (!kOperations.contains(words[0])) {
         throw std::runtime_error("no operation " + words[0]);
     }
-    const std::string result = kOperations.at(words[0])(board, words);
+    std::string result = kOperations.at(words[0])(board, words);
+    if (words[0].starts_with("CUTIL_Set")) {
+        result += " " + board.Read("/etc/a.conf");
+    }
     for (const int fd : std::exchange(g_opened, {})) {
         close(fd);
     }
