@@ -13,13 +13,11 @@
 namespace
 {
 
-FakeBoard *g_active = nullptr;
-
 constexpr char kNoLineEnd = '\v'; // after a piece of a line; shown as "\c"
 
 ssize_t PrintTo(void *stream, const char *text, size_t size)
 {
-    g_active->Print(static_cast<const char *>(stream), {text, size});
+    g_board->Print(static_cast<const char *>(stream), {text, size});
     return static_cast<ssize_t>(size);
 }
 
@@ -76,7 +74,7 @@ void FakeBoard::Run(const std::function<void()> &function)
     std::fflush(stdout);
     saved_streams_[0] = std::exchange(stdout, OpenStream("out"));
     saved_streams_[1] = std::exchange(stderr, OpenStream("err"));
-    g_active = this;
+    g_board = this;
     try {
         if (sigsetjmp(ended_, 1) == 0) {
             function();
@@ -101,7 +99,7 @@ void FakeBoard::End()
             Record("left open " + file.path);
         }
     }
-    g_active = nullptr;
+    g_board = nullptr;
 }
 
 void FakeBoard::Leave()
@@ -128,11 +126,6 @@ std::string FakeBoard::TakeTranscript(const std::vector<std::string> &words)
         found += "\n" + Escaped(line) + (count > 1 ? " x" + std::to_string(count) : "");
     }
     return found;
-}
-
-FakeBoard *FakeBoard::Active()
-{
-    return g_active;
 }
 
 int FakeBoard::Record(const std::string &line)
@@ -240,8 +233,8 @@ Node *FakeBoard::NodeAt(const std::string &path)
 
 void FakeBoard::RunWorker()
 {
-    g_active->worker_body_(g_active->worker_argument_);
-    g_active->worker_wakes_ = INT64_MAX;
+    g_board->worker_body_(g_board->worker_argument_);
+    g_board->worker_wakes_ = INT64_MAX;
 }
 
 void FakeBoard::StartWorker(void *(*body)(void *), void *argument)

@@ -116,7 +116,6 @@ public:
 
     // --- for the C library calls
 
-    static FakeBoard *Active();
     /// Adds a line. Returns 0, like a call that works.
     int Record(const std::string &line);
     /// Records the output of a stream. A line that comes in pieces is recorded as one line. If
@@ -157,6 +156,8 @@ private:
     void *(*worker_body_)(void *) = nullptr;
     void *worker_argument_ = nullptr;
 };
+
+inline FakeBoard *g_board = nullptr; ///< while its Run runs
 
 /// The bytes as "0a ff"; four or more equal bytes as "00*4".
 std::string Hex(const std::string &bytes);

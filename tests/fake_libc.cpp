@@ -36,17 +36,15 @@ Function *Real(Function * /*type*/, const char *name)
 // Calls that the headers rename on systems with 64-bit file offsets.
 #define REAL64(function) Real(&function, #function "64")
 
-constexpr auto Active = FakeBoard::Active;
-
 /// The board, for calls that must never reach the machine that the tests run on.
 FakeBoard &Board()
 {
-    return Active() != nullptr ? *Active() : (std::abort(), *Active());
+    return g_board != nullptr ? *g_board : (std::abort(), *g_board);
 }
 
 bool Fails(const char *function, const std::string &path)
 {
-    return Active() != nullptr && Active()->Fails(function, path);
+    return g_board != nullptr && g_board->Fails(function, path);
 }
 
 /// The result of a call that is made to fail.
@@ -65,13 +63,12 @@ int FailWith(int error)
 OpenFile &FileAt(int fd)
 {
     static OpenFile other;
-    return Active() != nullptr && Active()->open_files.contains(fd) ? Active()->open_files[fd]
-                                                                    : other;
+    return g_board != nullptr && g_board->open_files.contains(fd) ? g_board->open_files[fd] : other;
 }
 
 Node *NodeAt(int fd)
 {
-    return Active() != nullptr ? Active()->NodeAt(FileAt(fd).path) : nullptr;
+    return g_board != nullptr ? g_board->NodeAt(FileAt(fd).path) : nullptr;
 }
 
 bool IsSocket(int fd)
@@ -88,8 +85,8 @@ bool MayUse(int fd, int mode)
 
 int Took(int fd, const std::string &path, int flags = O_RDWR)
 {
-    if (fd >= 0 && Active() != nullptr) { // the sanitizers call pipe too
-        Active()->open_files[fd] = {path, flags};
+    if (fd >= 0 && g_board != nullptr) { // the sanitizers call pipe too
+        g_board->open_files[fd] = {path, flags};
     }
     return fd;
 }
@@ -266,7 +263,7 @@ FAKE(int, fstat, (int fd, struct stat *status), __THROW, FileAt(fd).path,
      NodeAt(fd) == nullptr ? fstatat(fd, "", status, AT_EMPTY_PATH)
                            : (status->st_size = static_cast<off_t>(NodeAt(fd)->bytes.size()), 0))
 FAKE(int, access, (const char *path, int mode), __THROW, path,
-     Active() == nullptr               ? REAL(access)(path, mode)
+     g_board == nullptr                ? REAL(access)(path, mode)
      : Board().NodeAt(path) != nullptr ? 0
                                        : FailWith(ENOENT))
 FAKE(int, remove, (const char *path), __THROW, path, (Board().Remove(path), 0))
@@ -282,10 +279,10 @@ FAKE(int, select,
       timeval *__restrict timeout),
      , "", AwaitInput(count - 1, input, *timeout))
 FAKE(int, poll, (pollfd * states, nfds_t count, int timeout), , "",
-     Active() == nullptr ? REAL(poll)(states, count, timeout)
-                         : NodeAt(states->fd)->Poll(*states, timeout))
+     g_board == nullptr ? REAL(poll)(states, count, timeout)
+                        : NodeAt(states->fd)->Poll(*states, timeout))
 FAKE(int, setvbuf, (std::FILE * stream, char *buffer, int mode, size_t size), __THROW, "",
-     (Active() != nullptr && mode == _IOLBF ? Board().Record("line-buffered") : 0,
+     (g_board != nullptr && mode == _IOLBF ? Board().Record("line-buffered") : 0,
       REAL(setvbuf)(stream, buffer, mode, size)))
 FAKE(int, mount,
      (const char *source, const char *target, const char *type, unsigned long flags,
@@ -296,7 +293,7 @@ FAKE(int, mount,
 FAKE(int, umount, (const char *path), __THROW, path, Board().Unmount(path) ? 0 : FailWith(EBUSY))
 
 FAKE(int, open, (const char *path, int flags, ...), , path,
-     Active() != nullptr ? OpenOnBoard(path, flags) : OpenReally(path, flags))
+     g_board != nullptr ? OpenOnBoard(path, flags) : OpenReally(path, flags))
 
 int openat(int fd, const char *path, int flags, ...)
 {
@@ -307,8 +304,8 @@ int openat(int fd, const char *path, int flags, ...)
 int close(int fd)
 {
     const std::string path = FileAt(fd).path;
-    if (Active() != nullptr) {
-        Active()->open_files.erase(fd);
+    if (g_board != nullptr) {
+        g_board->open_files.erase(fd);
     }
     const int result = static_cast<int>(syscall(SYS_close, fd));
     errno = ENOTRECOVERABLE; // as any call may leave it
@@ -328,7 +325,7 @@ int ioctl(int fd, unsigned long request, ...) __THROW
 
 std::FILE *fopen(const char *path, const char *mode)
 {
-    if (Active() == nullptr) {
+    if (g_board == nullptr) {
         return REAL64(fopen)(path, mode);
     }
     const int fd = open(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
@@ -339,25 +336,25 @@ std::FILE *fopen(const char *path, const char *mode)
 
 DIR *opendir(const char *path)
 {
-    return Active() == nullptr      ? REAL(opendir)(path)
+    return g_board == nullptr       ? REAL(opendir)(path)
            : Fails("opendir", path) ? nullptr
                                     : OpenDirectory(path);
 }
 
 int dirfd(DIR *directory) __THROW
 {
-    return Active() == nullptr ? REAL(dirfd)(directory) : FdOf(directory);
+    return g_board == nullptr ? REAL(dirfd)(directory) : FdOf(directory);
 }
 
 dirent *readdir(DIR *directory)
 {
-    return Active() == nullptr ? REAL64(readdir)(directory)
-                               : ReadDirectory(FileAt(FdOf(directory)).unread);
+    return g_board == nullptr ? REAL64(readdir)(directory)
+                              : ReadDirectory(FileAt(FdOf(directory)).unread);
 }
 
 int closedir(DIR *directory)
 {
-    if (Active() == nullptr) {
+    if (g_board == nullptr) {
         return REAL(closedir)(directory);
     }
     return close(FdOf(directory)) != 0 || Fails("closedir", "") ? -1 : 0;
@@ -372,7 +369,7 @@ FAKE(int, kill, (pid_t id, int signal_number), __THROW, "", Board().Kill(id, sig
 
 void exit(int status) __THROW
 {
-    if (Active() == nullptr) {
+    if (g_board == nullptr) {
         REAL(exit)(status);
     }
     Board().Record("exit " + std::to_string(status & 0xFF));

@@ -17,7 +17,7 @@ constexpr char kMacAddress[] = "\2\0\0\0\0\1"; // of every network interface
 
 void Record(const std::string &line)
 {
-    FakeBoard::Active()->Record(line);
+    g_board->Record(line);
 }
 
 int FailWith(int error)
@@ -102,7 +102,7 @@ ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
     }
     if (kind != kFlash) {
         Record("write " + file.path.substr(file.path.rfind('/') + 1) + " " + Hex(data));
-        FakeBoard::Active()->clock += send_time;
+        g_board->clock += send_time;
         const auto reply = replies.find(data.size() > 1 ? data[1] : '\0');
         if (reply != replies.end()) {
             for (const std::string &piece : reply->second) {
@@ -170,7 +170,7 @@ int Node::Terminal(unsigned long request, void *argument)
 
 int Node::Poll(pollfd &state, int timeout)
 {
-    FakeBoard::Active()->clock += int64_t{timeout} * 1000; // the full time, also if a frame comes
+    g_board->clock += int64_t{timeout} * 1000; // the full time, also if a frame comes
     state.revents = input.empty() ? short{0} : input.front().events;
     if (!input.empty() && (state.revents & POLLIN) == 0) {
         input.pop_front(); // nothing to read

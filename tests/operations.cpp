@@ -218,7 +218,7 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
     const bool all = words.size() > 2;
     work = {static_cast<unsigned>(std::stoi(words.at(1))), all ? std::stoi(words[2]) : 0, 0};
     const auto init = [](void *own) {
-        FakeBoard::Active()->Record("init");
+        g_board->Record("init");
         return static_cast<Work *>(own)->init_result;
     };
     const auto loop = [](void *own) {
@@ -226,7 +226,7 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
         return ++static_cast<Work *>(own)->rounds < 5 ? 0 : -1;
     };
     const auto exit = [](void *own) {
-        FakeBoard::Active()->Record("exit " + std::to_string(static_cast<Work *>(own)->rounds));
+        g_board->Record("exit " + std::to_string(static_cast<Work *>(own)->rounds));
     };
     return ResultText(
         CTHREAD_Init(&g_thread, &work, all ? +init : nullptr, +loop, all ? +exit : nullptr));
