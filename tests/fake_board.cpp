@@ -13,7 +13,7 @@
 namespace
 {
 
-constexpr char kNoLineEnd = '\v'; // after a piece of a line; shown as "\c"
+constexpr char kNoLineEnd = '\v'; // after a piece of a line
 
 ssize_t PrintTo(void *stream, const char *text, size_t size)
 {
@@ -284,19 +284,16 @@ std::string Hex(const std::string &bytes)
 
 std::string Escaped(const std::string &text)
 {
-    static const std::map<char, std::string> kNames = {
-        {'\0', "\\0"},  {'\n', "\\n"},   {'\r', "\\r"},      {'\t', "\\t"},
-        {'\\', "\\\\"}, {'\033', "\\e"}, {kNoLineEnd, "\\c"}};
     std::string escaped;
     for (size_t i = 0; i < text.size();) {
         const char c = text[i];
         const size_t end = std::min(text.find_first_not_of(c, i), text.size());
         const size_t count = end - i >= 24 && c != ' ' ? end - i : 1;
-        const bool is_plain = (c >= ' ' && c <= '~') && (c != ' ' || i + 1 < text.size());
-        const std::string shown = kNames.contains(c) ? kNames.at(c)
-                                  : is_plain         ? std::string{c}
-                                  : c == ' '         ? "\\s"
-                                                     : "\\x" + Hex({c});
+        const bool is_blank = c == ' ' && i + 1 < text.size();
+        const size_t letter = is_blank ? std::string::npos : kEscapedBytes.find(c);
+        const std::string shown = letter != std::string::npos ? std::string{'\\', kEscapes[letter]}
+                                  : c >= ' ' && c <= '~'      ? std::string{c}
+                                                              : "\\x" + Hex({c});
         escaped += count == 1 ? shown : "{" + shown + "*" + std::to_string(count) + "}";
         i += count;
     }

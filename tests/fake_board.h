@@ -162,5 +162,9 @@ inline FakeBoard *g_board = nullptr; ///< while its Run runs
 /// The bytes as "0a ff"; four or more equal bytes as "00*4".
 std::string Hex(const std::string &bytes);
 
-/// The text with invisible characters escaped, as in the case files.
+// The letters behind a backslash in the case files, and the bytes that they stand for.
+constexpr std::string_view kEscapes = "nrtes0c\\", kEscapedBytes{"\n\r\t\033 \0\v\\", 8};
+
+/// The text with invisible characters escaped, as in the case files. A blank only counts at the
+/// end.
 std::string Escaped(const std::string &text);

@@ -176,13 +176,12 @@ const std::map<std::string, Preparation> kPreparations = {
 
 char Unescaped(const std::string &line, size_t &at)
 {
-    static const std::string kLetters = "nrtes0", kBytes = "\n\r\t\033 \0"s;
     if (line.at(at) == 'x') {
         at += 2;
         return static_cast<char>(std::stoi(line.substr(at - 1, 2), nullptr, 16));
     }
-    const size_t letter = kLetters.find(line[at]);
-    return letter != std::string::npos ? kBytes[letter] : line[at];
+    const size_t letter = kEscapes.find(line[at]);
+    return letter != std::string::npos ? kEscapedBytes[letter] : line[at];
 }
 
 } // namespace
