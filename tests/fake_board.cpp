@@ -34,11 +34,10 @@ std::FILE *OpenStream(const char *name)
 FakeBoard::FakeBoard()
 {
     for (const char *partition : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
-        nodes[partition].kind = Node::kFlash;
-        nodes[partition].bytes.assign(size_t{4} * Node::kBlock, 'U');
+        nodes[partition] = {.kind = Node::kFlash, .bytes = std::string(4 * Node::kBlock, 'U')};
     }
-    nodes["socket"].kind = nodes["packet"].kind = Node::kSocket;
-    nodes["/dev/misc/watchdog"].answers = {{0x80045707, {{30}}}}; // its time-out
+    nodes["socket"] = nodes["packet"] = {.kind = Node::kSocket};
+    nodes["/dev/misc/watchdog"] = {.answers = {{0x80045707, {{30}}}}}; // its time-out
 }
 
 FakeBoard::~FakeBoard()
@@ -53,9 +52,7 @@ FakeBoard::~FakeBoard()
 
 void FakeBoard::Write(const std::string &path, const std::string &text)
 {
-    nodes[path] = {};
-    nodes[path].kind = Node::kFile;
-    nodes[path].bytes = text;
+    nodes[path] = {.kind = Node::kFile, .bytes = text};
 }
 
 void FakeBoard::Remove(const std::string &path)

@@ -10,6 +10,7 @@
 #include <termios.h>
 #include <ucontext.h>
 
+#include <cerrno>
 #include <climits>
 #include <csetjmp>
 #include <cstdint>
@@ -47,7 +48,7 @@ struct Node {
     // A driver, or the driver side of a line.
     int words = 1;  ///< 32-bit words of a request's record
     int result = 0; ///< of a request
-    std::map<unsigned long, std::deque<std::vector<uint32_t>>> answers; ///< the last one repeats
+    std::map<unsigned long, std::deque<std::vector<uint32_t>>> answers = {}; ///< the last repeats
 
     // Files and flash. An erased block of flash is 0xFF, and a write can only clear bits.
     std::string bytes = {};
@@ -158,6 +159,12 @@ private:
 };
 
 inline FakeBoard *g_board = nullptr; ///< while its Run runs
+
+inline int FailWith(int error)
+{
+    errno = error;
+    return -1;
+}
 
 /// The bytes as "0a ff"; four or more equal bytes as "00*4".
 std::string Hex(const std::string &bytes);

@@ -53,12 +53,6 @@ int FaultResult()
     return errno == 0 ? 0 : -1;
 }
 
-int FailWith(int error)
-{
-    errno = error;
-    return -1;
-}
-
 /// An open file of the program. For any other descriptor, a file without a path.
 OpenFile &FileAt(int fd)
 {

@@ -15,17 +15,6 @@ namespace
 
 constexpr char kMacAddress[] = "\2\0\0\0\0\1"; // of every network interface
 
-void Record(const std::string &line)
-{
-    g_board->Record(line);
-}
-
-int FailWith(int error)
-{
-    errno = error;
-    return -1;
-}
-
 std::string HexWord(unsigned long word)
 {
     char text[20];
@@ -51,7 +40,7 @@ int RequestOfFlash(Node &flash, const OpenFile &file, unsigned long request, voi
     if (request == MEMGETINFO) {
         auto *info = static_cast<mtd_info_user *>(argument);
         info->size = static_cast<uint32_t>(flash.bytes.size());
-        info->erasesize = Node::kBlock;
+        info->erasesize = flash.bytes.size() < Node::kBlock ? 0 : Node::kBlock;
         return 0;
     }
     const auto *block = static_cast<erase_info_user *>(argument);
@@ -59,7 +48,7 @@ int RequestOfFlash(Node &flash, const OpenFile &file, unsigned long request, voi
         (file.flags & O_ACCMODE) != O_RDWR) {
         return FailWith(EINVAL);
     }
-    Record("erase " + file.path);
+    g_board->Record("erase " + file.path);
     flash.bytes.replace(block->start, block->length, block->length, '\xff');
     return 0;
 }
@@ -73,7 +62,7 @@ ssize_t Node::Read(OpenFile &file, void *buffer, size_t count)
         count = bytes.copy(static_cast<char *>(buffer), std::min(count, transfer), file.position);
         file.position += count;
         if (kind == kFlash) {
-            Record("read " + file.path + " " + std::to_string(count));
+            g_board->Record("read " + file.path + " " + std::to_string(count));
         }
         return static_cast<ssize_t>(count);
     }
@@ -83,7 +72,7 @@ ssize_t Node::Read(OpenFile &file, void *buffer, size_t count)
     std::string &piece = input.front().bytes;
     const size_t taken = piece.copy(static_cast<char *>(buffer), count);
     if (kind == kLine) {
-        Record("read " + std::to_string(taken) + " of " + std::to_string(count));
+        g_board->Record("read " + std::to_string(taken) + " of " + std::to_string(count));
         piece.erase(0, taken);
     }
     if (piece.empty() || kind == kSocket) { // a message that is too long loses its rest
@@ -101,7 +90,7 @@ ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
         return static_cast<ssize_t>(count);
     }
     if (kind != kFlash) {
-        Record("write " + file.path.substr(file.path.rfind('/') + 1) + " " + Hex(data));
+        g_board->Record("write " + file.path.substr(file.path.rfind('/') + 1) + " " + Hex(data));
         g_board->clock += send_time;
         const auto reply = replies.find(data.size() > 1 ? data[1] : '\0');
         if (reply != replies.end()) {
@@ -120,7 +109,7 @@ ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
         const bool sticks = stuck != stuck_bytes.end() && stuck->second-- > 0;
         bytes[file.position] = static_cast<char>((bytes[file.position] & data[i]) | int{sticks});
     }
-    Record("write " + file.path + " " + std::to_string(count));
+    g_board->Record("write " + file.path + " " + std::to_string(count));
     return static_cast<ssize_t>(count);
 }
 
@@ -132,7 +121,7 @@ int Node::Request(OpenFile &file, unsigned long request, void *argument)
     if (kind == kSocket) {
         auto *interface = static_cast<ifreq *>(argument);
         const std::string name{interface->ifr_name, strnlen(interface->ifr_name, IFNAMSIZ)};
-        Record("ask" + HexWord(request) + " " + name);
+        g_board->Record("ask" + HexWord(request) + " " + name);
         std::memcpy(interface->ifr_hwaddr.sa_data, kMacAddress, 6);
         return 0;
     }
@@ -141,7 +130,7 @@ int Node::Request(OpenFile &file, unsigned long request, void *argument)
     for (int i = 0; i < words; ++i) {
         line += HexWord(record[i]);
     }
-    Record(line);
+    g_board->Record(line);
     if (const auto answer = answers.find(request); answer != answers.end()) {
         std::ranges::copy(answer->second.front(), record);
         if (answer->second.size() > 1) { // the last one repeats
@@ -164,7 +153,7 @@ int Node::Terminal(unsigned long request, void *argument)
         input.clear();
         line = "flush " + std::to_string(*static_cast<int *>(argument));
     }
-    Record(line);
+    g_board->Record(line);
     return 0;
 }
 

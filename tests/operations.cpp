@@ -48,17 +48,14 @@ CWDT g_watchdog;
 std::string g_text;
 std::vector<int> g_opened; ///< for one call
 
-int Opened(int fd)
-{
-    g_opened.push_back(fd);
-    return fd;
-}
-
 /// A number; or what to open for this one call: a path, or a kind of socket.
 long long NumberOf(const std::string &word)
 {
-    return word[0] == '-' || std::isdigit(word[0]) != 0 ? std::stoll(word, nullptr, 0)
-                                                        : Opened(open(word.c_str(), O_RDWR));
+    if (word[0] == '-' || std::isdigit(word[0]) != 0) {
+        return std::stoll(word, nullptr, 0);
+    }
+    g_opened.push_back(open(word.c_str(), O_RDWR));
+    return g_opened.back();
 }
 
 /// The next argument of a function. A record takes no word, a buffer takes its size.

@@ -122,16 +122,9 @@ void PrepareAt(FakeBoard &board, const Words &words)
         {words.at(1), std::stoi(words.at(2)), [&board, later] { Prepare(board, later); }});
 }
 
-void AddDriver(FakeBoard &board, const Words &words)
+void AddFlash(FakeBoard &board, const std::string &path, const std::string &bytes)
 {
-    NodeOf(board, words).words = std::stoi(words.at(2));
-    NodeOf(board, words).result = words.size() > 3 ? static_cast<int>(Number(words.at(3))) : 0;
-}
-
-void AddFlash(FakeBoard &board, const Words &words)
-{
-    NodeOf(board, words).kind = Node::kFlash;
-    NodeOf(board, words).bytes = words.at(2);
+    board.nodes[path] = {.kind = Node::kFlash, .bytes = bytes};
 }
 
 const std::map<std::string, Preparation> kPreparations = {
@@ -153,18 +146,22 @@ const std::map<std::string, Preparation> kPreparations = {
     {"signal", [](auto &b, auto &w) { b.signal_handlers.at(std::stoi(w.at(1)))(0); }},
     {"fail", AddFault},
     {"no-input", [](auto &, auto &) { close(0); }},
-    {"driver", AddDriver},
+    {"driver",
+     [](auto &b, auto &w) {
+         b.nodes[w.at(1)] = {.words = std::stoi(w.at(2)),
+                             .result = w.size() > 3 ? static_cast<int>(Number(w[3])) : 0};
+     }},
     {"answer", AddAnswers},
-    {"flash", AddFlash},
+    {"flash", [](auto &b, auto &w) { AddFlash(b, w.at(1), w.at(2)); }},
     {"environment",
      [](auto &b, auto &w) {
-         AddFlash(b, {"flash", "/dev/mtd/0",
-                      std::string(0x40000, 'x') + w.at(1) + '\0' + std::string(512, '.')});
+         AddFlash(b, "/dev/mtd/0",
+                  std::string(0x40000, 'x') + w.at(1) + '\0' + std::string(512, '.'));
      }},
     {"transfer", [](auto &b, auto &w) { NodeOf(b, w).transfer = std::stoul(w.at(2)); }},
     {"stuck",
      [](auto &b, auto &w) { NodeOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3)); }},
-    {"line", [](auto &b, auto &w) { NodeOf(b, w).kind = Node::kLine; }},
+    {"line", [](auto &b, auto &w) { b.nodes[w.at(1)] = {.kind = Node::kLine}; }},
     {"send-time", [](auto &b, auto &w) { NodeOf(b, w).send_time = Number(w.at(2)); }},
     {"received", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w.at(2)}); }},
     {"reply",
