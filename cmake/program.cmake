@@ -51,6 +51,10 @@ list(LENGTH QVE_APPLETS applet_count)
 if(NOT applet_count EQUAL 24)
     message(FATAL_ERROR "app/applet_table.cpp: found ${applet_count} names of applets, not 24")
 endif()
+# Without this, the group may write to the folders if the umask is Debian's default for users, 002.
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 install(TARGETS qve RUNTIME DESTINATION ${QVE_BINDIR} COMPONENT program)
 foreach(applet IN LISTS QVE_APPLETS)
     install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QVE_BINDIR}/${applet}\" SYMBOLIC)"

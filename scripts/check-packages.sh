@@ -3,6 +3,7 @@
 # them against Debian's policy, installs each in a root of its own, checks the files and the manual
 # pages there, and removes it again.
 set -euo pipefail
+umask 002 # Debian's default for users; the packages must not depend on it
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/isolate.sh"
 PATH=$PATH:/usr/sbin:/sbin # dpkg's helpers; other users than root need this
