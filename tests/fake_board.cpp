@@ -230,14 +230,13 @@ Node *FakeBoard::NodeAt(const std::string &path)
 
 void FakeBoard::RunWorker()
 {
-    g_board->worker_body_(g_board->worker_argument_);
+    g_board->worker_body_();
     g_board->worker_wakes_ = INT64_MAX;
 }
 
-void FakeBoard::StartWorker(void *(*body)(void *), void *argument)
+void FakeBoard::StartWorker(const std::function<void()> &body)
 {
     worker_body_ = body;
-    worker_argument_ = argument;
     worker_wakes_ = clock;
     worker_stack_.resize(256 * 1024);
     getcontext(&worker_);

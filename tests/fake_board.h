@@ -133,7 +133,7 @@ public:
     // There can be a second thread, which is a coroutine. The two run in turn, each until it
     // pauses, so their effects have the same order in every run. If two pauses end together, the
     // second thread goes first.
-    void StartWorker(void *(*body)(void *), void *argument);
+    void StartWorker(const std::function<void()> &body);
     void Pause(int64_t microseconds);
 
     std::map<int, OpenFile> open_files;
@@ -154,8 +154,7 @@ private:
     bool in_worker_ = false;
     ucontext_t first_ = {}, worker_ = {};
     std::vector<char> worker_stack_;
-    void *(*worker_body_)(void *) = nullptr;
-    void *worker_argument_ = nullptr;
+    std::function<void()> worker_body_;
 };
 
 inline FakeBoard *g_board = nullptr; ///< while its Run runs

@@ -427,7 +427,7 @@ int pthread_create(pthread_t *__restrict /*thread*/, const pthread_attr_t *__res
     int state = 0;
     pthread_attr_getdetachstate(attributes, &state);
     Board().Record(state == PTHREAD_CREATE_DETACHED ? "thread detached" : "thread");
-    Board().StartWorker(body, argument);
+    Board().StartWorker([=] { body(argument); });
     return 0;
 }
 

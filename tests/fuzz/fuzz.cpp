@@ -32,29 +32,19 @@ constexpr const char *kLines[] = {
     "$ test_sdcard -v",
 };
 
-uint32_t BigWordAt(const std::string &bytes, size_t offset)
-{
-    const std::string word = bytes.substr(offset, 4);
-    return WordAt({word.rbegin(), word.rend()}, 0);
-}
-
-size_t HeaderOf(const std::string &package)
-{
-    return package.size() >= 8 && WordAt(package, 4) == 3 ? 64 : 20;
-}
-
-/// The CRC that an image's header should have.
-std::string HeaderCrc(std::string image)
-{
-    return BigEndian(Crc32(image.replace(4, 4, 4, '\0').substr(0, 64)));
-}
-
+/// Whether the kernel's checksums hold.
 bool IsSound(const std::string &package)
 {
-    const size_t header = HeaderOf(package);
-    const std::string image = package.substr(std::min(header, package.size()));
-    return image.size() >= 64 && HeaderCrc(image) == image.substr(4, 4) &&
-           BigWordAt(image, 24) == Crc32(image.substr(64, BigWordAt(image, 12)));
+    const size_t header = package.size() >= 8 && WordAt(package, 4) == 3 ? 64 : 20;
+    std::string image = package.substr(std::min(header, package.size()));
+    if (image.size() < 64) {
+        return false;
+    }
+    const std::string header_crc = image.substr(4, 4), data_crc = image.substr(24, 4);
+    const std::string size{image.rend() - 16, image.rend() - 12}; // the bytes 12 to 15, backwards
+    image.replace(4, 4, 4, '\0');
+    return BigEndian(Crc32(image.substr(0, 64))) == header_crc &&
+           BigEndian(Crc32(image.substr(64, WordAt(size, 0)))) == data_crc;
 }
 
 void Require(bool holds, const char *rule)
