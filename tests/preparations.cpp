@@ -165,9 +165,7 @@ const std::map<std::string, Preparation> kPreparations = {
     {"send-time", [](auto &b, auto &w) { NodeOf(b, w).send_time = Number(w.at(2)); }},
     {"received", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w.at(2)}); }},
     {"reply",
-     [](auto &b, auto &w) {
-         NodeOf(b, w).replies[w.at(2)[0]] = {w.begin() + 3, w.end()};
-     }},
+     [](auto &b, auto &w) { NodeOf(b, w).replies[w.at(2)[0]].assign(w.begin() + 3, w.end()); }},
     {"hear", [](auto &b, auto &w) { b.nodes["packet"].input.push_back(FrameOf(w)); }},
 };
 
