@@ -22,14 +22,15 @@ trap 'rm -rf "$work"' EXIT
 cd "$work"
 readonly nor_rounds=${NOR_ROUNDS:-5} nand_rounds=${NAND_ROUNDS:-2}
 
-# Nothing boots from this flash again, so the kernel need not be one.
 DESTDIR=root cmake --install "$top/build/arm" --prefix / >/dev/null
+make_kernel_image board old.kernel
+# The package's kernel never boots, so it can be small. That keeps the first region short.
 seq 20000 >data
 SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 \
     -n small -d data new.kernel >/dev/null
 make_app_image new $((8 * 1024 * 1024)) new.app
 make_etc_image new new.etc
-make_flash flash new.kernel new.app new.etc
+make_flash flash old.kernel new.app new.etc
 make_package new 1 package
 
 cat >nor <<'END'
@@ -48,6 +49,7 @@ chrt -i 0 /bin/job-shell -c 'while :; do :; done' &
 modprobe nandsim first_id_byte=0x20 second_id_byte=0x33 parts=512 do_delays=1 access_delay=12 \
     programm_delay=200 erase_delay=2 input_cycle=50 output_cycle=50
 nand=$(sed -n 's/^\(mtd[0-9]*\): .*NAND simulator partition 0"/\1/p' /proc/mtd)
+[ -n "$nand" ] || exit 1
 ln -sf ../$nand /dev/mtd/2
 date "+%s.%N flashcp begins"
 flashcp -v /tmp/app /dev/$nand >/dev/null

@@ -13,7 +13,8 @@ cache=$(dirname "$here")/.cache/board
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
     net-tools rsyslog strace time mtd-utils bsdutils)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
-    sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod)
+    sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod
+    nandsim) # the bench installs on it
 # The partitions of the 16 MiB NOR flash: name, start, size.
 partitions=("boot 0x0 0x80000" "kernel 0x80000 0x580000" "app 0x600000 0x800000"
     "etc 0xe00000 0x200000")
