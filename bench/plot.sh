@@ -15,7 +15,7 @@ awk -F'|' '
     function line(class, x1, y1, x2, y2) {
         printf "  <path class=\"%s\" d=\"M%.1f %.1fL%.1f %.1f\"/>\n", class, x1, y1, x2, y2
     }
-    BEGIN { left = 560; width = 360; step = 22; top = 40; lowest = 0.001; highest = 10 }
+    BEGIN { left = 560; width = 360; step = 22; top = 40; lowest = 0.001; highest = 100 }
     $5 != "" { ++count; what[count] = $1 ", against " $2; middle[count] = $5
                low[count] = $6; high[count] = $7; goal[count] = $8 }
     END {

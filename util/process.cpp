@@ -25,11 +25,9 @@ constexpr int kFirstSignalledId = 20;
 /// One more than the above: id 20 can be signalled but is never found.
 constexpr int kFirstFoundId = 21;
 
-enum class Extent { kFirstWord, kAll };
-
-/// Reads a command line, cut to the buffer. With kFirstWord it stops after the first word, which
-/// saves the read that finds the end. Returns the number of bytes.
-size_t ReadCommandLine(const Fd &file, Extent extent, std::span<char> buffer)
+/// Reads a command line, cut to the buffer, until its first word is complete. Nobody looks further,
+/// and this saves the read that finds the end. Returns the number of bytes.
+size_t ReadCommandLine(const Fd &file, std::span<char> buffer)
 {
     // cppcheck-suppress uninitvar ; only the size is read
     const std::span<char> room = buffer.first(buffer.size() - 1);
@@ -40,7 +38,7 @@ size_t ReadCommandLine(const Fd &file, Extent extent, std::span<char> buffer)
             break;
         }
         filled += static_cast<size_t>(count);
-        if (extent == Extent::kFirstWord && room[filled - 1] == '\0') {
+        if (room[filled - 1] == '\0') {
             break;
         }
     }
@@ -59,7 +57,7 @@ void ForEachSignalled(ProcessList &processes, Visit visit)
         }
         const Fd file = processes.OpenCommandLine(id);
         std::array<char, 256> command_line;
-        if (file && ReadCommandLine(file, Extent::kFirstWord, command_line) > 0) {
+        if (file && ReadCommandLine(file, command_line) > 0) {
             // The log shows only the first line, with its end.
             if (char *end = std::strchr(command_line.data(), '\n'); end != nullptr) {
                 end[1] = '\0';
@@ -122,7 +120,7 @@ bool RunsAs(const ProcessList &processes, int id, const char *name, bool debug)
         return false;
     }
     std::array<char, 256> command_line;
-    if (ReadCommandLine(file, Extent::kAll, command_line) == 0) {
+    if (ReadCommandLine(file, command_line) == 0) {
         return false;
     }
     if (debug) {
