@@ -122,6 +122,10 @@ public:
                     RunRow(case_, row, board, only);
                 }
             }
+            if (!board.FailedAll()) {
+                ADD_FAILURE_AT(case_.file.c_str(), block.back().first)
+                    << "this block does not make a call that was to fail";
+            }
         }
     }
 

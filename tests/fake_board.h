@@ -10,6 +10,7 @@
 #include <termios.h>
 #include <ucontext.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csetjmp>
@@ -52,7 +53,7 @@ struct Node {
 
     // Files and flash. An erased block of flash is 0xFF, and a write can only clear bits.
     std::string bytes = {};
-    size_t transfer = SIZE_MAX;             ///< the most that one read, write or send moves
+    size_t transfer = SIZE_MAX; ///< the most that one call moves, except a write to a file
     std::map<size_t, int> stuck_bytes = {}; ///< lowest bit stays set, for this many writes
 
     // The pieces that a line or a socket receives, and its reaction to a sent frame.
@@ -114,6 +115,11 @@ public:
     [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
     /// The first call that was made to fail and its path, or "".
     [[nodiscard]] const std::string &failed() const { return failed_; }
+    /// Whether the program made every call that was to fail.
+    [[nodiscard]] bool FailedAll() const
+    {
+        return std::ranges::all_of(faults_, [](const Fault &fault) { return fault.first <= 0; });
+    }
 
     // --- for the C library calls
 

@@ -1,5 +1,4 @@
 // The files and devices of the board.
-#include <linux/serial.h>
 #include <mtd/mtd-user.h>
 #include <net/if.h>
 #include <sys/ioctl.h>

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <stdexcept>
 #include <tuple>
 #include <utility>
@@ -107,8 +106,8 @@ using Operation = std::function<std::string(FakeBoard &board, const Words &words
 template<auto Function>
 constexpr auto kFunction = Function;
 
-/// Calls a function with arguments from the words. Takes the place of its pointer: those in the
-/// records are filled later.
+/// Calls a function with arguments from the words. Takes the address of its pointer, because
+/// those in the records are filled later.
 template<typename Returned, typename... Arguments>
 Operation Call(Returned (*const *function)(Arguments...))
 {
@@ -223,7 +222,7 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
         return ++static_cast<Work *>(own)->rounds < 5 ? 0 : -1;
     };
     const auto exit = [](void *own) {
-        g_board->Record("exit " + std::to_string(static_cast<Work *>(own)->rounds));
+        g_board->Record("last round " + std::to_string(static_cast<Work *>(own)->rounds));
     };
     return ResultText(
         CTHREAD_Init(&g_thread, &work, all ? +init : nullptr, +loop, all ? +exit : nullptr));

@@ -63,7 +63,9 @@ void AddFault(FakeBoard &board, const Words &words)
     int error = 0;
     while (words.at(2) != "0" &&
            (strerrorname_np(error) == nullptr || words[2] != strerrorname_np(error))) {
-        ++error;
+        if (++error > 200) {
+            throw std::runtime_error("no error " + words[2]);
+        }
     }
     const auto [first, last] = RangeOf(words.size() > 3 ? words[3] : "1");
     board.Fail({words[1], error, first, last, words.size() > 4 ? words[4] : ""});

@@ -51,8 +51,10 @@ chmod +x $world/bin/*
 
 word() { printf "\\x$(printf %02x $(($1 & 255)))\\x$(printf %02x $(($1 >> 8 & 255)))\\0\\0"; }
 for n in 1 2; do seq -f "new $n %.0f" 9999 | head -c 40000 >$world/new/$n; done
-{ seq -f 'new 3 %.0f' 9999 | head -c 30000 && printf '\340' && head -c 9999 /dev/zero | tr '\0' '\377'; } >$world/new/3
-mkdir $world/new/etc && echo hostname=camera >$world/new/etc/system.conf && echo server_port=1852 >$world/new/etc/tcp_server.conf
+seq -f 'new 3 %.0f' 9999 | head -c 30000 >$world/new/3
+{ printf '\340' && head -c 9999 /dev/zero | tr '\0' '\377'; } >>$world/new/3
+mkdir $world/new/etc
+echo hostname=camera >$world/new/etc/system.conf && echo server_port=1852 >$world/new/etc/tcp_server.conf
 { printf 3510 && word 1 && word 40000 && word 40000 && word 40000 && cat $world/new/{1,2,3}; } >$world/package
 
 # on CASE [CUT...]: makes a board with old firmware, changed settings, an empty card and a mounted /etc.
@@ -101,7 +103,8 @@ case="again after giving up" && mkdir $world/etc && echo server_port=1 >$world/e
 mount --bind $world/etc /etc && run && is installed new gate-7+9000 ^reboot
 
 for worn in 1 2; do
-    on "worn partition $worn" && echo $worn >$world/worn && run && is given-up mixed gate-7+9000 "8 times, and the.*partition does"
+    on "worn partition $worn" && echo $worn >$world/worn && run
+    is given-up mixed gate-7+9000 "8 times, and the.*partition does"
 done
 on "worn partition of /etc" && echo 3 >$world/worn && run && is given-up new gate-7+9000 "partition of /etc does"
 on "refused by upgrade" && : >$world/refuses && run && is refused old gate-7+9000 "upgrade refuses the package"
@@ -128,7 +131,8 @@ cut "settings damaged" && damage settings && start && is installed new camera+ "
 # refused PACKAGE TEXT: board and card must not change.
 refused() {
     call safe-upgrade "$1" && is none old gate-7+9000 "refused.*$2"
-    [ $status -eq 1 ] && [ -z "$(find $world/card -type f ! -name full)" ] || bad "status $status, or files on the card"
+    [ $status -eq 1 ] && [ -z "$(find $world/card -type f ! -name full)" ] ||
+        bad "status $status, or files on the card"
 }
 on "no package" && refused $world/none "no file"
 on "half a package" && head -c 50000 $world/package >$world/half && refused $world/half "not a whole package"
