@@ -79,7 +79,7 @@ for status in /proc/[0-9]*/status; do
 done
 for name in flashcp upgrade; do
     [ -e /tmp/$name.trace ] || continue
-    # From upgrade's trace, only the part of the second region.
+    # From upgrade's trace, only the calls for the second region.
     awk -v name=$name '
         /CFlash_Erase. =+> / { other = !/mtd.2/; begun = 1 }
         name == "upgrade" && (other || !begun) { next }

@@ -12,6 +12,7 @@ and test it at the factory. Each command is a link to the executable.")
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_COMPONENTS_ALL program)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
 
 set(program_documents docs/factory-tests.md docs/known-limits.md docs/upgrade-safety.md)
