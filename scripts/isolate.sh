@@ -1,11 +1,12 @@
 # Sourced: keeps commands away from this machine's network, mounts and processes.
 # shellcheck shell=bash
 
-# isolated COMMAND...: runs it in namespaces of its own, as root or as another user.
+# isolated COMMAND...: takes this shell's place and runs COMMAND in namespaces of its own, as root or as
+# another user. Whatever ends this process ends everything in them.
 isolated() {
     local user=()
     unshare --net true 2>/dev/null || user=(--map-root-user)
-    unshare "${user[@]}" --net --mount --pid --mount-proc --fork --kill-child "$@"
+    exec unshare "${user[@]}" --net --mount --pid --mount-proc --fork --kill-child "$@"
 }
 
 # hold_network: keeps a second network namespace, that of process $holder, until this one ends.
@@ -17,8 +18,5 @@ hold_network() {
 
 # isolate_me "$@": starts the calling script again, isolated. Returns only in the isolated script.
 isolate_me() {
-    [ -z "${is_isolated:-}" ] || return 0
-    local status=0
-    is_isolated=yes isolated "$0" "$@" || status=$?
-    exit $status
+    [ -n "${is_isolated:-}" ] || is_isolated=yes isolated "$0" "$@"
 }

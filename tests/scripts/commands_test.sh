@@ -27,7 +27,7 @@ stand_in() {
 # says STATUS TEXT COMMAND...: checks the exit status and the output.
 says() {
     local status=0
-    "${@:3}" >"$work/said" 2>&1 </dev/null || status=$?
+    ("${@:3}") >"$work/said" 2>&1 </dev/null || status=$?
     [ $status -eq "$1" ] || fail "'${*:3}' ends with $status instead of $1"
     grep -qF -- "$2" "$work/said" || fail "'${*:3}' does not say '$2'"
 }
