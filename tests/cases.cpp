@@ -1,4 +1,5 @@
-// Runs the cases in the text files of tests/cases. docs/testing.md explains their form.
+// Runs the cases in the text files of tests/cases. docs/testing.md explains their form. A line that the
+// runner does not understand ends it with the line's place and what was expected, before any case runs.
 //
 //     unit_tests [--update] [GoogleTest's options]
 //
@@ -8,31 +9,40 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "tests/words.h"
 
 namespace
 {
 
-/// A command, a comment or the like, with what is expected of it.
+/// A command with what is expected of it, or the words of an "only".
 struct Row {
-    int first, last;  ///< its lines in the file
-    std::string text; ///< each expected line begins with a line break
+    int first, last;      ///< its lines in the file
+    std::string command;  ///< with its '+', '$' or "only"
+    std::string expected; ///< with a line break before each line
 };
 
 using Block = std::vector<Row>; ///< ends at an empty line; has a board of its own
+using Definitions = std::vector<std::pair<std::string, std::string>>; ///< "<name>" and its lines
 
 struct Case {
-    std::string file, name;
+    std::string name;
     int line;
     std::vector<Block> blocks; ///< each after its background
 };
 
+struct CaseFile {
+    std::string path;
+    Definitions definitions; ///< later ones may contain earlier ones
+    std::deque<Case> cases;
+    std::map<int, std::string> lines; ///< by number
+};
+
 constexpr size_t kWidth = 100;
 bool g_update;
-std::vector<std::pair<std::string, std::string>> g_definitions; ///< "<name>" and its lines
-std::map<std::string, std::map<int, std::string>> g_lines;      ///< of the files, by number
 
 std::string Replaced(std::string text, const std::string &from, const std::string &to)
 {
@@ -43,18 +53,23 @@ std::string Replaced(std::string text, const std::string &from, const std::strin
 }
 
 /// Replaces the names of definitions by their lines.
-std::string Expanded(std::string lines)
+std::string Expanded(std::string lines, const Definitions &definitions)
 {
-    for (const auto &[name, defined] : g_definitions) {
+    for (const auto &[name, defined] : definitions) {
         lines = Replaced(lines, "\n" + name, defined);
+    }
+    const size_t name = lines.find("\n<");
+    if (name != std::string::npos) {
+        const size_t end = lines.find('\n', name + 1);
+        throw WrongLine("this file defines no '" + lines.substr(name + 1, end - name - 1) + "'");
     }
     return lines;
 }
 
-/// Replaces lines by the names of their definitions. Later definitions may contain earlier ones.
-std::string Folded(std::string lines)
+/// Replaces lines by the names of their definitions.
+std::string Folded(std::string lines, const Definitions &definitions)
 {
-    for (auto own = g_definitions.rbegin(); own != g_definitions.rend(); ++own) {
+    for (auto own = definitions.rbegin(); own != definitions.rend(); ++own) {
         lines = Replaced(lines, own->second, "\n" + own->first);
     }
     return lines;
@@ -79,36 +94,16 @@ std::string Laid(const std::string &command, const std::string &found)
     for (std::string line; std::getline(lines, line);) {
         const bool is_alone = line.size() > kWidth - 4 || line.find(" | ") != std::string::npos;
         const bool fits = !is_alone && width + 3 + line.size() <= kWidth;
-        text += (is_alone ? "\n" : fits ? " | " : "\n  | ") + line;
+        text += (is_alone ? "\n  > " : fits ? " | " : "\n  | ") + line;
         width = is_alone ? kWidth : (fits ? width + 3 : 4) + line.size();
     }
     return text;
 }
 
-void RunRow(const Case &own, const Row &row, FakeBoard &board, const Words &only)
-{
-    const std::string command = row.text.substr(0, row.text.find('\n'));
-    const std::string expected = Expanded(row.text.substr(command.size()));
-    RunLine(board, WordsIn(command));
-    const std::string found = board.TakeTranscript(only);
-    if (Matches(expected, found)) {
-        return;
-    }
-    if (!g_update) {
-        ADD_FAILURE_AT(own.file.c_str(), row.first)
-            << command << "\nexpected:" << expected << "\n\nfound:" << found;
-        return;
-    }
-    for (int number = row.first; number <= row.last; ++number) {
-        g_lines[own.file].erase(number);
-    }
-    g_lines[own.file][row.first] = Laid(command, Folded(found));
-}
-
 class CaseTest : public testing::Test
 {
 public:
-    explicit CaseTest(const Case &own) : case_(own) {}
+    CaseTest(CaseFile &file, const Case &own) : file_(file), case_(own) {}
 
     void TestBody() override
     {
@@ -116,20 +111,43 @@ public:
             FakeBoard board;
             Words only;
             for (const Row &row : block) {
-                if (row.text.starts_with("only ")) {
-                    only = WordsIn(row.text.substr(5));
-                } else if (row.text[0] != '#') {
-                    RunRow(case_, row, board, only);
+                try {
+                    const Words words = WordsIn(row.command);
+                    words[0] == "only" ? only.assign(words.begin() + 1, words.end())
+                                       : RunRow(row, words, board, only);
+                } catch (const WrongLine &wrong) {
+                    ADD_FAILURE_AT(file_.path.c_str(), row.first)
+                        << row.command << "\n" << wrong.what();
+                    break;
                 }
             }
-            if (!board.FailedAll()) {
-                ADD_FAILURE_AT(case_.file.c_str(), block.back().first)
-                    << "this block does not make a call that was to fail";
+            if (!board.Missed().empty()) {
+                ADD_FAILURE_AT(file_.path.c_str(), block.back().first)
+                    << "this block does not make the " << board.Missed();
             }
         }
     }
 
 private:
+    void RunRow(const Row &row, const Words &words, FakeBoard &board, const Words &only)
+    {
+        RunLine(board, words);
+        const std::string found = board.TakeTranscript(only);
+        if (Matches(Expanded(row.expected, file_.definitions), found)) {
+            return;
+        }
+        if (!g_update) {
+            ADD_FAILURE_AT(file_.path.c_str(), row.first)
+                << row.command << "\nexpected:" << row.expected << "\n\nfound:" << found;
+            return;
+        }
+        for (int number = row.first; number <= row.last; ++number) {
+            file_.lines.erase(number);
+        }
+        file_.lines[row.first] = Laid(row.command, Folded(found, file_.definitions));
+    }
+
+    CaseFile &file_;
     const Case &case_;
 };
 
@@ -148,63 +166,161 @@ std::string NameOf(const std::string &comment)
     return name;
 }
 
-bool Runs(const Row &row)
+/// Reads a file of cases, line by line. Throws WrongLine.
+class Reader
 {
-    return row.text.starts_with("$ ") ||
-           (row.text.starts_with("+ ") && row.text.find(" $ ") != std::string::npos);
-}
+public:
+    explicit Reader(CaseFile &file) : file_(file) {}
 
-/// Adds a block to the cases of its file. A block that begins with a comment begins a case. A block
-/// that runs nothing is the background of all following blocks, up to the next such block.
-void AddBlock(const std::string &path, Block block, Block &background, std::deque<Case> &cases)
-{
-    if (block.empty()) {
-        return;
-    }
-    const std::string first = block[0].text;
-    if (first.starts_with("define ")) {
-        for (const auto &[line, last, text] : block) {
-            const size_t end = text.find('\n');
-            g_definitions.emplace_back("<" + text.substr(7, end - 7) + ">",
-                                       Expanded(text.substr(end)));
+    void ReadLine(int number, const std::string &line)
+    {
+        if (line.empty()) {
+            EndBlock();
+        } else if (line.starts_with("# ")) {
+            AddComment(number, line);
+        } else if (line.starts_with("define ") || line.starts_with("background: ")) {
+            const std::string kind = line.substr(0, line.find_first_of(": "));
+            const bool goes_on = kind == "define" && kind_ == kind;
+            Expect(goes_on || (block_.empty() && comment_.empty() && kind_.empty()),
+                   "an empty line before it");
+            if (goes_on) {
+                Define();
+            }
+            kind_ = kind;
+            kind == "define" ? AddRow(number, line) : void();
+        } else if (line.starts_with("+ ") || line.starts_with("$ ") || line.starts_with("only ")) {
+            Expect(kind_ != "define", "an empty line behind a definition");
+            AddRow(number, line);
+        } else if (line.starts_with("  | ") || line.starts_with("  > ")) {
+            Expect(TakesEffects(), "an effect only behind a '$'"); // also that there is a row
+            block_.back().last = number;
+            AddEffects("\n" + (line[2] == '|' ? Lines(line.substr(4)) : line.substr(4)));
+        } else if (line.starts_with("    ")) {
+            Expect(!block_.empty(), "a line to go on with");
+            block_.back().last = number;
+            (block_.back().expected.empty() ? block_.back().command : block_.back().expected) +=
+                Lines(line.substr(3));
+        } else {
+            throw WrongLine("a line begins with '# ', '+ ', '$ ', 'only ', 'define ', 'background: ', "
+                            "'  | ', '  > ' or four blanks");
         }
-    } else if (std::ranges::none_of(block, Runs)) {
-        background = block;
-    } else {
-        if (first.starts_with('#') || cases.empty() || cases.back().file != path) {
-            cases.push_back({path, NameOf(first), block[0].first, {}});
+    }
+
+    /// At an empty line and at the end of the file.
+    void EndBlock()
+    {
+        const bool runs = !block_.empty() && RunsIn(block_.back());
+        if (kind_ == "define") {
+            Define();
+        } else if (kind_ == "background") {
+            Expect(!block_.empty() && std::ranges::none_of(block_, RunsIn), "a background runs nothing");
+            background_ = block_;
+        } else if (!block_.empty() || !comment_.empty()) {
+            Expect(runs, "the last row of a block runs something, or a background says so");
+            AddToCase();
         }
-        block.insert(block.begin(), background.begin(), background.end());
-        cases.back().blocks.push_back(block);
+        block_.clear();
+        comment_.clear();
+        kind_.clear();
     }
-}
 
-/// Adds a line to the block: a new row, or more of what the last row expects.
-void AddLine(int number, const std::string &line, Block &block)
-{
-    const auto begins = [&line](const char *word) { return line.starts_with(word); };
-    if (block.empty() ||
-        std::ranges::any_of(std::array{"#", "+ ", "$ ", "only ", "define "}, begins)) {
-        block.push_back({number, number, Replaced(line, " | ", "\n")});
-        return;
+private:
+    static void Expect(bool is_so, const char *text)
+    {
+        if (!is_so) {
+            throw WrongLine(std::string{"expected: "} + text);
+        }
     }
-    block.back().last = number;
-    block.back().text += begins("  | ")   ? Replaced(line.substr(1), " | ", "\n")
-                         : begins("    ") ? line.substr(3)
-                                          : "\n" + line;
-}
 
-void ReadCases(const std::string &path, std::deque<Case> &cases)
-{
-    std::ifstream file{path};
-    Block background, block;
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        g_lines[path][number] = line;
-        line.empty() ? AddBlock(path, std::exchange(block, {}), background, cases)
-                     : AddLine(number, line, block);
+    static std::string Lines(const std::string &text) { return Replaced(text, " | ", "\n"); }
+
+    static bool RunsIn(const Row &row)
+    {
+        return !row.command.starts_with("only ") && Runs(WordsIn(row.command));
     }
-    AddBlock(path, block, background, cases);
+
+    bool TakesEffects() const
+    {
+        return !block_.empty() && (kind_ == "define" || RunsIn(block_.back()));
+    }
+
+    void AddComment(int number, const std::string &line)
+    {
+        Expect(block_.empty() && kind_.empty(), "an empty line before a comment");
+        comment_line_ = comment_.empty() ? number : comment_line_;
+        comment_ += comment_.empty() ? line : " "; // the first line names the case
+    }
+
+    void AddRow(int number, const std::string &line)
+    {
+        const std::string text = Lines(line);
+        const size_t end = std::min(text.find('\n'), text.size());
+        block_.push_back({number, number, text.substr(0, end), ""});
+        if (kind_ != "define") {
+            Expect(WordsIn(block_.back().command).size() > 1, "a word behind it");
+        }
+        AddEffects(text.substr(end));
+    }
+
+    void AddEffects(const std::string &lines)
+    {
+        std::string &expected = block_.back().expected;
+        expected += lines;
+        Expect(expected.empty() || TakesEffects(), "an effect only behind a '$'");
+        Expect(Replaced(expected, "\\*", "").size() + 2 >= expected.size(), "one '\\*' at most");
+        Expanded(lines, file_.definitions); // throws if there is no such definition
+    }
+
+    /// Ends a definition. The definitions below may contain it.
+    void Define()
+    {
+        const auto &[first, last, command, lines] = block_.back();
+        const std::string name = "<" + command.substr(7) + ">";
+        Expect(!lines.empty(), "the effects that it stands for");
+        file_.definitions.emplace_back(name, Expanded(lines, file_.definitions));
+        block_.clear();
+    }
+
+    /// A block with a comment begins a case. Other blocks belong to the case above.
+    void AddToCase()
+    {
+        if (!comment_.empty()) {
+            const std::string name = NameOf(comment_.substr(0, comment_.find_last_not_of(' ') + 1));
+            Expect(std::ranges::none_of(file_.cases, [&](auto &own) { return own.name == name; }),
+                   "another name than that of a case above");
+            file_.cases.push_back({name, comment_line_, {}});
+        }
+        Expect(!file_.cases.empty(), "a comment that names the case");
+        block_.insert(block_.begin(), background_.begin(), background_.end());
+        file_.cases.back().blocks.push_back(block_);
+    }
+
+    CaseFile &file_;
+    Block background_; ///< of the blocks below it
+    Block block_;
+    std::string kind_; ///< of the block: "define", "background" or ""
+    std::string comment_;
+    int comment_line_ = 0;
+};
+
+/// Prints what is wrong with the file. Returns whether nothing is.
+bool ReadCases(CaseFile &file)
+{
+    std::ifstream stream{file.path};
+    Reader reader{file};
+    int number = 0;
+    try {
+        for (std::string line; std::getline(stream, line);) {
+            file.lines[++number] = line;
+            reader.ReadLine(number, line);
+        }
+        reader.EndBlock();
+        return true;
+    } catch (const WrongLine &wrong) {
+        std::cerr << file.path << ":" << number << ": " << file.lines[number] << "\n"
+                  << wrong.what() << "\n";
+        return false;
+    }
 }
 
 } // namespace
@@ -213,22 +329,31 @@ int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);
     g_update = argc > 1 && std::string{argv[1]} == "--update";
-    std::vector<std::filesystem::path> files{std::filesystem::directory_iterator{CASES}, {}};
-    std::ranges::sort(files);
-    static std::deque<Case> cases; // the tests refer to them
-    for (const std::filesystem::path &path : files) {
-        ReadCases(path, cases);
+    std::vector<std::filesystem::path> paths{std::filesystem::directory_iterator{CASES}, {}};
+    std::ranges::sort(paths);
+    static std::deque<CaseFile> files; // the tests refer to them
+    bool is_right = true;
+    for (const std::filesystem::path &path : paths) {
+        files.push_back({path, {}, {}, {}});
+        is_right = ReadCases(files.back()) && is_right;
     }
-    for (const Case &own : cases) {
-        const std::string suite = NameOf(std::filesystem::path{own.file}.stem());
-        testing::RegisterTest(suite.c_str(), own.name.c_str(), nullptr, nullptr, own.file.c_str(),
-                              own.line, [&own] { return new CaseTest{own}; });
+    if (!is_right) {
+        return 2;
+    }
+    for (CaseFile &file : files) {
+        const std::string suite = NameOf(std::filesystem::path{file.path}.stem());
+        for (const Case &own : file.cases) {
+            testing::RegisterTest(suite.c_str(), own.name.c_str(), nullptr, nullptr,
+                                  file.path.c_str(), own.line,
+                                  [&file, &own] { return new CaseTest{file, own}; });
+        }
     }
     const int result = RUN_ALL_TESTS();
-    for (const auto &[path, lines] : g_update ? g_lines : decltype(g_lines){}) {
-        std::ofstream file{path};
-        for (const auto &[number, text] : lines) {
-            file << text << "\n";
+    for (const CaseFile &file : files) {
+        std::ofstream stream;
+        g_update ? stream.open(file.path) : void();
+        for (const auto &[number, text] : file.lines) {
+            stream << text << "\n";
         }
     }
     return result;

@@ -181,6 +181,17 @@ bool FakeBoard::Fails(const std::string &function, const std::string &path)
     return fails;
 }
 
+std::string FakeBoard::Missed() const
+{
+    const auto fault =
+        std::ranges::find_if(faults_, [](const Fault &own) { return own.first > 0; });
+    if (fault != faults_.end()) {
+        return "call of '" + fault->function + "' that was to fail";
+    }
+    const auto event = std::ranges::find_if(events, [](const Event &own) { return own.nth > 0; });
+    return event != events.end() ? "effect '" + event->line + "' that an 'at' waits for" : "";
+}
+
 int FakeBoard::Shell(const char *command)
 {
     Record(std::string{"sh "} + command);

@@ -115,11 +115,10 @@ public:
     [[nodiscard]] std::string Read(const std::string &path) const; ///< "(none)" without such a file
     /// The first call that was made to fail and its path, or "".
     [[nodiscard]] const std::string &failed() const { return failed_; }
-    /// Whether the program made every call that was to fail.
-    [[nodiscard]] bool FailedAll() const
-    {
-        return std::ranges::all_of(faults_, [](const Fault &fault) { return fault.first <= 0; });
-    }
+    /// A call that was to fail and was not made, or an event that did not happen; or "".
+    [[nodiscard]] std::string Missed() const;
+
+    std::string wrong_event; ///< what an event's action had to say about its words
 
     // --- for the C library calls
 

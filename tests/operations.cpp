@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 #include <tuple>
 #include <utility>
 
@@ -44,20 +43,42 @@ namespace
 CICOMM g_channel;
 CTHREAD g_thread;
 CWDT g_watchdog;
-std::string g_text;
+std::string g_text, g_bytes; ///< the buffers that a call fills, with text or with any bytes
 std::vector<int> g_opened; ///< for one call
 
 /// A number; or what to open for this one call: a path, or a kind of socket.
-long long NumberOf(const std::string &word)
+template<typename Type>
+Type NumberOf(const std::string &word)
 {
-    if (word[0] == '-' || std::isdigit(word[0]) != 0) {
-        return std::stoll(word, nullptr, 0);
+    if (std::isdigit(word[0]) == 0 && word[0] != '-') {
+        g_opened.push_back(open(word.c_str(), O_RDWR));
+        if (g_opened.back() < 0) {
+            throw WrongLine("'" + word + "' is no number, and the board cannot open it");
+        }
+        return static_cast<Type>(g_opened.back());
     }
-    g_opened.push_back(open(word.c_str(), O_RDWR));
-    return g_opened.back();
+    return NumberAs<Type>(word);
 }
 
-/// The next argument of a function. A record takes no word, a buffer takes its size.
+template<typename Type, typename... Others>
+constexpr bool kIsOneOf = (std::is_same_v<Type, Others> || ...);
+/// A record takes no word.
+template<typename Type>
+constexpr bool kIsRecord = kIsOneOf<Type, CICOMM *, CTHREAD *, CWDT *>;
+template<typename Type>
+constexpr bool kIsBuffer = std::is_pointer_v<Type> && !std::is_const_v<std::remove_pointer_t<Type>>;
+
+/// How a usage names an argument.
+template<typename Type>
+std::string NameOf()
+{
+    return kIsRecord<Type>                                         ? ""
+           : std::is_same_v<Type, std::span<char>> || kIsBuffer<Type> ? " SIZE"
+           : std::is_integral_v<Type> && !std::is_same_v<Type, char> ? " NUMBER|PATH"
+                                                                    : " TEXT";
+}
+
+/// The next argument of a function. A buffer to fill takes its size.
 template<typename Type>
 Type Take(const Words &words, size_t &at)
 {
@@ -69,16 +90,23 @@ Type Take(const Words &words, size_t &at)
         return &g_watchdog;
     } else {
         const std::string &word = words.at(at++);
+        if constexpr (std::is_pointer_v<Type>) {
+            if (word == "null") {
+                return nullptr;
+            }
+        }
         if constexpr (std::is_same_v<Type, std::span<char>>) {
-            g_text.assign(std::stoul(word), '-');
+            g_text.assign(NumberOf<size_t>(word), '-');
             return g_text;
+        } else if constexpr (kIsBuffer<Type>) {
+            g_bytes.assign(NumberOf<size_t>(word), '\xee');
+            return reinterpret_cast<Type>(g_bytes.data());
         } else if constexpr (std::is_pointer_v<Type>) {
-            return word == "null" ? nullptr
-                                  : reinterpret_cast<Type>(const_cast<char *>(word.c_str()));
+            return reinterpret_cast<Type>(word.c_str());
         } else if constexpr (std::is_same_v<Type, char>) {
             return word[0];
         } else if constexpr (std::is_integral_v<Type>) {
-            return static_cast<Type>(NumberOf(word));
+            return NumberOf<Type>(word);
         } else if constexpr (std::is_same_v<Type, sockaddr>) {
             sockaddr address{AF_PACKET, ""};
             word.copy(address.sa_data, sizeof address.sa_data);
@@ -101,7 +129,10 @@ std::string ResultText(long long result)
     return "= " + std::to_string(result);
 }
 
-using Operation = std::function<std::string(FakeBoard &board, const Words &words)>;
+struct Operation {
+    std::string usage; ///< its arguments
+    std::function<std::string(FakeBoard &board, const Words &words)> run;
+};
 
 template<auto Function>
 constexpr auto kFunction = Function;
@@ -111,9 +142,10 @@ constexpr auto kFunction = Function;
 template<typename Returned, typename... Arguments>
 Operation Call(Returned (*const *function)(Arguments...))
 {
-    return [function](FakeBoard & /*board*/, const Words &words) -> std::string {
+    const auto run = [function](FakeBoard & /*board*/, const Words &words) -> std::string {
         [[maybe_unused]] size_t at = 1;
         g_text.clear();
+        g_bytes.clear();
         std::tuple<std::decay_t<Arguments>...> arguments{
             Take<std::decay_t<Arguments>>(words, at)...};
         if constexpr (std::is_void_v<Returned>) {
@@ -121,9 +153,11 @@ Operation Call(Returned (*const *function)(Arguments...))
             return "";
         } else {
             const std::string result = ResultText(std::apply(*function, arguments));
-            return g_text.empty() ? result : result + " " + g_text.substr(0, g_text.find('\0'));
+            return result + (g_text.empty() ? "" : " " + g_text.substr(0, g_text.find('\0'))) +
+                   (g_bytes.empty() ? "" : " " + Hex(g_bytes));
         }
     };
+    return {(NameOf<std::decay_t<Arguments>>() + ... + ""), run};
 }
 
 /// Runs an applet with its arguments, which outlive a run that does not return.
@@ -141,13 +175,13 @@ void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string
     }
 }
 
-/// FLAGS: the package at its usual place, onto the three partitions. A partition that then differs
+/// The package at its usual place, onto the three partitions. A partition that then differs
 /// from its region is shown with the number of bytes that match.
 std::string Install(FakeBoard &board, const Words &words)
 {
     const std::array<const char *, 3> devices{"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"};
     const int result = CFlash_TEVWrite("/tmp/flash3", devices[0], devices[1], devices[2],
-                                       static_cast<uint32_t>(std::stoul(words.at(1))));
+                                       NumberOf<uint32_t>(words.at(1)));
     std::string text = ResultText(result);
     for (int i = 0; i < 3 && result == 0; ++i) {
         const std::string &flash = board.NodeAt(devices[i])->bytes;
@@ -203,8 +237,7 @@ std::string Receive(FakeBoard & /*board*/, const Words & /*words*/)
                                 reinterpret_cast<const char *>(data(&g_channel));
 }
 
-/// SECONDS [INIT-RESULT]: a thread of five such rounds; without INIT-RESULT it has no init and
-/// exit.
+/// A thread of five rounds of so many seconds; without INIT-RESULT it has no init and exit.
 std::string InitThread(FakeBoard & /*board*/, const Words &words)
 {
     static struct Work {
@@ -212,7 +245,7 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
         int init_result, rounds;
     } work;
     const bool all = words.size() > 2;
-    work = {static_cast<unsigned>(std::stoi(words.at(1))), all ? std::stoi(words[2]) : 0, 0};
+    work = {NumberOf<unsigned>(words.at(1)), all ? NumberOf<int>(words[2]) : 0, 0};
     const auto init = [](void *own) {
         g_board->Record("init");
         return static_cast<Work *>(own)->init_result;
@@ -231,12 +264,13 @@ std::string InitThread(FakeBoard & /*board*/, const Words &words)
 #define PLAIN(function) {#function, Call(&kFunction<function>)},
 // clang-format off
 const std::map<std::string, Operation> kOperations = {
-    {"show", [](FakeBoard &board, auto &words) { return "= " + board.Read(words.at(1)); }},
-    {"check", [](auto &, auto &) { return ResultText(CFlash_CheckImage("/tmp/flash3", 20)); }},
-    {"install", Install}, {"numbers", Numbers},
-    {"CTHREAD_Init", InitThread}, {"CICOMM_Recv", Receive}, {"CUTIL_ForkPipe", ForkPipe},
-    {"clock", [](FakeBoard &board, auto &) { return ResultText(board.clock); }},
-    {"thread-state", [](auto &, auto &) { return ResultText(g_thread.state); }},
+    {"show", {" PATH", [](auto &board, auto &words) { return "= " + board.Read(words[1]); }}},
+    {"check", {"", [](auto &, auto &) { return ResultText(CFlash_CheckImage("/tmp/flash3", 20)); }}},
+    {"install", {" FLAGS", Install}}, {"numbers", {" TEXT", Numbers}},
+    {"CTHREAD_Init", {" SECONDS [INIT-RESULT]", InitThread}}, {"CICOMM_Recv", {"", Receive}},
+    {"CUTIL_ForkPipe", {"", ForkPipe}},
+    {"clock", {"", [](auto &board, auto &) { return ResultText(board.clock); }}},
+    {"thread-state", {"", [](auto &, auto &) { return ResultText(g_thread.state); }}},
     // The operations of the records are called through them.
     {"CICOMM_Close", Call(&g_channel.operations.close)},
     {"CICOMM_GetFd", Call(&g_channel.operations.get_fd)},
@@ -261,23 +295,32 @@ const std::map<std::string, Operation> kOperations = {
 };
 // clang-format on
 
+/// The applet of this name, or null.
+const Applet *FindApplet(const std::string &name)
+{
+    const Applet *applet = Applets();
+    while (applet->name != nullptr && name != applet->name) {
+        ++applet;
+    }
+    return applet->name != nullptr ? applet : nullptr;
+}
+
 void RunOne(FakeBoard &board, const Words &words)
 {
-    if (words.at(0) == "qve") {
-        Start(board, Dispatch, std::span{words}.subspan(1));
+    const std::string name = words.empty() ? "" : words[0];
+    const Applet *applet = FindApplet(name);
+    if (name == "qve" || applet != nullptr) {
+        applet == nullptr ? Start(board, Dispatch, std::span{words}.subspan(1))
+                          : Start(board, applet->handler, words);
         return;
     }
-    for (const Applet *applet = Applets(); applet->name != nullptr; ++applet) {
-        if (words[0] == applet->name) {
-            Start(board, applet->handler, words);
-            return;
-        }
+    const auto operation = kOperations.find(name);
+    if (operation == kOperations.end()) {
+        throw WrongLine("no applet or operation is called '" + name + "'");
     }
-    if (!kOperations.contains(words[0])) {
-        throw std::runtime_error("no operation " + words[0]);
-    }
-    std::string result = kOperations.at(words[0])(board, words);
-    if (words[0].starts_with("CUTIL_Set")) {
+    CheckCount(name + operation->second.usage, words);
+    std::string result = operation->second.run(board, words);
+    if (name.starts_with("CUTIL_Set")) {
         result += " " + board.Read("/etc/a.conf");
     }
     for (const int fd : std::exchange(g_opened, {})) {
@@ -288,18 +331,41 @@ void RunOne(FakeBoard &board, const Words &words)
     }
 }
 
+void PrepareOne(FakeBoard &board, const Words &words)
+{
+    const auto applet = std::ranges::find_if(words, FindApplet);
+    if (applet != words.end()) {
+        throw WrongLine("'" + *applet + "' stands behind a '+'; an applet needs a '$'");
+    }
+    Prepare(board, words);
+}
+
 } // namespace
+
+bool Runs(const Words &line)
+{
+    return std::ranges::find(line, "$") != line.end();
+}
 
 void RunLine(FakeBoard &board, const Words &line)
 {
+    // These outlive a run that does not come back.
+    static Words words;
+    static long left;
+    const auto begins = [](const std::string &word) { return word == "+" || word == "$"; };
+    left = std::ranges::count_if(line, begins);
     board.Run([&] {
-        static Words words; // outlives a run that does not come back
-        for (auto begin = line.begin(); begin != line.end();) {
-            const auto end = std::find_if(
-                begin + 1, line.end(), [](const auto &word) { return word == "+" || word == "$"; });
+        for (auto begin = line.begin(); begin != line.end(); --left) {
+            const auto end = std::find_if(begin + 1, line.end(), begins);
             words.assign(begin + 1, end);
-            *begin == "+" ? Prepare(board, words) : RunOne(board, words);
+            *begin == "+" ? PrepareOne(board, words) : RunOne(board, words);
             begin = end;
         }
     });
+    if (left > 1) {
+        throw WrongLine("'" + words[0] + "' does not come back, so the rest of the line never runs");
+    }
+    if (!board.wrong_event.empty()) {
+        throw WrongLine(board.wrong_event);
+    }
 }

@@ -1,5 +1,7 @@
 #include "tests/packages.h"
 
+#include "tests/words.h"
+
 namespace
 {
 
@@ -43,7 +45,7 @@ uint32_t WordAt(const std::string &bytes, size_t offset)
 
 std::string BuildPackage(const std::map<std::string, std::string> &parts)
 {
-    const auto number = [&parts](const char *part) { return std::stoi(parts.at(part)); };
+    const auto number = [&parts](const char *part) { return NumberIn(parts.at(part)); };
     const std::string &data = parts.at("data");
     std::string kernel = BigEndian(0x27051956) + std::string(4, '\0') + "time" +
                          BigEndian(Size(data)) + "loadentr" + BigEndian(Crc32(data));
@@ -58,7 +60,7 @@ std::string BuildPackage(const std::map<std::string, std::string> &parts)
     for (const std::string &region : regions) {
         sizes += LittleEndian(Size(region));
     }
-    const int version = number("version");
+    const long long version = number("version");
     return parts.at("marker") + LittleEndian(static_cast<uint32_t>(version)) +
            (version == 3 ? "any." + sizes + std::string(40, '.') : sizes) + regions[0] +
            regions[1] + regions[2];

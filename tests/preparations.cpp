@@ -1,9 +1,11 @@
 // The preparations of the cases, and the words of their lines.
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sstream>
-#include <stdexcept>
 #include <utility>
 
 #include "tests/packages.h"
@@ -29,23 +31,31 @@ const std::map<std::string, std::string> kFrameParts = {
     {"nowhere", std::string(4, '\0')},
 };
 
-long long Number(const std::string &word)
+Node &NodeOf(FakeBoard &board, const Words &words)
 {
-    return std::stoll(word, nullptr, 0);
+    Node *node = board.NodeAt(words.at(1));
+    if (node == nullptr) {
+        throw WrongLine("the board has no '" + words[1] + "'");
+    }
+    return *node;
 }
 
-/// Parts of a frame or their bytes; "<28" cuts it, "!16" sets the events that poll reports.
+/// Names of parts, or "=BYTES"; "<28" cuts the frame, "!16" sets the events that poll reports.
 Node::Piece FrameOf(const Words &words)
 {
     Node::Piece frame;
     for (size_t i = 1; i < words.size(); ++i) {
         const auto part = kFrameParts.find(words[i]);
         if (words[i].starts_with('<')) {
-            frame.bytes.resize(std::stoul(words[i].substr(1)));
+            frame.bytes.resize(NumberAs<size_t>(words[i].substr(1)));
         } else if (words[i].starts_with('!')) {
-            frame.events = static_cast<short>(Number(words[i].substr(1)));
+            frame.events = NumberAs<short>(words[i].substr(1));
+        } else if (words[i].starts_with('=')) {
+            frame.bytes += words[i].substr(1);
+        } else if (part != kFrameParts.end()) {
+            frame.bytes += part->second;
         } else {
-            frame.bytes += part != kFrameParts.end() ? part->second : words[i];
+            throw WrongLine("no part of a frame is called '" + words[i] + "'");
         }
     }
     return frame;
@@ -54,24 +64,23 @@ Node::Piece FrameOf(const Words &words)
 /// "N" or "N-M"
 std::pair<int, int> RangeOf(const std::string &word)
 {
-    return {std::stoi(word), std::stoi(word.substr(word.find('-') + 1))};
+    return {NumberAs<int>(word.substr(0, word.find('-'))),
+            NumberAs<int>(word.substr(word.find('-') + 1))};
 }
 
-/// FUNCTION ERROR [N | N-M] [PATH]
 void AddFault(FakeBoard &board, const Words &words)
 {
     int error = 0;
     while (words.at(2) != "0" &&
            (strerrorname_np(error) == nullptr || words[2] != strerrorname_np(error))) {
         if (++error > 200) {
-            throw std::runtime_error("no error " + words[2]);
+            throw WrongLine("no error is called '" + words[2] + "'");
         }
     }
     const auto [first, last] = RangeOf(words.size() > 3 ? words[3] : "1");
     board.Fail({words[1], error, first, last, words.size() > 4 ? words[4] : ""});
 }
 
-/// ID | FIRST-LAST, then the command line
 void AddProcesses(FakeBoard &board, const Words &words)
 {
     const auto [first, last] = RangeOf(words.at(1));
@@ -80,48 +89,59 @@ void AddProcesses(FakeBoard &board, const Words &words)
     }
 }
 
-/// [PART=VALUE...]: the parts that differ from those of a package that the board accepts.
+/// With the parts that differ from those of a package that the board accepts.
 void WritePackage(FakeBoard &board, const Words &words)
 {
     Words all = WordsIn("marker=3510 version=1 data={K*1000} \"second=second region\" "
                         "\"etc=\\x85\\x19 file system\" "
                         "system=5 architecture=2 type=2 compression=1");
+    const size_t known = all.size();
     all.insert(all.end(), words.begin() + 1, words.end());
     std::map<std::string, std::string> parts;
-    for (const std::string &part : all) {
-        const size_t end = part.find('=');
-        parts[part.substr(0, end)] = part.substr(end + 1);
+    for (size_t i = 0; i < all.size(); ++i) {
+        const size_t end = all[i].find('=');
+        if (end == std::string::npos || (i >= known && !parts.contains(all[i].substr(0, end)))) {
+            throw WrongLine("'" + all[i] + "' is no PART=VALUE of a package");
+        }
+        parts[all[i].substr(0, end)] = all[i].substr(end + 1);
     }
     board.Write("/tmp/flash3", BuildPackage(parts));
 }
 
-/// PATH REQUEST RECORD...: the driver's answers, one record a call; commas separate its words.
 void AddAnswers(FakeBoard &board, const Words &words)
 {
-    auto &answers = board.nodes[words.at(1)].answers[std::stoul(words.at(2), nullptr, 16)];
+    const auto request = static_cast<unsigned long>(NumberIn(words.at(2), 16));
+    auto &answers = NodeOf(board, words).answers[request];
     answers.clear();
     for (size_t i = 3; i < words.size(); ++i) {
         std::istringstream record{words[i]};
         answers.emplace_back();
         for (std::string word; std::getline(record, word, ',');) {
-            answers.back().push_back(static_cast<uint32_t>(Number(word)));
+            answers.back().push_back(static_cast<uint32_t>(NumberIn(word)));
         }
     }
 }
 
-using Preparation = void (*)(FakeBoard &board, const Words &words);
-
-Node &NodeOf(FakeBoard &board, const Words &words)
-{
-    return board.nodes[words.at(1)];
-}
-
-/// LINE N PREPARATION...
+/// The action cannot throw through the program, so it leaves its fault on the board.
 void PrepareAt(FakeBoard &board, const Words &words)
 {
     const Words later{words.begin() + 3, words.end()};
-    board.events.push_back(
-        {words.at(1), std::stoi(words.at(2)), [&board, later] { Prepare(board, later); }});
+    board.events.push_back({words.at(1), NumberAs<int>(words.at(2)), [&board, later] {
+                                try {
+                                    Prepare(board, later);
+                                } catch (const WrongLine &wrong) {
+                                    board.wrong_event = wrong.what();
+                                }
+                            }});
+}
+
+void SendSignal(FakeBoard &board, const Words &words)
+{
+    const auto handler = board.signal_handlers.find(NumberAs<int>(words.at(1)));
+    if (handler == board.signal_handlers.end()) {
+        throw WrongLine("the program does not handle signal " + words[1]);
+    }
+    handler->second(0);
 }
 
 void AddFlash(FakeBoard &board, const std::string &path, const std::string &bytes)
@@ -129,56 +149,86 @@ void AddFlash(FakeBoard &board, const std::string &path, const std::string &byte
     board.nodes[path] = {.kind = Node::kFlash, .bytes = bytes};
 }
 
-const std::map<std::string, Preparation> kPreparations = {
-    {"file", [](auto &b, auto &w) { b.Write(w.at(1), w.at(2)); }},
-    {"conf", [](auto &b, auto &w) { b.Write("/etc/a.conf", w.at(1)); }},
-    {"new", [](auto &b, auto &w) { b.new_etc[w.at(1)] = w.at(2); }},
-    {"model", [](auto &b, auto &w) { b.Write("/etc/cam_model.conf", "cam_model=" + w.at(1)); }},
-    {"package", WritePackage},
-    {"poke",
-     [](auto &b, auto &w) {
-         NodeOf(b, w).bytes.replace(std::stoul(w.at(2)), w.at(3).size(), w[3]);
-     }},
-    {"cut", [](auto &b, auto &w) { NodeOf(b, w).bytes.resize(std::stoul(w.at(2))); }},
-    {"no", [](auto &b, auto &w) { b.Remove(w.at(1)); }},
-    {"proc", AddProcesses},
-    {"stubborn", [](auto &b, auto &) { b.processes_obey = false; }},
-    {"clock", [](auto &b, auto &w) { b.clock = Number(w.at(1)); }},
-    {"at", PrepareAt},
-    {"signal", [](auto &b, auto &w) { b.signal_handlers.at(std::stoi(w.at(1)))(0); }},
-    {"fail", AddFault},
-    {"no-input", [](auto &, auto &) { close(0); }},
-    {"driver",
-     [](auto &b, auto &w) {
-         b.nodes[w.at(1)] = {.words = std::stoi(w.at(2)),
-                             .result = w.size() > 3 ? static_cast<int>(Number(w[3])) : 0};
-     }},
-    {"answer", AddAnswers},
-    {"flash", [](auto &b, auto &w) { AddFlash(b, w.at(1), w.at(2)); }},
-    {"environment",
-     [](auto &b, auto &w) {
-         AddFlash(b, "/dev/mtd/0",
-                  std::string(0x40000, 'x') + w.at(1) + '\0' + std::string(512, '.'));
-     }},
-    {"transfer", [](auto &b, auto &w) { NodeOf(b, w).transfer = std::stoul(w.at(2)); }},
-    {"stuck",
-     [](auto &b, auto &w) { NodeOf(b, w).stuck_bytes[std::stoul(w.at(2))] = std::stoi(w.at(3)); }},
-    {"line", [](auto &b, auto &w) { b.nodes[w.at(1)] = {.kind = Node::kLine}; }},
-    {"send-time", [](auto &b, auto &w) { NodeOf(b, w).send_time = Number(w.at(2)); }},
-    {"received", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w.at(2)}); }},
-    {"reply",
-     [](auto &b, auto &w) { NodeOf(b, w).replies[w.at(2)[0]].assign(w.begin() + 3, w.end()); }},
-    {"hear", [](auto &b, auto &w) { b.nodes["packet"].input.push_back(FrameOf(w)); }},
+void Poke(FakeBoard &board, const Words &words)
+{
+    std::string &bytes = NodeOf(board, words).bytes;
+    const auto offset = NumberAs<size_t>(words.at(2));
+    if (offset > bytes.size()) {
+        throw WrongLine("'" + words[1] + "' ends before that");
+    }
+    bytes.replace(offset, words.at(3).size(), words[3]);
+}
+
+struct Preparation {
+    std::string usage; ///< its name and arguments
+    void (*prepare)(FakeBoard &board, const Words &words);
 };
 
+const Preparation kPreparations[] = {
+    {"file PATH TEXT", [](auto &b, auto &w) { b.Write(w[1], w[2]); }},
+    {"conf TEXT", [](auto &b, auto &w) { b.Write("/etc/a.conf", w[1]); }},
+    {"new PATH TEXT", [](auto &b, auto &w) { b.new_etc[w[1]] = w[2]; }},
+    {"model NAME", [](auto &b, auto &w) { b.Write("/etc/cam_model.conf", "cam_model=" + w[1]); }},
+    {"package PART=VALUE...", WritePackage},
+    {"poke PATH OFFSET BYTES", Poke},
+    {"cut PATH SIZE", [](auto &b, auto &w) { NodeOf(b, w).bytes.resize(NumberAs<size_t>(w[2])); }},
+    {"no PATH", [](auto &b, auto &w) { b.Remove(w[1]); }},
+    {"proc ID|FIRST-LAST TEXT", AddProcesses},
+    {"stubborn", [](auto &b, auto &) { b.processes_obey = false; }},
+    {"clock MICROSECONDS", [](auto &b, auto &w) { b.clock = NumberIn(w[1]); }},
+    {"at LINE N PREPARATION WORD...", PrepareAt},
+    {"signal N", SendSignal},
+    {"fail CALL ERROR [N|N-M] [PATH]", AddFault},
+    {"no-input", [](auto &, auto &) { close(0); }},
+    {"driver PATH WORDS [RESULT]",
+     [](auto &b, auto &w) {
+         b.nodes[w[1]] = {.words = NumberAs<int>(w[2]),
+                          .result = w.size() > 3 ? NumberAs<int>(w[3]) : 0};
+     }},
+    {"answer PATH REQUEST RECORD...", AddAnswers},
+    {"flash PATH BYTES", [](auto &b, auto &w) { AddFlash(b, w[1], w[2]); }},
+    {"environment TEXT",
+     [](auto &b, auto &w) {
+         AddFlash(b, "/dev/mtd/0", std::string(0x40000, 'x') + w[1] + '\0' + std::string(512, '.'));
+     }},
+    {"transfer PATH MOST", [](auto &b, auto &w) { NodeOf(b, w).transfer = NumberAs<size_t>(w[2]); }},
+    {"stuck PATH OFFSET TIMES",
+     [](auto &b, auto &w) { NodeOf(b, w).stuck_bytes[NumberAs<size_t>(w[2])] = NumberAs<int>(w[3]); }},
+    {"line PATH", [](auto &b, auto &w) { b.nodes[w[1]] = {.kind = Node::kLine}; }},
+    {"send-time PATH MICROSECONDS", [](auto &b, auto &w) { NodeOf(b, w).send_time = NumberIn(w[2]); }},
+    {"received PATH BYTES", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w[2]}); }},
+    {"reply PATH BYTE PIECE...",
+     [](auto &b, auto &w) { NodeOf(b, w).replies[w[2][0]].assign(w.begin() + 3, w.end()); }},
+    {"hear PART...", [](auto &b, auto &w) { b.nodes["packet"].input.push_back(FrameOf(w)); }},
+};
+
+/// The byte that the letters from `at` on stand for. Leaves `at` at the last of them.
 char Unescaped(const std::string &line, size_t &at)
 {
-    if (line.at(at) == 'x') {
+    if (at < line.size() && line[at] == 'x') {
         at += 2;
-        return static_cast<char>(std::stoi(line.substr(at - 1, 2), nullptr, 16));
+        return static_cast<char>(NumberIn(line.substr(at - 1, 2), 16));
     }
-    const size_t letter = kEscapes.find(line[at]);
+    const size_t letter = at < line.size() ? kEscapes.find(line[at]) : std::string::npos;
+    if (letter == std::string::npos && (at >= line.size() || line[at] != '"')) {
+        throw WrongLine("no escape is written '\\" + line.substr(at, 1) + "'");
+    }
     return letter != std::string::npos ? kEscapedBytes[letter] : line[at];
+}
+
+/// Repeats the end of the word, "TEXT*COUNT" from `begin` on.
+void Repeat(std::string &word, size_t begin)
+{
+    const size_t star = word.rfind('*');
+    if (star == std::string::npos || star < begin) {
+        throw WrongLine("'{" + word.substr(begin) + "}' has no '*COUNT'");
+    }
+    const std::string text = word.substr(begin, star - begin);
+    const auto count = NumberAs<size_t>(word.substr(star + 1));
+    word.resize(begin);
+    for (size_t i = 0; i < count; ++i) {
+        word += text;
+    }
 }
 
 } // namespace
@@ -189,13 +239,17 @@ Words WordsIn(const std::string &line)
     std::string word;
     bool quoted = false, begun = false;
     std::vector<size_t> braces; // where the repeated texts begin
-    for (size_t at = 0; at <= line.size(); ++at) {
-        const char c = at < line.size() ? line[at] : ' ';
+    for (size_t at = 0; at < line.size(); ++at) {
+        const char c = line[at];
         if (c == ' ' && !quoted) {
             if (std::exchange(begun, false)) {
                 words.push_back(std::exchange(word, ""));
             }
             continue;
+        }
+        if (!begun && (c == '+' || c == '$') && at + 1 < line.size() && line[at + 1] != ' ') {
+            throw WrongLine("a blank is missing behind '" + line.substr(at, 1) +
+                            "', or quotes around the word");
         }
         begun = true;
         if (c == '"') {
@@ -204,26 +258,53 @@ Words WordsIn(const std::string &line)
             word += Unescaped(line, ++at);
         } else if (c == '{') {
             braces.push_back(word.size());
-        } else if (c == '}') {
-            const size_t begin = braces.back(), star = word.rfind('*');
+        } else if (c == '}' && !braces.empty()) {
+            Repeat(word, braces.back());
             braces.pop_back();
-            const std::string text = word.substr(begin, star - begin);
-            const unsigned long count = std::stoul(word.substr(star + 1));
-            word.resize(begin);
-            for (unsigned long i = 0; i < count; ++i) {
-                word += text;
-            }
         } else {
             word += c;
         }
     }
+    if (quoted || !braces.empty()) {
+        throw WrongLine(quoted ? "a quote is not closed" : "a brace is not closed");
+    }
+    if (begun) {
+        words.push_back(word);
+    }
     return words;
+}
+
+long long NumberIn(const std::string &word, int base)
+{
+    char *end = nullptr;
+    errno = 0;
+    const long long number = std::strtoll(word.c_str(), &end, base);
+    if (word.empty() || *end != '\0' || errno != 0 || std::isspace(word[0]) != 0) {
+        throw WrongLine("'" + word + "' is not a number");
+    }
+    return number;
+}
+
+void CheckCount(const std::string &usage, const Words &words)
+{
+    std::istringstream stream{usage};
+    const Words all{std::istream_iterator<std::string>{stream}, {}};
+    const bool repeats = usage.ends_with("...");
+    const auto optional = static_cast<size_t>(std::ranges::count(usage, '['));
+    if (words.size() < all.size() - optional - (repeats ? 1 : 0) ||
+        (!repeats && words.size() > all.size())) {
+        throw WrongLine("expected: " + usage);
+    }
 }
 
 void Prepare(FakeBoard &board, const Words &words)
 {
-    if (!kPreparations.contains(words.at(0))) {
-        throw std::runtime_error("no preparation " + words.at(0));
+    const auto own = std::ranges::find_if(kPreparations, [&words](const Preparation &row) {
+        return !words.empty() && row.usage.substr(0, row.usage.find(' ')) == words[0];
+    });
+    if (own == std::end(kPreparations)) {
+        throw WrongLine("no preparation is called '" + (words.empty() ? "" : words[0]) + "'");
     }
-    kPreparations.at(words.at(0))(board, words);
+    CheckCount(own->usage, words);
+    own->prepare(board, words);
 }
