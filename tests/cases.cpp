@@ -1,5 +1,6 @@
-// Runs the cases in the text files of tests/cases. docs/testing.md explains their form. A line that the
-// runner does not understand ends it with the line's place and what was expected, before any case runs.
+// Runs the cases in the text files of tests/cases. docs/testing.md explains their form. A line that
+// the runner does not understand ends it with the line's place and what was expected, before any
+// case runs.
 //
 //     unit_tests [--update] [GoogleTest's options]
 //
@@ -116,8 +117,8 @@ public:
                     words[0] == "only" ? only.assign(words.begin() + 1, words.end())
                                        : RunRow(row, words, board, only);
                 } catch (const WrongLine &wrong) {
-                    ADD_FAILURE_AT(file_.path.c_str(), row.first)
-                        << row.command << "\n" << wrong.what();
+                    ADD_FAILURE_AT(file_.path.c_str(), row.first) << row.command << "\n"
+                                                                  << wrong.what();
                     break;
                 }
             }
@@ -132,7 +133,8 @@ private:
     void RunRow(const Row &row, const Words &words, FakeBoard &board, const Words &only)
     {
         RunLine(board, words);
-        const std::string found = board.TakeTranscript(only);
+        const std::string effects = board.TakeTranscript(only);
+        const std::string found = effects.empty() && Runs(words) ? "\nnothing" : effects;
         if (Matches(Expanded(row.expected, file_.definitions), found)) {
             return;
         }
@@ -201,8 +203,9 @@ public:
             (block_.back().expected.empty() ? block_.back().command : block_.back().expected) +=
                 Lines(line.substr(3));
         } else {
-            throw WrongLine("a line begins with '# ', '+ ', '$ ', 'only ', 'define ', 'background: ', "
-                            "'  | ', '  > ' or four blanks");
+            throw WrongLine(
+                "a line begins with '# ', '+ ', '$ ', 'only ', 'define ', 'background: ', "
+                "'  | ', '  > ' or four blanks");
         }
     }
 
@@ -213,7 +216,8 @@ public:
         if (kind_ == "define") {
             Define();
         } else if (kind_ == "background") {
-            Expect(!block_.empty() && std::ranges::none_of(block_, RunsIn), "a background runs nothing");
+            Expect(!block_.empty() && std::ranges::none_of(block_, RunsIn),
+                   "a background runs nothing");
             background_ = block_;
         } else if (!block_.empty() || !comment_.empty()) {
             Expect(runs, "the last row of a block runs something, or a background says so");
@@ -344,8 +348,9 @@ int main(int argc, char **argv)
         const std::string suite = NameOf(std::filesystem::path{file.path}.stem());
         for (const Case &own : file.cases) {
             testing::RegisterTest(suite.c_str(), own.name.c_str(), nullptr, nullptr,
-                                  file.path.c_str(), own.line,
-                                  [&file, &own] { return new CaseTest{file, own}; });
+                                  file.path.c_str(), own.line, [&file, &own] {
+                                      return new CaseTest{file, own};
+                                  });
         }
     }
     const int result = RUN_ALL_TESTS();

@@ -44,7 +44,7 @@ CICOMM g_channel;
 CTHREAD g_thread;
 CWDT g_watchdog;
 std::string g_text, g_bytes; ///< the buffers that a call fills, with text or with any bytes
-std::vector<int> g_opened; ///< for one call
+std::vector<int> g_opened;   ///< for one call
 
 /// A number; or what to open for this one call: a path, or a kind of socket.
 template<typename Type>
@@ -72,10 +72,10 @@ constexpr bool kIsBuffer = std::is_pointer_v<Type> && !std::is_const_v<std::remo
 template<typename Type>
 std::string NameOf()
 {
-    return kIsRecord<Type>                                         ? ""
+    return kIsRecord<Type>                                            ? ""
            : std::is_same_v<Type, std::span<char>> || kIsBuffer<Type> ? " SIZE"
-           : std::is_integral_v<Type> && !std::is_same_v<Type, char> ? " NUMBER|PATH"
-                                                                    : " TEXT";
+           : std::is_integral_v<Type> && !std::is_same_v<Type, char>  ? " NUMBER|PATH"
+                                                                      : " TEXT";
 }
 
 /// The next argument of a function. A buffer to fill takes its size.
@@ -305,6 +305,15 @@ const Applet *FindApplet(const std::string &name)
     return applet->name != nullptr ? applet : nullptr;
 }
 
+/// A lost '$' would turn a command into arguments of the one before it.
+void CheckArguments(std::span<const std::string> words)
+{
+    const auto is_applet = [](const std::string &word) { return FindApplet(word) != nullptr; };
+    if (words.size() > 1 && words[0] != "qve" && std::ranges::any_of(words.subspan(1), is_applet)) {
+        throw WrongLine("the name of an applet stands behind '" + words[0] + "' without a '$'");
+    }
+}
+
 void RunOne(FakeBoard &board, const Words &words)
 {
     const std::string name = words.empty() ? "" : words[0];
@@ -331,15 +340,6 @@ void RunOne(FakeBoard &board, const Words &words)
     }
 }
 
-void PrepareOne(FakeBoard &board, const Words &words)
-{
-    const auto applet = std::ranges::find_if(words, FindApplet);
-    if (applet != words.end()) {
-        throw WrongLine("'" + *applet + "' stands behind a '+'; an applet needs a '$'");
-    }
-    Prepare(board, words);
-}
-
 } // namespace
 
 bool Runs(const Words &line)
@@ -358,12 +358,14 @@ void RunLine(FakeBoard &board, const Words &line)
         for (auto begin = line.begin(); begin != line.end(); --left) {
             const auto end = std::find_if(begin + 1, line.end(), begins);
             words.assign(begin + 1, end);
-            *begin == "+" ? PrepareOne(board, words) : RunOne(board, words);
+            CheckArguments(words);
+            *begin == "+" ? Prepare(board, words) : RunOne(board, words);
             begin = end;
         }
     });
     if (left > 1) {
-        throw WrongLine("'" + words[0] + "' does not come back, so the rest of the line never runs");
+        throw WrongLine("'" + words[0] +
+                        "' does not come back, so the rest of the line never runs");
     }
     if (!board.wrong_event.empty()) {
         throw WrongLine(board.wrong_event);

@@ -191,11 +191,15 @@ const Preparation kPreparations[] = {
      [](auto &b, auto &w) {
          AddFlash(b, "/dev/mtd/0", std::string(0x40000, 'x') + w[1] + '\0' + std::string(512, '.'));
      }},
-    {"transfer PATH MOST", [](auto &b, auto &w) { NodeOf(b, w).transfer = NumberAs<size_t>(w[2]); }},
+    {"transfer PATH MOST",
+     [](auto &b, auto &w) { NodeOf(b, w).transfer = NumberAs<size_t>(w[2]); }},
     {"stuck PATH OFFSET TIMES",
-     [](auto &b, auto &w) { NodeOf(b, w).stuck_bytes[NumberAs<size_t>(w[2])] = NumberAs<int>(w[3]); }},
+     [](auto &b, auto &w) {
+         NodeOf(b, w).stuck_bytes[NumberAs<size_t>(w[2])] = NumberAs<int>(w[3]);
+     }},
     {"line PATH", [](auto &b, auto &w) { b.nodes[w[1]] = {.kind = Node::kLine}; }},
-    {"send-time PATH MICROSECONDS", [](auto &b, auto &w) { NodeOf(b, w).send_time = NumberIn(w[2]); }},
+    {"send-time PATH MICROSECONDS",
+     [](auto &b, auto &w) { NodeOf(b, w).send_time = NumberIn(w[2]); }},
     {"received PATH BYTES", [](auto &b, auto &w) { NodeOf(b, w).input.push_back({w[2]}); }},
     {"reply PATH BYTE PIECE...",
      [](auto &b, auto &w) { NodeOf(b, w).replies[w[2][0]].assign(w.begin() + 3, w.end()); }},
