@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -156,9 +157,12 @@ int CheckAddress(std::string_view interface, const Ipv4Address &ip, uint32_t tim
 Ipv4Address ParseAddress(char *text)
 {
     // Some C libraries refuse a blank after an address, and some store a part of an invalid one.
+    // With 32 bits, the board's takes a number that is too large for 255.255.255.255.
     text[std::strcspn(text, " \t\n\v\f\r")] = '\0';
     in_addr address{};
-    return inet_aton(text, &address) != 0 ? std::bit_cast<Ipv4Address>(address) : Ipv4Address{};
+    errno = 0;
+    const bool is_address = inet_aton(text, &address) != 0 && errno != ERANGE;
+    return is_address ? std::bit_cast<Ipv4Address>(address) : Ipv4Address{};
 }
 
 } // namespace

@@ -57,7 +57,8 @@ SerialPort::~SerialPort()
 ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds,
                          int32_t microseconds)
 {
-    if (fd < 0 || buffer == nullptr) {
+    // A set has no room for a larger descriptor, which a parent with many files can leave to us.
+    if (fd < 0 || fd >= FD_SETSIZE || buffer == nullptr) {
         return -1;
     }
     fd_set readable;

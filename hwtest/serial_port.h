@@ -40,7 +40,7 @@ private:
 /// use it, not only the camera's.
 ///
 /// @return the result of read; -1 when nothing came or waiting failed, and for a null `buffer` or a
-///         negative descriptor
+///         descriptor that is negative or not below FD_SETSIZE
 ssize_t CCAM_ReadTimeout(int fd, uint8_t *buffer, size_t length, int32_t seconds,
                          int32_t microseconds);
 
