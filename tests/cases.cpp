@@ -174,8 +174,12 @@ class Reader
 public:
     explicit Reader(CaseFile &file) : file_(file) {}
 
+    /// The last line that is not empty.
+    [[nodiscard]] int last() const { return last_; }
+
     void ReadLine(int number, const std::string &line)
     {
+        last_ = line.empty() ? last_ : number;
         if (line.empty()) {
             EndBlock();
         } else if (line.starts_with("# ")) {
@@ -300,6 +304,7 @@ private:
     }
 
     CaseFile &file_;
+    int last_ = 0;
     Block background_; ///< of the blocks below it
     Block block_;
     std::string kind_; ///< of the block: "define", "background" or ""
@@ -321,7 +326,7 @@ bool ReadCases(CaseFile &file)
         reader.EndBlock();
         return true;
     } catch (const WrongLine &wrong) {
-        std::cerr << file.path << ":" << number << ": " << file.lines[number] << "\n"
+        std::cerr << file.path << ":" << reader.last() << ": " << file.lines[reader.last()] << "\n"
                   << wrong.what() << "\n";
         return false;
     }

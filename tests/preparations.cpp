@@ -307,7 +307,8 @@ void Prepare(FakeBoard &board, const Words &words)
         return !words.empty() && row.usage.substr(0, row.usage.find(' ')) == words[0];
     });
     if (own == std::end(kPreparations)) {
-        throw WrongLine("no preparation is called '" + (words.empty() ? "" : words[0]) + "'");
+        throw WrongLine("docs/testing.md lists no preparation '" +
+                        (words.empty() ? "" : words[0]) + "'");
     }
     CheckCount(own->usage, words);
     own->prepare(board, words);
