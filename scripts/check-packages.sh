@@ -1,5 +1,5 @@
 #!/bin/bash
-# Makes the Debian packages from the build folders of the host and of the board, the arguments. Checks
+# Makes the Debian packages from the build folders for a PC and for the board, the arguments. Checks
 # them against Debian's policy, installs each in a root of its own, checks the files and the manual
 # pages there, and removes it again.
 set -euo pipefail
@@ -65,7 +65,7 @@ check_usage() {
             wanted=$(sed -n "/printed by: ${command[*]}\$/,/^\.Ed/p" "$page" |
                 sed -e '1,2d' -e '/^\.Ed/d' -e 's/^\\&//' -e 's/\\&$//')
             # Isolated, in case an applet does more than print.
-            said=$(isolated "$1/${command[0]}" "${command[@]:1}" 2>&1 </dev/null || true)
+            said=$(isolated "$1/${command[0]}" "${command[@]:1}" 2>&1 </dev/null) || true
             [ "$said" = "$wanted" ] || fail "${page##*/} does not have the text that '${command[*]}' prints:" "$said"
             count=$((count + 1))
         done < <(sed -n 's/^\.\\" printed by: //p' "$page")
