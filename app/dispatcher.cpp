@@ -10,9 +10,12 @@
 namespace
 {
 
+// Scripts on the boards read the banner, so a release does not change it.
+constexpr const char *kBannerVersion = "1.0.0";
+
 void PrintListing()
 {
-    std::printf("QVE ver. %s (%s) multi-call binary\n", QVE_VERSION, QVE_BUILD_STAMP);
+    std::printf("QVE ver. %s (%s) multi-call binary\n", kBannerVersion, QVE_BUILD_STAMP);
     std::puts("usage : [function] [arguments]...");
     std::puts("");
     std::puts("currently defined functions:");

@@ -17,7 +17,7 @@ add_custom_target(lint
             --enable=warning,style,performance,portability
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm
             --suppress=constParameterCallback --suppress=normalCheckLevelMaxBranches
-            -I ${PROJECT_SOURCE_DIR} -DQVE_VERSION="" -DQVE_BUILD_STAMP="" ${sources}
+            -I ${PROJECT_SOURCE_DIR} -DQVE_BUILD_STAMP="" ${sources}
     COMMAND shellcheck -x ${scripts}
     COMMAND scripts/check-includes.sh
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}

@@ -1,6 +1,9 @@
-# The Debian packages: one has the program with its links and documents, the other has fwpack.
+# The packages: one has the program with its links and documents, the other has fwpack. They are Debian's,
+# or archives with 'cpack -G TGZ'.
 
 set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VERSION ${QVE_VERSION})
+set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGE_CONTACT "QVE firmware team <firmware@qve.invalid>")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -14,16 +17,27 @@ set(CPACK_COMPONENTS_ALL program)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/repack.cmake)
+# No target package_source: 'git archive' makes the source package.
+set(CPACK_SOURCE_OUTPUT_CONFIG_FILE ${PROJECT_BINARY_DIR}/CMakeFiles/CPackSourceConfig.cmake)
+
+# Packages of the same version for two releases of Debian differ in their libraries, so their names differ.
+# In Debian's order, 1.1.0~rc1 comes before 1.1.0+deb12, and that before 1.1.0+git4.1a2b3c4+deb12.
+string(REPLACE -rc ~rc CPACK_DEBIAN_PACKAGE_VERSION ${QVE_VERSION})
+cmake_host_system_information(RESULT host QUERY DISTRIB_INFO)
+if("${host_ID}" STREQUAL debian AND host_VERSION_ID)
+    string(APPEND CPACK_DEBIAN_PACKAGE_VERSION +deb${host_VERSION_ID})
+endif()
 
 set(program_documents docs/factory-tests.md docs/known-limits.md docs/upgrade-safety.md)
 file(GLOB program_pages CONFIGURE_DEPENDS docs/man/*.8)
 
 # Documents are only in the package. 'cmake --install' omits them: a board's flash has no room.
-install(FILES ${program_pages} DESTINATION ${QVE_SHAREDIR}/man/man8
+install(FILES ${program_pages} DESTINATION ${QVE_MANDIR}/man8
         COMPONENT program EXCLUDE_FROM_ALL)
-install(FILES ${program_documents} DESTINATION ${QVE_SHAREDIR}/doc/qve
+install(FILES ${program_documents} DESTINATION ${QVE_DOCDIR}/qve
         COMPONENT program EXCLUDE_FROM_ALL)
-install(FILES docs/pictures/power-cut.svg DESTINATION ${QVE_SHAREDIR}/doc/qve/pictures
+install(FILES docs/pictures/power-cut.svg DESTINATION ${QVE_DOCDIR}/qve/pictures
         COMPONENT program EXCLUDE_FROM_ALL)
 
 if(CMAKE_CROSSCOMPILING)
@@ -41,14 +55,14 @@ if(QVE_HOST_TOOLS)
 fwpack makes, checks and shows the files from which a network video server
 installs its firmware, and takes them apart again. It runs the same checks
 as the board, so it tells on a PC whether a board would accept a package.")
-    install(TARGETS fwpack RUNTIME DESTINATION bin COMPONENT tools)
-    install(FILES docs/man/fwpack.1 DESTINATION ${QVE_SHAREDIR}/man/man1 COMPONENT tools)
+    install(TARGETS fwpack RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    install(FILES docs/man/fwpack.1 DESTINATION ${QVE_MANDIR}/man1 COMPONENT tools)
     install(FILES tools/completion/fwpack.bash RENAME fwpack
-            DESTINATION ${QVE_SHAREDIR}/bash-completion/completions COMPONENT tools)
+            DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tools)
     install(FILES tools/completion/_fwpack
-            DESTINATION ${QVE_SHAREDIR}/zsh/vendor-completions COMPONENT tools)
-    install(FILES docs/firmware-package.md DESTINATION ${QVE_SHAREDIR}/doc/fwpack COMPONENT tools)
-    install(FILES docs/pictures/package.svg DESTINATION ${QVE_SHAREDIR}/doc/fwpack/pictures
+            DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions COMPONENT tools)
+    install(FILES docs/firmware-package.md DESTINATION ${QVE_DOCDIR}/fwpack COMPONENT tools)
+    install(FILES docs/pictures/package.svg DESTINATION ${QVE_DOCDIR}/fwpack/pictures
             COMPONENT tools)
 endif()
 # With the tests, the program has no fortified calls. No package comes from such a build.

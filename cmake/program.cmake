@@ -13,7 +13,7 @@ target_compile_options(qve_objects PRIVATE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections
     -Wmissing-declarations)
 set_source_files_properties(app/dispatcher.cpp PROPERTIES
-    COMPILE_DEFINITIONS "QVE_VERSION=\"${PROJECT_VERSION}\";QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
+    COMPILE_DEFINITIONS "QVE_BUILD_STAMP=\"${QVE_BUILD_STAMP}\"")
 
 add_executable(qve app/main.cpp)
 target_link_libraries(qve PRIVATE qve_objects)
@@ -35,12 +35,15 @@ endif()
 
 # On a board the commands are where its scripts expect them. Anywhere else they are outside the search
 # path: there "xkill" is another program, and nobody should start "upgrade" by mistake.
+include(GNUInstallDirs)
 if(CMAKE_CROSSCOMPILING)
     set(QVE_BINDIR bin)
-    set(QVE_SHAREDIR usr/share)
+    set(QVE_MANDIR usr/share/man)
+    set(QVE_DOCDIR usr/share/doc)
 else()
-    set(QVE_BINDIR lib/qve)
-    set(QVE_SHAREDIR share)
+    set(QVE_BINDIR ${CMAKE_INSTALL_LIBDIR}/qve)
+    set(QVE_MANDIR ${CMAKE_INSTALL_MANDIR})
+    set(QVE_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc)
 endif()
 
 # The program and one link per applet. The names come from the applet table itself.
@@ -56,6 +59,8 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 install(TARGETS qve RUNTIME DESTINATION ${QVE_BINDIR} COMPONENT program)
 foreach(applet IN LISTS QVE_APPLETS)
-    install(CODE "file(CREATE_LINK qve \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QVE_BINDIR}/${applet}\" SYMBOLIC)"
+    install(CODE "set(link \"\${CMAKE_INSTALL_PREFIX}/${QVE_BINDIR}/${applet}\")
+        file(CREATE_LINK qve \"\$ENV{DESTDIR}\${link}\" SYMBOLIC)
+        list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")"
             COMPONENT program)
 endforeach()

@@ -3,7 +3,6 @@
 # them against Debian's policy, installs each in a root of its own, checks the files and the manual
 # pages there, and removes it again.
 set -euo pipefail
-umask 002 # Debian's default for users; the packages must not depend on it
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/isolate.sh"
 PATH=$PATH:/usr/sbin:/sbin # dpkg's helpers; other users than root need this
@@ -127,12 +126,33 @@ install_and_remove() {
         fail "left behind after the removal:" "$(find "$root")"
 }
 
-for build in "$@"; do
-    (cd "$build" && cpack -B "$work/packages") >"$work/cpack" 2>&1 || fail "$(cat "$work/cpack")"
-done
+# make_packages UMASK FOLDER [OPTION...]: makes the packages of all build folders, with CPack's options.
+make_packages() {
+    local build
+    for build in "${builds[@]}"; do
+        (umask "$1" && cd "$build" && cpack -B "$work/$2" "${@:3}") >"$work/cpack" 2>&1 || fail "$(cat "$work/cpack")"
+    done
+}
+
+# The newest entry of the changelog is this version's.
+check_version() {
+    dpkg-deb --fsys-tarfile "$1" | tar -xO --wildcards '*/changelog.gz' | gzip -d >"$work/changelog"
+    [ "$(dpkg-parsechangelog -l "$work/changelog" -S Version)" = "$(dpkg-deb -f "$1" Version)" ] ||
+        fail "${1##*/}: the changelog begins with another version"
+}
+
+builds=("$@")
+make_packages 077 packages
+make_packages 002 again
 for file in "$work"/packages/*.deb; do
+    cmp "$file" "$work/again/${file##*/}" || fail "${file##*/} depends on the umask"
+    check_version "$file"
     said=$(lintian --allow-root --display-info "$file") || true
     [ -z "$said" ] || fail "lintian on ${file##*/}:" "$said"
+done
+make_packages 077 archives -G TGZ
+for file in "$work"/archives/*.tar.gz; do
+    ! tar -tvzf "$file" | grep -Ev '^(l|[d-]rw.r-.r-.)' || fail "${file##*/}: not everybody can read these"
 done
 install_and_remove host look_at_host "$work"/packages/*_"$(dpkg --print-architecture)".deb
 install_and_remove board look_at_board "$work"/packages/*_armel.deb

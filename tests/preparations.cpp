@@ -255,6 +255,9 @@ Words WordsIn(const std::string &line)
             throw WrongLine("a blank is missing behind '" + line.substr(at, 1) +
                             "', or quotes around the word");
         }
+        if (c == '|' && !quoted) {
+            throw WrongLine("a blank is missing beside '|', or quotes around the word");
+        }
         begun = true;
         if (c == '"') {
             quoted = !quoted;

@@ -1,24 +1,34 @@
 #!/bin/bash
-# finish.sh DIR: adds what Debian's policy requires to each package below DIR: the copyright file, the
-# changelog and the explained exceptions for lintian. Compresses the manual pages. No file contains the
+# finish.sh VERSION DIR: adds what Debian's policy requires to each package below DIR: the copyright file,
+# the changelog and the explained exceptions for lintian. Compresses the manual pages. No file contains the
 # build time, so the same sources give the same bytes.
 set -euo pipefail
 umask 022
 here=$(cd "$(dirname "$0")" && pwd)
 top=$here/../..
+version=$1 # Debian's
 
-# changelog PACKAGE: prints the released versions of CHANGELOG.md in Debian's form.
+# changelog PACKAGE: prints CHANGELOG.md in Debian's form. The newest entry has this package's version: that
+# of the release, or between releases the one with the unreleased changes.
 changelog() {
-    local line date=''
+    local line name date='' newest=$version
     end_entry() { [ -z "$date" ] || printf '\n -- QVE firmware team <firmware@qve.invalid>  %s\n\n' "$date"; }
     while IFS= read -r line; do
-        if [[ $line =~ ^'## ['([0-9.]+)'] - '([0-9-]+)$ ]]; then
+        if [[ $line =~ ^'## [Unreleased]' && $version == *+git* ]]; then
+            date=@$("$top/scripts/version.sh" --time)
+        elif [[ $line =~ ^'## ['([0-9][^]]*)'] - '([0-9-]+)$ ]]; then
             end_entry
-            printf '%s (%s) stable; urgency=medium\n' "$1" "${BASH_REMATCH[1]}"
-            date=$(LC_ALL=C date -u -R -d "${BASH_REMATCH[2]}")
-        elif [ -n "$date" ]; then
-            sed -E 's/^### (.*)/\n  [ \1 ]/; s/^- /  * /; s/^  ([^*[])/    \1/; /^$/d' <<<"$line"
+            name=${BASH_REMATCH[1]/-rc/\~rc} date=${BASH_REMATCH[2]}
+            [ -z "$newest" ] || [[ $newest =~ ^"$name"(\+deb[0-9]+)?$ ]] ||
+                { echo "CHANGELOG.md has no entry for version $version" >&2 && exit 1; }
+        else
+            [ -z "$date" ] || sed -E 's/^### (.*)/\n  [ \1 ]/; s/^- /  * /; s/^  ([^*[])/    \1/; /^$/d' <<<"$line"
+            continue
         fi
+        [ -n "$date" ] || continue
+        printf '%s (%s) stable; urgency=medium\n' "$1" "${newest:-$name}"
+        date=$(LC_ALL=C date -u -R -d "$date")
+        newest=
     done <"$top/CHANGELOG.md"
     end_entry
 }
@@ -28,7 +38,7 @@ changelog() {
 overrides=(lintian-overrides)
 (. /etc/os-release && [ "${VERSION_ID%%.*}" -lt 13 ]) || overrides+=(lintian-overrides-13)
 
-for docs in "$1"/*/usr/share/doc/*; do
+for docs in "$2"/*/usr/share/doc/*; do
     package=${docs##*/}
     share=${docs%/doc/*}
     install -m 644 "$top/COPYRIGHT" "$docs/copyright"

@@ -4,9 +4,15 @@
 #
 ################################################################################
 
+ifeq ($(BR2_PACKAGE_QVE_ARCHIVE),y)
+QVE_VERSION = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_VERSION))
+QVE_SITE = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_SITE))
+QVE_SOURCE = qve-$(QVE_VERSION).tar.gz
+else
 QVE_SITE = $(realpath $(BR2_EXTERNAL_QVE_PATH)/../..)
 QVE_SITE_METHOD = local
-QVE_VERSION = $(shell cat $(QVE_SITE)/VERSION)
+QVE_VERSION = $(shell $(QVE_SITE)/scripts/version.sh)
+endif
 QVE_LICENSE = PROPRIETARY
 QVE_LICENSE_FILES = COPYRIGHT
 QVE_REDISTRIBUTE = NO

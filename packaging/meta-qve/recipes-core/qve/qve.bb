@@ -13,7 +13,9 @@ inherit cmake externalsrc
 EXTERNALSRC = "${QVE_SOURCE}"
 # No links to the work folder in the source tree.
 EXTERNALSRC_SYMLINKS = ""
-PV = "${@oe.utils.read_file('${QVE_SOURCE}/VERSION')}"
+PV = "${@bb.process.run('${QVE_SOURCE}/scripts/version.sh')[0].strip()}"
+# The time in the banner and of all files. The newest file in the tree would be one that the build makes.
+SOURCE_DATE_EPOCH = "${@bb.process.run('${QVE_SOURCE}/scripts/version.sh --time')[0].strip()}"
 
 # The SHA-256 of 'fwpack info --json', null without it: PACKAGECONFIG:pn-qve-native = "sha256".
 PACKAGECONFIG ??= ""
