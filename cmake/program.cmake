@@ -25,12 +25,19 @@ if(NOT QVE_SANITIZE) # sanitizers need that library, and code without optimizati
     set_target_properties(qve PROPERTIES LINKER_LANGUAGE C)
 endif()
 target_link_options(qve PRIVATE -Wl,--gc-sections)
+# Some compilers call a library for the atomics of a CPU that has none.
+include(CheckSourceCompiles)
+check_source_compiles(CXX "#include <atomic>
+    int main(int count, char **) { std::atomic<int> own{count}; return ++own; }" QVE_HAS_ATOMICS)
+if(NOT QVE_HAS_ATOMICS)
+    target_link_libraries(qve PRIVATE atomic)
+endif()
 if(QVE_STATIC)
     # By default, Debian's compiler makes position-independent code.
     target_compile_options(qve_objects PRIVATE -fno-pie)
     target_compile_options(qve PRIVATE -fno-pie)
     # The board's pages have 4 KiB. A newer linker pads the file for pages of 64 KiB, to 132 kB.
-    target_link_options(qve PRIVATE -static -no-pie -Wl,-z,max-page-size=4096)
+    target_link_options(qve PRIVATE -static -Wl,-z,max-page-size=4096)
 endif()
 
 # On a board the commands are where its scripts expect them. Anywhere else they are outside the search
