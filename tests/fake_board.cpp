@@ -34,7 +34,8 @@ std::FILE *OpenStream(const char *name)
 FakeBoard::FakeBoard()
 {
     for (const char *partition : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
-        nodes[partition] = {.kind = Node::kFlash, .bytes = std::string(size_t{4} * Node::kBlock, 'U')};
+        nodes[partition] = {.kind = Node::kFlash,
+                            .bytes = std::string(size_t{4} * Node::kBlock, 'U')};
     }
     nodes["socket"] = nodes["packet"] = {.kind = Node::kSocket};
     nodes["/dev/misc/watchdog"] = {.answers = {{0x80045707, {{30}}}}}; // its time-out
