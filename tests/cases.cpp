@@ -197,7 +197,8 @@ void AddLine(int number, const std::string &line, Block &block)
 void ReadCases(const std::string &path, std::deque<Case> &cases)
 {
     std::ifstream file{path};
-    Block background, block;
+    Block background;
+    Block block;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         g_lines[path][number] = line;

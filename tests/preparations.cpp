@@ -187,7 +187,8 @@ Words WordsIn(const std::string &line)
 {
     Words words;
     std::string word;
-    bool quoted = false, begun = false;
+    bool quoted = false;
+    bool begun = false;
     std::vector<size_t> braces; // where the repeated texts begin
     for (size_t at = 0; at <= line.size(); ++at) {
         const char c = at < line.size() ? line[at] : ' ';
@@ -205,7 +206,8 @@ Words WordsIn(const std::string &line)
         } else if (c == '{') {
             braces.push_back(word.size());
         } else if (c == '}') {
-            const size_t begin = braces.back(), star = word.rfind('*');
+            const size_t begin = braces.back();
+            const size_t star = word.rfind('*');
             braces.pop_back();
             const std::string text = word.substr(begin, star - begin);
             const unsigned long count = std::stoul(word.substr(star + 1));
