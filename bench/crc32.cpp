@@ -68,7 +68,7 @@ int main(int argc, char **argv)
         data[i] = static_cast<uint8_t>(i * 7 + i / 256);
     }
     uint32_t crc = 0;
-    for (int rounds = argc > 3 ? std::atoi(argv[3]) : 1; rounds > 0; --rounds) {
+    for (long rounds = argc > 3 ? std::strtol(argv[3], nullptr, 10) : 1; rounds > 0; --rounds) {
         crc = Compute(argv[1], data);
     }
     std::printf("%08x\n", crc);

@@ -11,6 +11,7 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -21,8 +22,6 @@
 #include <functional>
 #include <iterator>
 #include <vector>
-
-extern char **environ;
 
 namespace
 {
@@ -79,7 +78,7 @@ int main(int argc, char **argv)
     char **const end = argv + argc;
     char **const versus =
         std::find_if(argv, end, [](const char *word) { return std::strcmp(word, "--vs") == 0; });
-    const int runs = argc > 1 ? std::atoi(argv[1]) : 0;
+    const int runs = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 0;
     if (runs < 1 || versus - argv < 3 || end - versus < 2) {
         Fail("usage", "measure RUNS COMMAND... --vs COMMAND...");
     }

@@ -34,7 +34,8 @@ std::FILE *OpenStream(const char *name)
 FakeBoard::FakeBoard()
 {
     for (const char *partition : {"/dev/mtd/1", "/dev/mtd/2", "/dev/mtd/3"}) {
-        nodes[partition] = {.kind = Node::kFlash, .bytes = std::string(4 * Node::kBlock, 'U')};
+        nodes[partition] = {.kind = Node::kFlash,
+                            .bytes = std::string(size_t{4} * Node::kBlock, 'U')};
     }
     nodes["socket"] = nodes["packet"] = {.kind = Node::kSocket};
     nodes["/dev/misc/watchdog"] = {.answers = {{0x80045707, {{30}}}}}; // its time-out
@@ -174,7 +175,9 @@ bool FakeBoard::Fails(const std::string &function, const std::string &path)
             if (fault.first <= 0 && fault.last >= 0) {
                 errno = fault.error;
                 fails = true;
-                failed_ = failed_.empty() ? function + " " + path : failed_;
+                if (failed_.empty()) {
+                    failed_ = function + " " + path;
+                }
             }
         }
     }
@@ -202,7 +205,7 @@ int FakeBoard::Shell(const char *command)
         return -1;
     }
     std::istringstream stream{command};
-    const std::vector<std::string> words{std::istream_iterator<std::string>{stream}, {}};
+    const std::vector<std::string> words(std::istream_iterator<std::string>{stream}, {});
     if (words[0].ends_with("cp") && words.size() >= 4 && nodes.contains(words[2])) {
         nodes[words[3]] = nodes[words[2]];
     } else if (words[0].ends_with("rm")) {
@@ -249,7 +252,7 @@ void FakeBoard::StartWorker(const std::function<void()> &body)
 {
     worker_body_ = body;
     worker_wakes_ = clock;
-    worker_stack_.resize(256 * 1024);
+    worker_stack_.resize(size_t{256} * 1024);
     getcontext(&worker_);
     worker_.uc_stack.ss_sp = worker_stack_.data();
     worker_.uc_stack.ss_size = worker_stack_.size();

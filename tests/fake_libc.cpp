@@ -32,9 +32,9 @@ Function *Real(Function * /*type*/, const char *name)
 {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
-#define REAL(function) Real(&function, #function)
+#define REAL(function) Real(&(function), #function)
 // Calls that the headers rename on systems with 64-bit file offsets.
-#define REAL64(function) Real(&function, #function "64")
+#define REAL64(function) Real(&(function), #function "64")
 
 /// The board, for calls that must never reach the machine that the tests run on.
 FakeBoard &Board()
@@ -56,7 +56,7 @@ int FaultResult()
 /// An open file of the program. For any other descriptor, a file without a path.
 OpenFile &FileAt(int fd)
 {
-    static OpenFile other;
+    static OpenFile other{};
     return g_board != nullptr && g_board->open_files.contains(fd) ? g_board->open_files[fd] : other;
 }
 
@@ -137,7 +137,7 @@ int Terminal(int fd, unsigned long request, void *argument)
 /// A descriptor in place of a pointer. That of -1 is null.
 void *CookieOf(int fd)
 {
-    return reinterpret_cast<void *>(intptr_t{fd} + 1);
+    return reinterpret_cast<void *>(intptr_t{fd} + 1); // NOLINT(performance-no-int-to-ptr)
 }
 
 int FdOf(void *cookie)
@@ -455,14 +455,14 @@ ssize_t sendto(int fd, const void *buffer, size_t count, int flags, const sockad
     if (!IsSocket(fd) || flags != 0 || size != 16) {
         return FailWith(ENOTSOCK);
     }
-    Node &socket = *NodeAt(fd);
-    Board().clock += socket.send_time;
+    Node &line = *NodeAt(fd);
+    Board().clock += line.send_time;
     if (Fails("sendto", FileAt(fd).path)) {
         return FaultResult();
     }
-    const std::string sent{static_cast<const char *>(buffer), std::min(count, socket.transfer)};
+    const std::string sent{static_cast<const char *>(buffer), std::min(count, line.transfer)};
     if (address->sa_family == AF_INET) { // sent to ourselves
-        socket.input.push_back({sent});
+        line.input.push_back({sent});
     }
     Board().Record("send " + AddressText(address) + " " + Hex(sent));
     return static_cast<ssize_t>(sent.size());

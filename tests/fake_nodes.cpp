@@ -106,7 +106,8 @@ ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
     for (size_t i = 0; i < count; ++i, ++file.position) {
         const auto stuck = stuck_bytes.find(file.position);
         const bool sticks = stuck != stuck_bytes.end() && stuck->second-- > 0;
-        bytes[file.position] = static_cast<char>((bytes[file.position] & data[i]) | int{sticks});
+        bytes[file.position] =
+            static_cast<char>((bytes[file.position] & data[i]) | (sticks ? 1 : 0));
     }
     g_board->Record("write " + file.path + " " + std::to_string(count));
     return static_cast<ssize_t>(count);

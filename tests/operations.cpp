@@ -121,7 +121,10 @@ Type Take(const Words &words, size_t &at)
 
 std::string ResultText(const char *result)
 {
-    return result == nullptr ? "= null" : "= \"" + std::string{result} + "\"";
+    if (result == nullptr) {
+        return "= null";
+    }
+    return "= \"" + std::string{result} + "\"";
 }
 
 std::string ResultText(long long result)
@@ -186,7 +189,7 @@ std::string Install(FakeBoard &board, const Words &words)
     for (int i = 0; i < 3 && result == 0; ++i) {
         const std::string &flash = board.NodeAt(devices[i])->bytes;
         std::string wanted = RegionOf(board.Read("/tmp/flash3"), i + 1);
-        wanted.resize(flash.size(), '\xff');
+        wanted.resize(flash.size(), '\xff'); // cppcheck-suppress invalidFunctionArg
         const auto matching = std::ranges::mismatch(flash, wanted).in1 - flash.begin();
         if (flash != wanted) {
             text += std::string{" "} + devices[i] + ": " + std::to_string(matching);
@@ -206,7 +209,9 @@ std::string Numbers(FakeBoard & /*board*/, const Words &words)
 /// A child that sends back what it gets until its input ends.
 std::string ForkPipe(FakeBoard & /*board*/, const Words & /*words*/)
 {
-    int in = -1, out = -1, status = 0;
+    int in = -1;
+    int out = -1;
+    int status = 0;
     const pid_t id = CUTIL_ForkPipe(in, out);
     char c = 'x';
     while (id == 0 && read(in, &c, 1) == 1 && write(out, &c, 1) == 1) {

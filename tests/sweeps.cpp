@@ -55,7 +55,8 @@ void SweepUpgrade(const char *line, FakeBoard::Fault fault)
         PreparedBoard board;
         board.Fail(fault);
         RunLine(board, WordsIn(line));
-        const std::string transcript = board.TakeTranscript(), &call = board.failed();
+        const std::string transcript = board.TakeTranscript();
+        const std::string &call = board.failed();
         if (call.empty()) {
             return;
         }

@@ -34,7 +34,7 @@ private:
 
     CuseDevice &device_;
     int fd_;
-    std::array<uint8_t, 2 * kLargestTransfer> message_{};
+    std::array<uint8_t, size_t{2} * kLargestTransfer> message_{};
     fuse_in_header header_{};
 };
 

@@ -38,7 +38,7 @@ private:
 
 int32_t Registers::Handle(uint32_t number, std::span<uint8_t> record)
 {
-    uint32_t address = LoadLe32(&record[0]);
+    uint32_t address = LoadLe32(record.data());
     const uint32_t bits = LoadLe32(&record[4]);
     const char *const names[] = {"set", "clear", "read"};
     std::printf("reg %s %08x %08x\n", names[number - kSet], address, bits);

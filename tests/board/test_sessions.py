@@ -1,5 +1,5 @@
-"""Console sessions on the emulated board. A file *.board has one: commands and the whole output, including
-white space.
+"""Console sessions on the emulated board. A file *.board has one: commands and the whole output,
+including white space.
 
     + COMMAND         in bash on this machine, in a scratch folder, before the first boot
     boot loader: ...  begins a boot. What follows, up to the next one, is the board's output
@@ -75,7 +75,8 @@ def run_board(top, head, boots):
 
 
 def differences(name, expected, found):
-    for number, (ours, theirs) in enumerate(itertools.zip_longest(expected, found, fillvalue=""), 1):
+    pairs = itertools.zip_longest(expected, found, fillvalue="")
+    for number, (ours, theirs) in enumerate(pairs, 1):
         yield from difflib.unified_diff(ours.splitlines(), theirs.splitlines(), lineterm="",
                                         fromfile=f"{name}, boot {number}", tofile="the board")
 

@@ -40,7 +40,8 @@ bool IsSound(const std::string &package)
     if (image.size() < 64) {
         return false;
     }
-    const std::string header_crc = image.substr(4, 4), data_crc = image.substr(24, 4);
+    const std::string header_crc = image.substr(4, 4);
+    const std::string data_crc = image.substr(24, 4);
     const std::string size{image.rend() - 16, image.rend() - 12}; // the bytes 12 to 15, backwards
     image.replace(4, 4, 4, '\0');
     return BigEndian(Crc32(image.substr(0, 64))) == header_crc &&
@@ -120,7 +121,7 @@ void Fuzz(const std::string &input)
 } // namespace
 
 /// Reuses freed memory early, which makes the runs four times as fast.
-extern "C" const char *__asan_default_options()
+extern "C" const char *__asan_default_options() // NOLINT(bugprone-reserved-identifier)
 {
     return "quarantine_size_mb=1";
 }

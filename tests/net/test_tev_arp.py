@@ -1,4 +1,4 @@
-"""The address check on real packets. A cable connects the board to a station, whose kernel answers."""
+"""The address check on real packets. A cable leads from the board to a station that can answer."""
 
 import ctypes
 import socket

@@ -1,5 +1,5 @@
-"""The commands that build the project, test it and boot its board, in a folder with an awkward name:
-wrong usage, other distributions, interruptions."""
+"""The commands that build the project, test it and boot its board, in a folder with an awkward
+name: wrong usage, other distributions, interruptions."""
 
 import fcntl
 import os
