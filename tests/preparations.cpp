@@ -235,13 +235,24 @@ void Repeat(std::string &word, size_t begin)
     }
 }
 
+/// A mark that lost a blank beside it would be a part of a word.
+void CheckMark(const std::string &line, size_t at, bool in_word)
+{
+    const bool begins = !in_word && (line[at] == '+' || line[at] == '$');
+    if ((begins && at + 1 < line.size() && line[at + 1] != ' ') || line[at] == '|') {
+        throw WrongLine("a blank is missing beside '" + line.substr(at, 1) +
+                        "', or quotes around the word");
+    }
+}
+
 } // namespace
 
 Words WordsIn(const std::string &line)
 {
     Words words;
     std::string word;
-    bool quoted = false, begun = false;
+    bool quoted = false;
+    bool begun = false;
     std::vector<size_t> braces; // where the repeated texts begin
     for (size_t at = 0; at < line.size(); ++at) {
         const char c = line[at];
@@ -251,12 +262,8 @@ Words WordsIn(const std::string &line)
             }
             continue;
         }
-        if (!begun && (c == '+' || c == '$') && at + 1 < line.size() && line[at + 1] != ' ') {
-            throw WrongLine("a blank is missing behind '" + line.substr(at, 1) +
-                            "', or quotes around the word");
-        }
-        if (c == '|' && !quoted) {
-            throw WrongLine("a blank is missing beside '|', or quotes around the word");
+        if (!quoted) {
+            CheckMark(line, at, begun);
         }
         begun = true;
         if (c == '"') {
@@ -306,12 +313,12 @@ void CheckCount(const std::string &usage, const Words &words)
 
 void Prepare(FakeBoard &board, const Words &words)
 {
-    const auto own = std::ranges::find_if(kPreparations, [&words](const Preparation &row) {
+    const auto *const own = std::ranges::find_if(kPreparations, [&words](const Preparation &row) {
         return !words.empty() && row.usage.substr(0, row.usage.find(' ')) == words[0];
     });
     if (own == std::end(kPreparations)) {
-        throw WrongLine("docs/testing.md lists no preparation '" +
-                        (words.empty() ? "" : words[0]) + "'");
+        throw WrongLine("docs/testing.md lists no preparation '" + (words.empty() ? "" : words[0]) +
+                        "'");
     }
     CheckCount(own->usage, words);
     own->prepare(board, words);
