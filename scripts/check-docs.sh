@@ -50,6 +50,15 @@ check_pictures() {
     done < <(files '*.svg')
 }
 
+# The table of settings has exactly what the program saves.
+check_settings() {
+    diff <(sed -n 's:.*cp -dpR /etc/\(.*\) /tmp/.*:\1 the whole file:p
+            s:.*{"/etc/\([^"]*\)", "\([^"]*\)"}.*:\1 the number \2:p' flash/settings.cpp | sort) \
+        <(sed -n 's/^| `\([^`]*\)` | the \(whole file\|number `[^`]*`\).*/\1 the \2/p' docs/settings.md |
+            tr -d '`' | sort) || fault "docs/settings.md and flash/settings.cpp differ"
+}
+
 check_links
+check_settings
 check_pictures
 [ "$faults" -eq 0 ]
