@@ -9,7 +9,7 @@ file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh packaging/de
     board/*.sh board/rootfs/init board/rootfs/sbin/* tests/run tests/*/*.sh
     bench/*.sh integration/*-upgrade integration/*.sh integration/*.conf integration/second-checksum
     integration/swupdate/*-*)
-file(GLOB_RECURSE python CONFIGURE_DEPENDS tests/*.py)
+file(GLOB_RECURSE python CONFIGURE_DEPENDS tests/*.py board/*.py integration/*.py)
 
 # clang-tidy guesses the flags of a source that this build leaves out from those of its neighbours.
 list(JOIN sources "\n" source_lines)
