@@ -19,7 +19,8 @@ cmake_host_system_information(RESULT processors QUERY NUMBER_OF_LOGICAL_CORES)
 add_custom_target(lint
     COMMAND clang-format --dry-run --Werror ${sources} ${headers} ${other_headers}
     COMMAND xargs -a ${CMAKE_BINARY_DIR}/sources -d \\n -n 1 -P ${processors}
-            clang-tidy --quiet -p ${CMAKE_BINARY_DIR} --extra-arg=-Wno-unknown-warning-option
+            clang-tidy --quiet -p ${CMAKE_BINARY_DIR} # for GCC's flags:
+            --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wno-sign-conversion
     COMMAND cppcheck --quiet --error-exitcode=1 --inline-suppr --std=c++20
             --enable=warning,style,performance,portability
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm
