@@ -9,7 +9,7 @@ file(GLOB scripts CONFIGURE_DEPENDS check demo .ci/run scripts/*.sh packaging/de
     board/*.sh board/rootfs/init board/rootfs/sbin/* tests/run tests/*/*.sh
     bench/*.sh integration/*-upgrade integration/*.sh integration/*.conf integration/second-checksum
     integration/swupdate/*-*)
-file(GLOB_RECURSE python CONFIGURE_DEPENDS tests/*.py)
+file(GLOB_RECURSE python CONFIGURE_DEPENDS tests/*.py board/*.py integration/*.py)
 
 # clang-tidy guesses the flags of a source that this build leaves out from those of its neighbours.
 list(JOIN sources "\n" source_lines)
@@ -19,7 +19,8 @@ cmake_host_system_information(RESULT processors QUERY NUMBER_OF_LOGICAL_CORES)
 add_custom_target(lint
     COMMAND clang-format --dry-run --Werror ${sources} ${headers} ${other_headers}
     COMMAND xargs -a ${CMAKE_BINARY_DIR}/sources -d \\n -n 1 -P ${processors}
-            clang-tidy --quiet -p ${CMAKE_BINARY_DIR} --extra-arg=-Wno-unknown-warning-option
+            clang-tidy --quiet -p ${CMAKE_BINARY_DIR} # for GCC's flags:
+            --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wno-sign-conversion
     COMMAND cppcheck --quiet --error-exitcode=1 --inline-suppr --std=c++20
             --enable=warning,style,performance,portability
             --suppress=missingIncludeSystem --suppress=useStlAlgorithm

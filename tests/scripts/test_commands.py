@@ -5,6 +5,7 @@ import fcntl
 import os
 import signal
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -60,19 +61,15 @@ class Running:
             assert line, f"it ended before it said '{text}': {said}"
             said += line
 
-    def await_all(self):
-        """Waits until everything that the command started has ended."""
-        with self.lock.open() as held:
-            fcntl.flock(held, fcntl.LOCK_EX)
+    def await_file(self, path, text):
+        while text not in Path(path).read_text():
+            assert self.process.poll() is None, "it ended early"
+            time.sleep(0.02)
 
-    def has_ended(self):
-        """Says whether everything that the command started has ended."""
-        with self.lock.open() as held:
-            try:
-                fcntl.flock(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            except BlockingIOError:
-                return False
-            return True
+    def has_ended(self, wait=False):
+        """Says whether everything that the command started has ended, or waits for it."""
+        flock = ["flock"] if wait else ["flock", "--nonblock"]
+        return subprocess.run([*flock, self.lock, "true"]).returncode == 0
 
 
 @pytest.fixture
@@ -81,6 +78,8 @@ def ends_at(tmp_path):
     def stop(text, *command):
         running = Running(tmp_path, *command)
         running.await_text(text)
+        # A shell that does not wait for its child yet would first see the child end.
+        running.await_file(f"/proc/{running.process.pid}/status", "State:\tS")
         running.process.terminate()
         assert running.process.wait() == -signal.SIGTERM
         assert running.has_ended(), "something still runs"
@@ -130,7 +129,7 @@ def test_other_distribution(tmp_path, stand_in):
 
 def test_interrupted_download(stand_in, ends_at, monkeypatch):
     """One of the processes ignores SIGTERM, one has a session of its own."""
-    stand_in("apt-get", 'trap "" TERM; echo fetching; setsid sleep 1000 & sleep 1000')
+    stand_in("apt-get", 'trap "" TERM; setsid sleep 1000 & echo fetching; exec sleep 1000')
     monkeypatch.setenv("DEBIAN_MIRROR", "http://b.invalid")
     ends_at("fetching", "scripts/musl-sysroot.sh")
     assert os.listdir(".cache") == ["lock"]
@@ -147,10 +146,10 @@ def test_turn(tmp_path):
     with open("build/lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         running = Running(tmp_path, "bash", "-c",
-                          ". scripts/run-control.sh && wait_for_turn build && exec cat ended")
-        running.await_text("waiting for another run")
-        Path("ended").write_text("the other has ended\n")
-    running.await_text("the other has ended")
+                          ". scripts/run-control.sh && wait_for_turn build && echo my turn")
+        running.await_text("waiting for another run that uses build")
+        running.await_file("/proc/locks", "-> FLOCK")
+    running.await_text("my turn")
     assert running.process.wait() == 0
 
 
@@ -169,13 +168,12 @@ def test_killed_outside(tmp_path, script, monkeypatch):
     running.await_text("ready")
     assert not running.has_ended()
     running.process.kill()
-    running.await_all()
+    assert running.has_ended(wait=True)
 
 
 @pytest.mark.board
 def test_interrupted_board(tmp_path, top, ends_at):
     Path(".cache").symlink_to(top / ".cache")
-    with open("card", "wb") as card:
-        card.truncate(16 << 20)
+    Path("card").write_bytes(bytes(16 << 20))
     ends_at("ready", "board/run.sh", "--sd", "card", "flash", "--",
             "sh", "-c", "echo ready; exec sleep 1000")
