@@ -15,7 +15,7 @@ EXTERNALSRC = "${QVE_SOURCE}"
 EXTERNALSRC_SYMLINKS = ""
 PV = "${@oe.utils.read_file('${QVE_SOURCE}/VERSION')}"
 
-# The SHA-256 of 'fwpack info --json', null without it: PACKAGECONFIG:pn-qve-native = "sha256".
+# The SHA-256 of 'fwpack info', missing without it: PACKAGECONFIG:pn-qve-native = "sha256".
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[sha256] = "-DQVE_LIBCRYPTO=ON,-DQVE_LIBCRYPTO=OFF,openssl"
 
