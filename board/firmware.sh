@@ -48,13 +48,8 @@ make_app_image() {
 
 # make_flash OUT KERNEL APP ETC: makes the flash of a new board.
 make_flash() {
-    local name start
-    head -c 16M /dev/zero | tr '\0' '\377' >"$1"
-    for name in kernel app etc; do
-        read -r start _ < <(partition $name)
-        dd if="$2" of="$1" bs=64K seek=$((start / 65536)) conv=notrunc status=none
-        set -- "$1" "${@:3}"
-    done
+    "$board_dir/../build/host/fwpack" flash-image --table "$board_cache/partitions" --kernel "$2" --second "$3" \
+        --etc "$4" --output "$1" --force
 }
 
 # make_release NAME: makes the three parts of a firmware: NAME.kernel, NAME.app and NAME.etc.
@@ -68,7 +63,7 @@ make_release() {
 # make_package NAME LAYOUT OUT [OPTION...]: makes a package of the parts, with more options of fwpack.
 make_package() {
     "$board_dir/../build/host/fwpack" create --layout "$2" --marker 3510 --kernel "$1.kernel" \
-        --second "$1.app" --etc "$1.etc" --output "$3" "${@:4}"
+        --second "$1.app" --etc "$1.etc" --output "$3" --force "${@:4}"
 }
 
 # make_card OUT: makes an empty SD card with vfat, like a new card.

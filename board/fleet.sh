@@ -25,7 +25,8 @@ offer_update() {
     local PATH=$PATH:$PWD/build/host
     mkdir -p "$work/www/cgi-bin"
     quietly integration/swupdate/make-key "$work/signing" "demo firmware"
-    quietly integration/swupdate/make-swu --sign "$work"/signing.{key,crt} "$work/package" "$work/www"
+    quietly integration/swupdate/make-swu --sign "$work"/signing.{key,crt} --partitions 0x580000,8M,2M \
+        "$work/package" "$work/www"
     # This server does not log queries, so a script answers and logs them.
     cat >"$work/www/cgi-bin/latest" <<'END'
 #!/bin/sh

@@ -71,21 +71,15 @@ int CheckContents(const char *path, const Package &package)
     switch (FindContentsFault(path, package)) {
     case ContentsFault::kNone:
         return 0;
-    case ContentsFault::kWrongFileSize: {
-        // Cuts a sum beyond 32 bits.
-        const auto expected = static_cast<int>(package.ExpectedFileSize());
-        const auto found = static_cast<int>(package.file_size);
-        syslog(LOG_ALERT, "Firmware image size : %d vs %d\n", expected, found);
-        std::printf("[ERROR] %s : Firmware image size : %d vs %d\n", kName, expected, found);
+    case ContentsFault::kWrongFileSize:
+        std::printf("[ERROR] %s : Firmware image size : %d vs %d\n", kName,
+                    static_cast<int>(package.ExpectedFileSize()),
+                    static_cast<int>(package.file_size));
         break;
-    }
     case ContentsFault::kBadKernelImage:
-        syslog(LOG_ALERT, "flash1 is not correct\n");
         std::printf("[ERROR] %s : chech Image\n", kName);
         break;
     case ContentsFault::kBadFileSystem:
-        // The label says 2, although the file system is region 3.
-        syslog(LOG_ALERT, "flash2 is not correct\n");
         std::printf("[ERROR] %s : check JFFS2\n", kName);
         break;
     }

@@ -16,11 +16,6 @@
 namespace
 {
 
-constexpr std::array<PackageLayout, 2> kLayouts{{
-    {1, 20, 8, true},
-    {3, 64, 12, false},
-}};
-
 /// One read call; a regular file gives all that it has.
 bool ReadExactly(int fd, std::span<uint8_t> buffer)
 {
@@ -51,7 +46,7 @@ std::optional<HeaderFault> CheckIdentity(const FirmwarePackageHeader &header,
 
 const PackageLayout *FindPackageLayout(int32_t version)
 {
-    for (const PackageLayout &layout : kLayouts) {
+    for (const PackageLayout &layout : kPackageLayouts) {
         if (layout.version == version) {
             return &layout;
         }
@@ -110,12 +105,18 @@ std::variant<Package, HeaderRefusal> ReadPackage(const char *path,
 ContentsFault FindContentsFault(const char *path, const Package &package)
 {
     if (package.ExpectedFileSize() != package.file_size) {
+        // Cuts a sum beyond 32 bits.
+        syslog(LOG_ALERT, "Firmware image size : %d vs %d\n",
+               static_cast<int>(package.ExpectedFileSize()), static_cast<int>(package.file_size));
         return ContentsFault::kWrongFileSize;
     }
     if (CFlash_CheckImage(path, package.RegionStart(0)) != 0) {
+        syslog(LOG_ALERT, "flash1 is not correct\n");
         return ContentsFault::kBadKernelImage;
     }
     if (package.layout.checks_file_system && CFlash_CheckJffs2(path, package.RegionStart(2)) != 0) {
+        // The label says 2, although the file system is region 3.
+        syslog(LOG_ALERT, "flash2 is not correct\n");
         return ContentsFault::kBadFileSystem;
     }
     return ContentsFault::kNone;

@@ -30,6 +30,12 @@ struct PackageLayout {
     bool checks_file_system; ///< region 3 must be a JFFS2 image
 };
 
+/// All layouts.
+constexpr std::array<PackageLayout, 2> kPackageLayouts{{
+    {1, 20, 8, true},
+    {3, 64, 12, false},
+}};
+
 /// The layout with this version, or null when there is none.
 const PackageLayout *FindPackageLayout(int32_t version);
 
@@ -80,5 +86,5 @@ std::variant<Package, HeaderRefusal> ReadPackage(const char *path,
                                                  const PackageExpectation &expectation);
 
 /// Checks what the regions hold: the file size, the kernel image in region 1 and, in layout 1, the
-/// file system in region 3. What is wrong with a kernel image goes to the system log.
+/// file system in region 3. What is wrong goes to the system log.
 ContentsFault FindContentsFault(const char *path, const Package &package);

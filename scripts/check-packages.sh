@@ -72,23 +72,20 @@ check_usage() {
     [ "$count" -eq 5 ] || fail "$count usage texts instead of 5"
 }
 
-# fwpack's help, its page and the completions for bash and zsh have the same commands and options.
+# fwpack's help and its page have the same commands and options. Bash's completion finds them in the help.
 check_fwpack_options() {
-    local commands command options
-    commands=$("$1" help | sed -n 's/^  fwpack \([a-z]*\) .*/\1/p' | grep -vx help)
+    local commands=() command options
+    mapfile -t commands < <("$1" help | sed -n 's/^  fwpack \([a-z-]*\) .*/\1/p')
     . "$top/tools/completion/fwpack.bash"
-    [ "$(completed fwpack '' | grep -v '^-' | sort)" = "$(sort <<<"$commands"$'\n'help)" ] ||
-        fail "commands that bash completes"
-    for command in $commands; do
-        options=$("$1" help "$command" | sed -n 's/^  -\(.\), --\([a-z-]*\).*/\1 \2/p' | sort)
-        diff <(grep -v '^h help$' <<<"$options") \
+    [ "$(completed "$1" '')" = "$(printf '%s\n' "${commands[@]}")" ] || fail "commands that bash completes"
+    for command in "${commands[@]/#help/}"; do
+        [ -n "$command" ] || continue
+        options=$("$1" help "$command" | sed -n 's/^  -\(.\), --\([a-z-]*\).*/\1 \2/p')
+        diff <(grep -v '^h help$' <<<"$options" | sort) \
             <(sed -n "/^\.Ss $command\$/,/^\.S[sh] /s/^\.It Fl \(.\) , -\([a-z-]*\).*/\1 \2/p" "$top/docs/man/fwpack.1" | sort) ||
             fail "fwpack(1) on $command"
-        diff <(awk '{ print "--" $2 }' <<<"$options" | sort) <(completed fwpack "$command" -- | sort) ||
+        diff <(awk '{ print "--" $2 }' <<<"$options") <(completed "$1" "$command" --) ||
             fail "bash's completion of $command"
-        diff <(echo "$options") \
-            <(sed -n "/^$command)/,/;;/s/.*{-\(.\),--\([a-z-]*\)}.*/\1 \2/p" "$top/tools/completion/_fwpack" | sort) ||
-            fail "zsh's completion of $command"
     done
 }
 

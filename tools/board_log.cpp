@@ -4,19 +4,18 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <string_view>
 
 namespace
 {
 
 bool g_shown = false;
 
+/// Each line of the checks ends with a line end.
 void ShowLine(const char *format, va_list arguments)
 {
     if (g_shown) {
         std::fputs("fwpack: log: ", stderr);
         std::vfprintf(stderr, format, arguments);
-        std::fputs(std::string_view{format}.ends_with('\n') ? "" : "\n", stderr);
     }
 }
 

@@ -1,16 +1,53 @@
-// fwpack: makes, checks, shows and extracts firmware packages.
+// fwpack: makes, checks, shows and extracts firmware packages, and makes whole flashes of them.
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
-#include "tools/command_line.h"
-#include "tools/text.h"
+#include "tools/options.h"
 
 namespace
 {
+
+constexpr const char *kHelp =
+    "usage: fwpack COMMAND [OPTION...]\n\n"
+    "  fwpack create          make a firmware package from its three regions\n"
+    "  fwpack check           say whether a board would accept a package, and why not\n"
+    "  fwpack info            show the contents of a package\n"
+    "  fwpack extract         write the regions of a package to files\n"
+    "  fwpack flash-image     make the whole flash of a new board\n"
+    "  fwpack help [COMMAND]  show this help, or that of a command\n\n"
+    "  -V, --version          show the version\n";
+
+/// Keeps the name of the command in `command`, if there is one.
+int Run(std::span<char *> words, std::string &command)
+{
+    std::array<char *, 3> help{nullptr, const_cast<char *>("--help"), nullptr};
+    const auto word = [&](size_t i) { return std::string_view{i < words.size() ? words[i] : ""}; };
+    if (word(1) == "-V" || word(1) == "--version") {
+        std::puts("fwpack " FWPACK_VERSION);
+        return kExitDone;
+    }
+    const bool asks = word(1) == "help";
+    if (word(1) == "-h" || word(1) == "--help" ||
+        (asks && (words.size() == 2 || word(2) == "help"))) {
+        return PrintHelp(kHelp);
+    }
+    if (words.size() < 2) {
+        FailUsage("a command is missing");
+    }
+    words = words.subspan(asks ? 2 : 1);
+    for (const Command *row : {&kCreate, &kCheck, &kInfo, &kExtract, &kFlashImage}) {
+        if (word(0) == row->name) {
+            command = " " + std::string{row->name};
+            help[0] = words[0];
+            return RunCommand(*row, asks ? std::span{help}.first(2) : words);
+        }
+    }
+    FailUsage("unknown command '" + std::string{words[0]} + "'");
+}
 
 /// Opens closed standard streams, so that no file gets their numbers. The checks refuse a package
 /// with descriptor 0, and messages would go into the output.
@@ -28,10 +65,28 @@ void OpenStandardStreams()
 int main(int argc, char **argv)
 {
     OpenStandardStreams();
-    const int status = RunCommandLine({argv, static_cast<size_t>(argc)});
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        PrintError("standard output: %s", std::strerror(errno));
-        return kExitRefused;
+    // A message to a closed reader must not end the work. At the user's limit for the size of
+    // files, a write fails with a message.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    int status = kExitDone;
+    std::string command;
+    try {
+        status = Run({argv, static_cast<size_t>(argc)}, command);
+    } catch (const Failure &failure) {
+        status = failure.status;
+        if (!failure.message.empty()) { // getopt prints its own
+            PrintError(failure.message);
+        }
+        if (status == kExitUsage) {
+            PrintError("try 'fwpack help" + command + "'");
+        }
     }
-    return status;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return status;
+    }
+    if (errno != EPIPE) { // that reader has read enough
+        PrintError("standard output: " + std::string{std::strerror(errno)});
+    }
+    return kExitRefused;
 }

@@ -1,77 +1,75 @@
 #include <algorithm>
-#include <cstdio>
 
 #include "tools/board_log.h"
-#include "tools/command_line.h"
-#include "tools/progress.h"
-#include "tools/region.h"
-#include "tools/text.h"
-#include "tools/verdict.h"
+#include "tools/examine.h"
+#include "tools/options.h"
 
 namespace
 {
 
-/// Prints a verdict line for each region that is larger than its partition. Returns whether there
-/// was none.
-bool FitsPartitions(const char *path, const Package &package, const Arguments &arguments)
-{
-    bool fits = true;
-    for (size_t i = 0; i < package.header.size.size(); ++i) {
-        const std::string fault = WhyTooLarge(i, package.header.size[i], arguments.partitions);
-        if (!fault.empty() && !arguments.quiet) {
-            std::printf("%s: region %zu is %s\n", path, i + 1, fault.c_str());
+/// Returns the exit status.
+int CheckOne(const char *path, const PackageExpectation &expectation, const Board &board,
+             bool quiet)
+try {
+    const InputFile file{path};
+    const Examination found = Examine(file, expectation, board);
+    if (!quiet) {
+        // The worse result first, because scripts read the first line.
+        for (const std::string &misfit : found.misfits) {
+            std::printf("%s: %s\n", file.name().c_str(), misfit.c_str());
         }
-        fits = fits && fault.empty();
+        std::printf("%s: a board would %s%s\n", file.name().c_str(),
+                    !found.refusal.empty()  ? "refuse it: "
+                    : found.misfits.empty() ? "accept it"
+                                            : "accept it: it does not compare sizes",
+                    found.refusal.c_str());
+        found.PrintWarnings(file.name());
     }
-    return fits;
+    return found.WhyNot().empty() ? kExitDone : kExitRefused;
+} catch (const Failure &failure) {
+    PrintError(failure.message);
+    return kExitUsage;
 }
 
-Verdict JudgeSlowly(const char *path, const Arguments &arguments)
+int Check(const Options &options, const Board &board)
 {
-    const Progress progress{Format("checking %s", path)};
-    return Judge(path,
-                 {arguments.marker.has_value(), arguments.marker.value_or(0), arguments.layout});
-}
-
-int Check(const char *path, const Arguments &arguments)
-{
-    const std::string unreadable = WhyUnreadable(path);
-    if (!unreadable.empty()) {
-        Refuse(path, unreadable);
-        return kExitUsage;
+    const int32_t version =
+        options.Number('l', "the layout version is a number").value_or(kPackageLayouts[0].version);
+    const PackageExpectation expectation{options.Has('m'), options.Has('m') ? options.Marker() : 0,
+                                         version};
+    if (options.Has('v')) {
+        ShowBoardLog();
     }
-    const Verdict verdict = JudgeSlowly(path, arguments);
-    const auto *package = std::get_if<Package>(&verdict.opened);
-    // The worse result first, because scripts read the first line.
-    const bool fits = package == nullptr || FitsPartitions(path, *package, arguments);
-    if (!arguments.quiet && verdict.reason.empty()) {
-        std::printf("%s: a board would accept it%s\n", path,
-                    fits ? "" : ": it does not compare sizes");
-    } else if (!arguments.quiet) {
-        std::printf("%s: a board would refuse it: %s\n", path, verdict.reason.c_str());
+    int status = kExitDone;
+    bool accepted = false;
+    for (const char *path : options.operands) {
+        const int its_status = CheckOne(path, expectation, board, options.Has('q'));
+        status = std::max(status, its_status);
+        accepted = accepted || its_status == kExitDone;
     }
-    if (!arguments.quiet && package != nullptr) {
-        WarnOfNegativeSizes(path, *package);
+    if (accepted && !options.Has('q')) {
+        SayWhetherCompared(board);
     }
-    return verdict.reason.empty() && fits ? kExitDone : kExitRefused;
+    return status;
 }
 
 } // namespace
 
-int RunCheck(const Arguments &arguments)
-{
-    if (arguments.verbose) {
-        ShowBoardLog();
-    }
-    int status = kExitDone;
-    bool judged = false;
-    for (const char *path : arguments.operands) {
-        const int its_status = Check(path, arguments);
-        status = std::max(status, its_status);
-        judged = judged || its_status != kExitUsage;
-    }
-    if (judged && !arguments.quiet) {
-        SayWhetherCompared(arguments.partitions);
-    }
-    return status;
-}
+const Command kCheck{
+    "check",
+    "usage: fwpack check [OPTION...] PACKAGE...\n\n"
+    "Says whether a board would accept each PACKAGE ('-': standard input). Makes the board's\n"
+    "checks in the same order, and names the first that fails. With the sizes of the\n"
+    "partitions, a region that does not fit gets its own line: a board would accept it.\n\n"
+    "  -l, --layout N         the layout version that the board expects, by default 1\n"
+    "  -m, --marker TEXT      the marker of the board; only four characters count. Without it,\n"
+    "                         markers are not compared, just as 'upgrade' does; 'xupgrade -i'\n"
+    "                         compares them\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n"
+    "  -q, --quiet            print no verdict; use the exit status\n"
+    "  -v, --verbose          print the checks' lines of the board's log\n",
+    "",
+    1,
+    SIZE_MAX,
+    Check};

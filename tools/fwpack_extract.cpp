@@ -1,124 +1,73 @@
-#include <sys/stat.h>
+#include <libgen.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cinttypes>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+#include <deque>
 
-#include "tools/command_line.h"
-#include "tools/output_file.h"
-#include "tools/progress.h"
-#include "tools/region.h"
-#include "tools/text.h"
-#include "tools/verdict.h"
-#include "util/file.h"
+#include "tools/examine.h"
+#include "tools/options.h"
 
 namespace
 {
 
-/// A region and its output file.
-struct Piece {
-    size_t index;
-    Region region;
-    std::unique_ptr<OutputFile> file;
-};
-
-/// The requested regions. Prints the reason if the package does not hold one of them completely.
-std::vector<Piece> FindPieces(const char *path, const Package &package, const Arguments &arguments)
+int Extract(const Options &options, const Board & /*board*/)
 {
-    std::vector<Piece> pieces;
-    for (size_t i = 0; i < kRegionNames.size(); ++i) {
-        if (arguments.region.value_or(i) != i) {
+    const std::string expected = "the region is 1, 2 or 3";
+    const int32_t only = options.Number('r', expected).value_or(0);
+    if (options.Has('r') && (only < 1 || only > 3)) {
+        FailUsage(options.Value('r') + (": " + expected));
+    }
+    if (options.Has('d') == options.Has('o') || (options.Has('o') && only == 0)) {
+        FailUsage("extract needs --output-dir, or --region and --output");
+    }
+    // Files for a new folder are written beside it. So nothing is left if fwpack is interrupted.
+    const bool is_new = options.Has('d') && access(options.Value('d'), F_OK) != 0;
+    const std::string new_folder = is_new ? options.Value('d') : "";
+    std::string beside = new_folder;
+    beside = is_new ? dirname(beside.data()) : "";
+
+    const InputFile package{options.operands[0]};
+    const Examination found = Locate(package, std::nullopt);
+    std::deque<OutputFile> files;
+    std::vector<OutputFile *> all;
+    std::string report;
+    for (size_t i = 0; i < found.regions.size(); ++i) {
+        const Region &region = found.regions[i];
+        if (only != 0 && i + 1 != static_cast<size_t>(only)) {
             continue;
         }
-        const Region region = RegionOf(package, i);
-        const std::string fault = region.Fault();
-        if (!fault.empty()) {
-            Refuse(path, Format("region %zu: %s", i + 1, fault.c_str()));
-            return {};
+        if (!region.is_whole) {
+            Fail(package.name(), Format("region %zu: %s", i + 1, region.fault.c_str()));
         }
-        pieces.push_back({i, region, nullptr});
-    }
-    return pieces;
-}
-
-bool Copy(const char *path, std::FILE *package, const Piece &piece)
-{
-    std::array<char, 65536> bytes;
-    if (fseeko(package, piece.region.start, SEEK_SET) != 0) {
-        return Refuse(path, std::strerror(errno));
-    }
-    for (int64_t left = piece.region.size; left > 0;) {
-        const size_t wanted = std::min(bytes.size(), static_cast<size_t>(left));
-        if (std::fread(bytes.data(), 1, wanted, package) != wanted) {
-            return Refuse(path, std::ferror(package) != 0 ? std::strerror(errno)
-                                                          : "changed while it was read");
+        const std::string path = options.Has('o')
+                                     ? options.Value('o')
+                                     : Format("%s/%s", options.Value('d'), kRegionNames[i]);
+        if (path == "-") {
+            package.CopyTo(STDOUT_FILENO, "standard output", region.start, region.size);
+            return kExitDone;
         }
-        if (!piece.file->Write(std::span<const char>{bytes}.first(wanted))) {
-            return false;
-        }
-        left -= static_cast<int64_t>(wanted);
+        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands, beside));
+        all.back()->Copy(package, region.start, region.size);
+        report += Format("%s: %" PRId64 " bytes\n", path.c_str(), region.size);
     }
-    return piece.file->Finish();
-}
-
-/// Writes all files, and only then moves them to their places.
-bool WriteFiles(const char *path, std::vector<Piece> &pieces, const std::string &dir)
-{
-    const Progress progress{Format("extracting %s", path)};
-    const File package{path, "r"};
-    if (!package) {
-        return Refuse(path, std::strerror(errno));
-    }
-    for (Piece &piece : pieces) {
-        piece.file = std::make_unique<OutputFile>(dir + "/" + kRegionNames[piece.index]);
-        if (!*piece.file || !Copy(path, package.get(), piece)) {
-            return false;
-        }
-    }
-    const HeldSignals held;
-    return std::ranges::all_of(pieces,
-                               [](const Piece &piece) { return piece.file->MoveToPlace(); });
-}
-
-bool Extract(const char *path, const Arguments &arguments)
-{
-    const std::string unreadable = WhyUnreadable(path);
-    if (!unreadable.empty()) {
-        return Refuse(path, unreadable);
-    }
-    const auto opened = OpenByItself(path);
-    if (const auto *refusal = std::get_if<HeaderRefusal>(&opened)) {
-        return SayNoPackage(path, *refusal);
-    }
-    std::vector<Piece> pieces = FindPieces(path, std::get<Package>(opened), arguments);
-    if (pieces.empty()) {
-        return false;
-    }
-    const bool made_dir = mkdir(arguments.output_dir, 0777) == 0;
-    if (!made_dir && errno != EEXIST) {
-        return Refuse(arguments.output_dir, std::strerror(errno));
-    }
-    if (!WriteFiles(path, pieces, arguments.output_dir)) {
-        pieces.clear(); // removes unfinished files
-        if (made_dir) {
-            rmdir(arguments.output_dir); // fails if there are other files in it
-        }
-        return false;
-    }
-    for (const Piece &piece : pieces) {
-        std::printf("%s: %" PRId64 " bytes\n", piece.file->path(), piece.region.size);
-    }
-    return true;
+    OutputFile::Publish(all, new_folder);
+    std::fputs(report.c_str(), stdout);
+    return kExitDone;
 }
 
 } // namespace
 
-int RunExtract(const Arguments &arguments)
-{
-    return Extract(arguments.operands[0], arguments) ? kExitDone : kExitRefused;
-}
+const Command kExtract{
+    "extract",
+    "usage: fwpack extract --output-dir DIR [OPTION...] PACKAGE\n"
+    "       fwpack extract --region N --output FILE [OPTION...] PACKAGE\n\n"
+    "Writes the regions of the PACKAGE ('-': standard input) to the files 'kernel', 'second'\n"
+    "and 'etc': all of them or none.\n\n"
+    "  -d, --output-dir DIR   the folder for the files; created if it does not exist\n"
+    "  -r, --region N         only region 1, 2 or 3\n"
+    "  -o, --output FILE      the file for one region; '-' is standard output\n"
+    "  -f, --force            replace existing files\n",
+    "",
+    1,
+    1,
+    Extract};

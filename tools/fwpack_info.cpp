@@ -1,18 +1,20 @@
-#include <array>
 #include <cinttypes>
-#include <cstdio>
 #include <ctime>
+#include <future>
+#include <initializer_list>
 
-#include "tools/command_line.h"
-#include "tools/json.h"
-#include "tools/progress.h"
-#include "tools/report.h"
+#include "tools/examine.h"
+#include "tools/options.h"
 #include "tools/sha256.h"
-#include "tools/text.h"
-#include "tools/verdict.h"
 
 namespace
 {
+
+/// Of the package and the regions, as far as the file holds them completely.
+struct Hashes {
+    std::string package;
+    std::array<std::string, 3> regions;
+};
 
 std::string DateOf(const ImageHeader &header, const char *format)
 {
@@ -24,191 +26,189 @@ std::string DateOf(const ImageHeader &header, const char *format)
 
 // ---- For people ---------------------------------------------------------------------------------
 
-void PrintRegions(const Report &report)
+std::string CrcText(uint32_t stated, uint32_t computed)
 {
-    std::puts("\nregion      offset        size  contents");
-    for (size_t i = 0; i < report.regions.size(); ++i) {
-        const RegionReport &region = report.regions[i];
-        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, region.region.start,
-                    region.region.size, region.contents.c_str(),
-                    region.contents.empty() || region.fault.empty() ? "" : "; ",
-                    region.fault.c_str());
-    }
+    return Format("%08x, ", stated) +
+           (stated == computed ? "ok" : Format("WRONG: computed %08x", computed));
 }
 
-void PrintCrc(const char *name, uint32_t stated, uint32_t computed)
-{
-    if (stated == computed) {
-        std::printf("  %s      %08x, holds\n", name, stated);
-    } else {
-        std::printf("  %s      %08x, does not hold: computed %08x\n", name, stated, computed);
-    }
-}
-
-void PrintKernel(const KernelImage &image, const Region &region)
+void PrintKernel(const KernelImage &image, int64_t region_size)
 {
     const ImageHeader &header = image.header;
-    const int64_t beyond = int64_t{ImageHeader::kSize} + header.data_size - region.size;
-    std::puts("\nkernel image");
-    std::printf("  name            %s\n",
-                Printable({header.name.data(), header.name.size()}).c_str());
-    std::printf("  created         %s\n", DateOf(header, "%Y-%m-%d %H:%M:%S UTC").c_str());
-    std::printf("  data size       %" PRIu32 " bytes%s\n", header.data_size,
-                beyond > 0 ? Format(", %" PRId64 " of them behind region 1", beyond).c_str() : "");
-    std::printf("  load, entry     0x%08x, 0x%08x\n", header.load_address, header.entry_point);
-    std::printf("  architecture    %s\n", ArchitectureName(header).c_str());
-    std::printf("  type            %s\n", TypeName(header).c_str());
-    std::printf("  compression     %s\n", CompressionName(header).c_str());
-    PrintCrc("header CRC", header.header_crc, header.computed_crc);
-    PrintCrc("data CRC  ", header.data_crc, image.data_crc);
+    const int64_t beyond = int64_t{ImageHeader::kSize} + header.data_size - region_size;
+    std::printf("\nkernel image\n  name              %s\n  created           %s\n"
+                "  data size         %" PRIu32 " bytes%s\n  load, entry       0x%08x, 0x%08x\n"
+                "  operating system  %s\n  architecture      %s\n  type              %s\n"
+                "  compression       %s\n  header CRC        %s\n  data CRC          %s\n",
+                Printable({header.name.data(), header.name.size()}).c_str(),
+                DateOf(header, "%Y-%m-%d %H:%M:%S UTC").c_str(), header.data_size,
+                beyond > 0 ? Format(", %" PRId64 " of them behind region 1", beyond).c_str() : "",
+                header.load_address, header.entry_point, image.operating_system.c_str(),
+                image.architecture.c_str(), image.type.c_str(), image.compression.c_str(),
+                CrcText(header.header_crc, header.computed_crc).c_str(),
+                CrcText(header.data_crc, image.data_crc).c_str());
 }
 
-void PrintText(const Report &report)
+void PrintHash(const char *label, const std::string &hash)
 {
-    const Package &package = report.package;
+    if (!hash.empty()) {
+        std::printf("%s%s\n", label, hash.c_str());
+    }
+}
+
+void PrintText(const Examination &found, const Hashes &hashes)
+{
+    const Package &package = *found.package;
     const int64_t expected = package.ExpectedFileSize();
-    std::printf("layout      %d, header of %d bytes\n", package.header.version,
-                package.layout.header_length);
-    std::printf("marker      %s\n", MarkerText(package.header.magic).c_str());
-    std::printf("file size   %" PRId64 " bytes, %s\n", package.file_size,
+    const char *verdict = !found.refusal.empty() ? "a board would refuse it: "
+                          : !found.misfits.empty()
+                              ? "a board would accept it, but "
+                              : "a board with this marker and layout would accept it";
+    std::printf("layout      %d, header of %d bytes\nmarker      %s\nfile size   %" PRId64
+                " bytes, %s\n",
+                package.header.version, package.layout.header_length,
+                MarkerText(package.header.magic).c_str(), package.file_size,
                 expected == package.file_size
                     ? "header and regions"
                     : Format("but header and regions are %" PRId64, expected).c_str());
-    if (report.refusal.empty()) {
-        std::puts("verdict     a board with this marker and layout would accept it");
-    } else {
-        std::printf("verdict     a board would refuse it: %s\n", report.refusal.c_str());
+    PrintHash("SHA-256     ", hashes.package);
+    std::printf("verdict     %s%s\n\nregion      offset        size  contents\n", verdict,
+                found.WhyNot().c_str());
+    for (size_t i = 0; i < found.regions.size(); ++i) {
+        const auto &[start, size, is_whole, fault, contents, region_verdict, reason] =
+            found.regions[i];
+        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, start, size,
+                    contents.c_str(), contents.empty() || fault.empty() ? "" : "; ", fault.c_str());
+        PrintHash("        SHA-256 ", hashes.regions[i]);
     }
-    PrintRegions(report);
-    if (report.kernel) {
-        PrintKernel(*report.kernel, report.regions[0].region);
+    if (found.kernel.header.magic == kImageMagic) {
+        PrintKernel(found.kernel, found.regions[0].size);
     }
 }
 
 // ---- For scripts --------------------------------------------------------------------------------
 
-std::string UpToZero(std::string_view text)
+/// The text in quotes; null if it is empty. Bytes that are not printable ASCII become the code
+/// points of the same number, so a text of any bytes is valid.
+std::string Quoted(std::string_view text)
 {
-    return std::string{text.substr(0, text.find('\0'))};
-}
-
-std::string Hex(uint32_t word)
-{
-    return Format("%08x", word);
-}
-
-const char *NameOf(RegionVerdict verdict)
-{
-    switch (verdict) {
-    case RegionVerdict::kOk:
-        return "ok";
-    case RegionVerdict::kBad:
-        return "bad";
-    case RegionVerdict::kNotExamined:
-        break;
+    std::string quoted = "\"";
+    for (const char c : text) {
+        const bool is_plain = c >= ' ' && c <= '~' && c != '"' && c != '\\';
+        quoted += is_plain ? std::string{c} : Format("\\u%04x", static_cast<unsigned char>(c));
     }
-    return "not examined";
+    return text.empty() ? "null" : quoted + '"';
 }
 
-/// Returns nothing if the hash of a complete region cannot be computed.
-std::optional<std::string> RegionJson(const char *path, const Report &report, size_t index,
-                                      const std::optional<PartitionSizes> &partitions)
+/// The same up to the first zero byte, also of an empty text.
+std::string QuotedName(std::string_view bytes)
 {
-    const RegionReport &found = report.regions[index];
-    std::optional<std::string> hash = "";
-    if (found.region.Fault().empty()) {
-        hash = Sha256(path, found.region.start, found.region.size);
-        if (!hash) {
-            return std::nullopt;
-        }
+    const std::string_view text = bytes.substr(0, bytes.find('\0'));
+    return text.empty() ? "\"\"" : Quoted(text);
+}
+
+std::string Hex(uint32_t word, const char *prefix = "")
+{
+    return Format("\"%s%08x\"", prefix, word);
+}
+
+/// An object with one member a line, `depth` objects and arrays deep.
+std::string Object(int depth, std::initializer_list<std::pair<const char *, std::string>> members)
+{
+    std::string object;
+    const std::string indent = Format("\n%*s", 2 * depth, "");
+    for (const auto &[name, json] : members) {
+        object += Format("%s%s  \"%s\": ", object.empty() ? "{" : ",", indent.c_str(), name) + json;
     }
-    JsonObject json;
-    json.AddNumber("number", static_cast<int64_t>(index) + 1);
-    json.AddText("name", kRegionNames[index]);
-    json.AddNumber("offset", found.region.start);
-    json.AddNumber("size", found.region.size);
-    json.AddJson("partition_size", partitions ? std::to_string((*partitions)[index]) : "null");
-    json.AddTextOrNull("sha256", *hash);
-    json.AddText("verdict", NameOf(found.verdict));
-    json.AddTextOrNull("reason", found.reason);
-    return json.Text();
+    return object + indent + "}";
+}
+
+std::string RegionJson(const Region &region, size_t index, const std::string &hash,
+                       const Board &board)
+{
+    return Object(2, {{"number", std::to_string(index + 1)},
+                      {"name", Quoted(kRegionNames[index])},
+                      {"offset", std::to_string(region.start)},
+                      {"size", std::to_string(region.size)},
+                      {"partition_size", board ? std::to_string((*board)[index]) : "null"},
+                      {"sha256", Quoted(hash)},
+                      {"verdict", Quoted(region.verdict)},
+                      {"reason", Quoted(region.reason)}});
 }
 
 std::string KernelJson(const KernelImage &image)
 {
     const ImageHeader &header = image.header;
-    JsonObject json;
-    json.AddText("name", UpToZero({header.name.data(), header.name.size()}));
-    json.AddText("created", DateOf(header, "%Y-%m-%dT%H:%M:%SZ"));
-    json.AddNumber("data_size", header.data_size);
-    json.AddText("load_address", "0x" + Hex(header.load_address));
-    json.AddText("entry_point", "0x" + Hex(header.entry_point));
-    json.AddText("operating_system", OperatingSystemName(header));
-    json.AddText("architecture", ArchitectureName(header));
-    json.AddText("type", TypeName(header));
-    json.AddText("compression", CompressionName(header));
-    json.AddText("header_crc", Hex(header.header_crc));
-    json.AddText("header_crc_computed", Hex(header.computed_crc));
-    json.AddText("data_crc", Hex(header.data_crc));
-    json.AddText("data_crc_computed", Hex(image.data_crc));
-    return json.Text();
+    return Object(1, {{"name", QuotedName({header.name.data(), header.name.size()})},
+                      {"created", Quoted(DateOf(header, "%Y-%m-%dT%H:%M:%SZ"))},
+                      {"data_size", std::to_string(header.data_size)},
+                      {"load_address", Hex(header.load_address, "0x")},
+                      {"entry_point", Hex(header.entry_point, "0x")},
+                      {"operating_system", Quoted(image.operating_system)},
+                      {"architecture", Quoted(image.architecture)},
+                      {"type", Quoted(image.type)},
+                      {"compression", Quoted(image.compression)},
+                      {"header_crc", Hex(header.header_crc)},
+                      {"header_crc_computed", Hex(header.computed_crc)},
+                      {"data_crc", Hex(header.data_crc)},
+                      {"data_crc_computed", Hex(image.data_crc)}});
 }
 
-/// Returns nothing if the file is no longer readable.
-std::optional<std::string> PackageJson(const char *path, const Report &report,
-                                       const std::optional<PartitionSizes> &partitions)
+std::string PackageJson(const Examination &found, const Hashes &hashes, const Board &board)
 {
+    const Package &package = *found.package;
     std::string regions;
-    for (size_t i = 0; i < report.regions.size(); ++i) {
-        const auto region = RegionJson(path, report, i, partitions);
-        if (!region) {
-            return std::nullopt;
-        }
-        regions += (regions.empty() ? "" : ", ") + *region;
+    for (size_t i = 0; i < found.regions.size(); ++i) {
+        regions += i == 0 ? "[\n    " : ",\n    ";
+        regions += RegionJson(found.regions[i], i, hashes.regions[i], board);
     }
-    const std::string magic = MagicBytes(report.package.header.magic);
-    JsonObject json;
-    json.AddNumber("layout", report.package.header.version);
-    json.AddNumber("header_size", report.package.layout.header_length);
-    json.AddText("marker", UpToZero(magic));
-    json.AddText("marker_word", Hex(report.package.header.magic));
-    json.AddNumber("file_size", report.package.file_size);
-    json.AddText("verdict", report.refusal.empty() ? "accepted" : "refused");
-    json.AddTextOrNull("reason", report.refusal);
-    json.AddJson("regions", "[" + regions + "]");
-    json.AddJson("kernel", report.kernel ? KernelJson(*report.kernel) : "null");
-    return json.Text();
+    return Object(0, {{"verdict", Quoted(found.WhyNot().empty() ? "accepted" : "refused")},
+                      {"reason", Quoted(found.WhyNot())},
+                      {"layout", std::to_string(package.header.version)},
+                      {"header_size", std::to_string(package.layout.header_length)},
+                      {"marker", QuotedName(MagicBytes(package.header.magic))},
+                      {"marker_word", Hex(package.header.magic)},
+                      {"file_size", std::to_string(package.file_size)},
+                      {"sha256", Quoted(hashes.package)},
+                      {"regions", regions + "\n  ]"},
+                      {"kernel", found.kernel.header.magic == kImageMagic ? KernelJson(found.kernel)
+                                                                          : "null"}});
 }
 
-bool Show(const char *path, const Arguments &arguments)
+int Info(const Options &options, const Board &board)
 {
-    const std::string unreadable = WhyUnreadable(path);
-    if (!unreadable.empty()) {
-        return Refuse(path, unreadable);
+    const InputFile file{options.operands[0]};
+    const Examination found = Examine(file, std::nullopt, board);
+    Hashes hashes;
+    // On another processor, because the regions together are as long as the package.
+    auto whole = std::async(std::launch::async, [&] {
+        return found.package->ExpectedFileSize() == file.size() ? Sha256(file, 0, file.size()) : "";
+    });
+    for (size_t i = 0; i < hashes.regions.size(); ++i) {
+        const Region &region = found.regions[i];
+        hashes.regions[i] = region.is_whole ? Sha256(file, region.start, region.size) : "";
     }
-    const auto opened = OpenByItself(path);
-    if (const auto *refusal = std::get_if<HeaderRefusal>(&opened)) {
-        return SayNoPackage(path, *refusal);
-    }
-    const Progress progress{Format("examining %s", path)};
-    const auto &package = std::get<Package>(opened);
-    const Report report = Examine(path, package, arguments.partitions);
-    if (arguments.json) {
-        const auto json = PackageJson(path, report, arguments.partitions);
-        if (!json) {
-            return Refuse(path, "changed while it was read");
-        }
-        std::puts(json->c_str());
+    hashes.package = whole.get();
+    if (options.Has('j')) {
+        std::puts(PackageJson(found, hashes, board).c_str());
     } else {
-        PrintText(report);
+        PrintText(found, hashes);
     }
-    WarnOfNegativeSizes(path, package);
-    return true;
+    found.PrintWarnings(file.name());
+    return kExitDone;
 }
 
 } // namespace
 
-int RunInfo(const Arguments &arguments)
-{
-    return Show(arguments.operands[0], arguments) ? kExitDone : kExitRefused;
-}
+const Command kInfo{
+    "info",
+    "usage: fwpack info [OPTION...] PACKAGE\n\n"
+    "Shows the contents of the PACKAGE ('-': standard input), even a damaged one, and whether\n"
+    "it can be installed on a board with its marker and layout.\n\n"
+    "  -j, --json             print a JSON object, for scripts\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n",
+    "",
+    1,
+    1,
+    Info};

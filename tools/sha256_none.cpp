@@ -1,7 +1,7 @@
 #include "tools/sha256.h"
 
 // Replaces sha256.cpp if the build has no libcrypto (QVE_LIBCRYPTO).
-std::optional<std::string> Sha256(const char * /*path*/, int64_t /*start*/, int64_t /*size*/)
+std::string Sha256(const InputFile & /*file*/, int64_t /*start*/, int64_t /*size*/)
 {
     return "";
 }

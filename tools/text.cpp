@@ -1,51 +1,44 @@
 #include "tools/text.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
-#include "tools/progress.h"
+#include "flash/package.h"
 
-namespace
+void PrintError(const std::string &message)
 {
-
-std::string FormatList(const char *format, va_list arguments)
-{
-    va_list measured;
-    va_copy(measured, arguments);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is in the callers
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    std::string text(static_cast<size_t>(std::max(length, 0)), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
-}
-
-} // namespace
-
-void PrintError(const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    Progress::EndLine();
     std::fflush(stdout); // main checks its errors
-    std::fprintf(stderr, "fwpack: %s\n", FormatList(format, arguments).c_str());
-    va_end(arguments);
+    std::fprintf(stderr, "fwpack: %s\n", message.c_str());
 }
 
-bool Refuse(const char *path, const std::string &reason)
+void Fail(const std::string &name, const std::string &reason)
 {
-    PrintError("%s: %s", path, reason.c_str());
-    return false;
+    throw Failure{name + ": " + reason};
+}
+
+void FailErrno(const std::string &name)
+{
+    Fail(name, std::strerror(errno));
+}
+
+void FailUsage(const std::string &message)
+{
+    throw Failure{message, kExitUsage};
 }
 
 std::string Format(const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    std::string text = FormatList(format, arguments);
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
     va_end(arguments);
-    return text;
+    std::string copy(length >= 0 ? text : "");
+    std::free(length >= 0 ? text : nullptr);
+    return copy;
 }
 
 std::string Printable(std::string_view text)
@@ -69,4 +62,13 @@ std::string MagicBytes(uint32_t magic)
 std::string MarkerText(uint32_t magic)
 {
     return Format("\"%s\" (%08x)", Printable(MagicBytes(magic)).c_str(), magic);
+}
+
+std::string LayoutNames(const char *separator)
+{
+    std::string names;
+    for (const PackageLayout &layout : kPackageLayouts) {
+        names += (names.empty() ? "" : separator) + std::to_string(layout.version);
+    }
+    return names;
 }

@@ -5,11 +5,22 @@
 #include <string>
 #include <string_view>
 
-/// Prints "fwpack: " and the message on standard error, after flushing standard output.
-__attribute__((format(printf, 1, 2))) void PrintError(const char *format, ...);
+constexpr int kExitDone = 0;
+constexpr int kExitRefused = 1; ///< or failed
+constexpr int kExitUsage = 2;   ///< or, with check, a package that cannot be read
 
-/// Prints "fwpack: ", the path and the reason. Returns false.
-bool Refuse(const char *path, const std::string &reason);
+/// Ends a command: thrown with a message.
+struct Failure {
+    std::string message;
+    int status = kExitRefused;
+};
+
+[[noreturn]] void Fail(const std::string &name, const std::string &reason);
+[[noreturn]] void FailErrno(const std::string &name); ///< with errno's text
+[[noreturn]] void FailUsage(const std::string &message);
+
+/// Prints "fwpack: " and the message on standard error, after flushing standard output.
+void PrintError(const std::string &message);
 
 /// printf into a string.
 __attribute__((format(printf, 1, 2))) std::string Format(const char *format, ...);
@@ -22,3 +33,6 @@ std::string MagicBytes(uint32_t magic);
 
 /// A magic word as a marker and as the word in the board's log.
 std::string MarkerText(uint32_t magic);
+
+/// All layouts, such as "1 and 3".
+std::string LayoutNames(const char *separator);

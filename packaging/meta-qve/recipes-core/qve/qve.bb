@@ -17,7 +17,7 @@ PV = "${@bb.process.run('${QVE_SOURCE}/scripts/version.sh')[0].strip()}"
 # The time in the banner and of all files. The newest file in the tree would be one that the build makes.
 SOURCE_DATE_EPOCH = "${@bb.process.run('${QVE_SOURCE}/scripts/version.sh --time')[0].strip()}"
 
-# The SHA-256 of 'fwpack info --json', null without it: PACKAGECONFIG:pn-qve-native = "sha256".
+# The SHA-256 of 'fwpack info', missing without it: PACKAGECONFIG:pn-qve-native = "sha256".
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[sha256] = "-DQVE_LIBCRYPTO=ON,-DQVE_LIBCRYPTO=OFF,openssl"
 

@@ -1,0 +1,69 @@
+// The files that fwpack reads and writes. What fails throws a Failure.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// A plain file, or standard input under the name "-". The checks read a file twice, so the data of
+/// a pipe goes into memory first.
+class InputFile
+{
+public:
+    explicit InputFile(const std::string &name);
+    ~InputFile();
+    InputFile(const InputFile &) = delete;
+    InputFile &operator=(const InputFile &) = delete;
+
+    [[nodiscard]] const std::string &name() const { return name_; }  ///< for messages
+    [[nodiscard]] const char *path() const { return path_.c_str(); } ///< for the board's checks
+    [[nodiscard]] int64_t size() const { return size_; }
+
+    /// Reads up to `size` bytes from `start` on. Returns their number.
+    size_t Read(void *bytes, size_t size, int64_t start) const;
+    void CopyTo(int output, const std::string &output_name, int64_t start, int64_t size) const;
+
+private:
+    std::string name_;
+    std::string path_;
+    int fd_;
+    int64_t size_ = 0;
+};
+
+/// A file that is complete or does not appear at all. Until then it has no name, so whatever ends
+/// fwpack leaves nothing. Where the file system has no such files, a signal leaves 'NAME.NUMBER'.
+class OutputFile
+{
+public:
+    /// Refuses what is not a plain file, an input, and without `replaces` a file that exists. Of a
+    /// link, the file that it leads to is replaced.
+    ///
+    /// @param inputs  the names of the inputs; null for none
+    /// @param folder  exists on the same file system; empty for the folder of `path`
+    OutputFile(std::string path, bool replaces, std::span<const char *const> inputs,
+               const std::string &folder = "");
+    ~OutputFile();
+    OutputFile(const OutputFile &) = delete;
+    OutputFile &operator=(const OutputFile &) = delete;
+
+    [[nodiscard]] const std::string &path() const { return path_; } ///< leads to the unnamed file
+
+    void Write(std::span<const uint8_t> bytes);
+    void Copy(const InputFile &input, int64_t start, int64_t size);
+    /// Writes all data to the disk, creates `new_folder` if it is not empty, and names the files:
+    /// all, or none if that fails.
+    static void Publish(std::span<OutputFile *const> files, const std::string &new_folder = "");
+
+private:
+    void FindTarget(std::span<const char *const> inputs);
+    bool TakeName();
+
+    std::string name_;
+    std::string target_;  ///< the file that a link leads to
+    std::string scratch_; ///< a temporary name
+    std::string path_;
+    int fd_ = -1;
+    bool has_scratch_ = false;
+    bool replaces_;
+    bool is_new_ = false; ///< it has its name, and replaced nothing
+};

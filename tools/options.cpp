@@ -1,0 +1,124 @@
+#include "tools/options.h"
+
+#include <getopt.h>
+
+#include <charconv>
+#include <cstring>
+#include <deque>
+
+#include "flash/package.h"
+
+namespace
+{
+
+/// getopt's tables, made from the lines of a help text.
+struct OptionTable {
+    std::deque<std::string> names; ///< `options` has pointers to them
+    std::vector<option> options;
+    std::string letters;
+
+    explicit OptionTable(const std::string &help)
+    {
+        for (size_t at = 0; (at = help.find("\n  -", at)) != std::string::npos; ++at) {
+            const size_t name = at + std::strlen("\n  -l, --");
+            const size_t end = help.find_first_of(" \n", name);
+            const bool takes_value = help[end + 1] >= 'A' && help[end + 1] <= 'Z';
+            names.push_back(help.substr(name, end - name));
+            options.push_back({names.back().c_str(), takes_value ? 1 : 0, nullptr, help[at + 4]});
+            letters += help[at + 4] + std::string{takes_value ? ":" : ""};
+        }
+        options.push_back({"help", no_argument, nullptr, 'h'});
+        options.push_back({});
+        letters += 'h';
+    }
+};
+
+void CheckComplete(const Command &command, const OptionTable &table, const Options &given)
+{
+    std::string missing;
+    for (const option &row : table.options) {
+        if (row.val != 0 && std::strchr(command.required, row.val) != nullptr &&
+            !given.Has(static_cast<char>(row.val))) {
+            missing += Format("%s--%s", missing.empty() ? "" : ", ", row.name);
+        }
+    }
+    if (missing.empty() && given.operands.size() < command.least_operands) {
+        missing = command.most_operands > 1 ? "at least one package" : "a package";
+    }
+    if (!missing.empty()) {
+        FailUsage(Format("%s needs %s", command.name, missing.c_str()));
+    }
+    if (given.operands.size() > command.most_operands) {
+        FailUsage(given.operands[command.most_operands] + std::string{": an argument too many"});
+    }
+}
+
+Board BoardOf(const Options &options)
+{
+    if (options.Has('p') && options.Has('t')) {
+        FailUsage("--partitions and --mtd exclude each other");
+    }
+    return options.Has('p')   ? Board{ParseSizes(options.Value('p'))}
+           : options.Has('t') ? Board{SizesOf(ReadPartitions(options.Value('t')))}
+                              : std::nullopt;
+}
+
+} // namespace
+
+std::optional<int32_t> Options::Number(char letter, const std::string &expected) const
+{
+    if (!Has(letter)) {
+        return std::nullopt;
+    }
+    int32_t number{};
+    const char *end = Value(letter) + std::strlen(Value(letter));
+    const auto [stopped, error] = std::from_chars(Value(letter), end, number);
+    if (error != std::errc{} || stopped != end) {
+        FailUsage(Value(letter) + (": " + expected));
+    }
+    return number;
+}
+
+uint32_t Options::Marker() const
+{
+    const std::string_view text = Value('m');
+    if (text.empty()) {
+        FailUsage("the marker is empty");
+    }
+    // A value in the board's files ends at these characters.
+    if (text.find_first_of("=\r\n") != std::string_view::npos) {
+        FailUsage("the marker has a '=' or a line end, which no board's configuration can hold");
+    }
+    return MarkerWord(text);
+}
+
+int RunCommand(const Command &command, std::span<char *> words)
+{
+    const std::string help = Format(command.help, LayoutNames(" or ").c_str());
+    const OptionTable table{help};
+    Options options;
+    words[0] = const_cast<char *>("fwpack"); // getopt's messages begin with it
+    optind = 0;                              // restarts getopt
+    for (int c; (c = getopt_long(static_cast<int>(words.size()), words.data(),
+                                 table.letters.c_str(), table.options.data(), nullptr)) != -1;) {
+        if (c == 'h') {
+            return PrintHelp(help);
+        }
+        if (c == '?') {
+            FailUsage("");
+        }
+        options.values.at(static_cast<size_t>(c)) = optarg != nullptr ? optarg : "";
+    }
+    options.operands = words.subspan(static_cast<size_t>(optind));
+    CheckComplete(command, table, options);
+    return command.run(options, BoardOf(options));
+}
+
+int PrintHelp(const std::string &text)
+{
+    std::printf("%s  -h, --help             show this help\n\n"
+                "Exit status: 0 done or accepted; 1 refused or failed; 2 wrong usage or, with "
+                "check,\na package that cannot be read.\n",
+                text.c_str());
+    return kExitDone;
+}
