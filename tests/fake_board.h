@@ -32,6 +32,18 @@ struct OpenFile {
     std::set<std::string> unread = {}; ///< names in a directory
 };
 
+/// Those that an earlier program left: 115,200 baud.
+inline termios FirstSettings()
+{
+    termios settings{};
+    settings.c_iflag = ICRNL;
+    settings.c_oflag = OPOST;
+    settings.c_lflag = ECHO;
+    settings.c_cc[0] = 3;
+    cfsetspeed(&settings, B115200);
+    return settings;
+}
+
 /// What is behind a path. One record for all kinds; each kind uses some of the members.
 struct Node {
     static constexpr uint32_t kBlock = 4096;
@@ -64,7 +76,7 @@ struct Node {
     std::deque<Piece> input = {};
     std::map<char, std::vector<std::string>> replies = {}; ///< pieces, by a frame's second byte
     int64_t send_time = 0;                                 ///< microseconds
-    termios settings{ICRNL, OPOST, B115200, ECHO, 0, {3}, 0, 0};
+    termios settings = FirstSettings();
 };
 
 class FakeBoard

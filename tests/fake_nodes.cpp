@@ -21,12 +21,16 @@ std::string HexWord(unsigned long word)
     return text;
 }
 
-/// The parts of the record that the kernel gets: the input, output, control and local modes, then
-/// the special characters that are not zero. 5 is VTIME and 6 is VMIN.
+/// The parts of the record that the kernel gets: the input, output, control and local modes, the
+/// speed, then the special characters that are not zero. 5 is VTIME and 6 is VMIN. In newer C
+/// libraries the speed is not part of the control modes.
 std::string SettingsText(const termios &settings)
 {
+    constexpr tcflag_t kSpeedBits = 010017;
+    const speed_t speed = cfgetospeed(&settings);
     std::string text = HexWord(settings.c_iflag) + HexWord(settings.c_oflag) +
-                       HexWord(settings.c_cflag) + HexWord(settings.c_lflag);
+                       HexWord(settings.c_cflag & ~kSpeedBits) + HexWord(settings.c_lflag);
+    text += speed == B9600 ? " 9600" : speed == B115200 ? " 115200" : " other";
     for (int i = 0; i < 19; ++i) {
         const int value = settings.c_cc[i];
         text += value != 0 ? " " + std::to_string(i) + ":" + std::to_string(value) : "";
