@@ -26,7 +26,7 @@ std::string HexWord(unsigned long word)
 /// libraries the speed is not part of the control modes.
 std::string SettingsText(const termios &settings)
 {
-    constexpr tcflag_t kSpeedBits = 010017;
+    constexpr tcflag_t kSpeedBits = 0x100F100F; // of input and output
     const speed_t speed = cfgetospeed(&settings);
     std::string text = HexWord(settings.c_iflag) + HexWord(settings.c_oflag) +
                        HexWord(settings.c_cflag & ~kSpeedBits) + HexWord(settings.c_lflag);
