@@ -1,7 +1,7 @@
 #!/bin/bash
 # clean-room.sh [--release NAME] COMMAND...: runs COMMAND in a fresh clone of this checkout's HEAD, on
 # a minimal Debian. A command that passes there passes on a bare machine. NAME is bookworm (default)
-# or trixie. Needs root. The output and the exit status are COMMAND's own. /var/cache keeps a template
+# or trixie, or sid for unstable. Needs root. The output and the exit status are COMMAND's own. /var/cache keeps a template
 # of each release; each run gets its own copy.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -33,7 +33,7 @@ make_template() {
     install_packages room
     echo "clean room: making the template of $release" >&2
     rm -rf --one-file-system "$new" "$template.made"
-    mmdebstrap --quiet --variant=apt --include=mount "$release" "$new" \
+    mmdebstrap --quiet --variant=apt --include=mount --aptopt="$access" "$release" "$new" \
         "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" ||
         fail "could not make $release from $mirror"
     echo "$access" >"$new/etc/apt/apt.conf.d/90machine"
@@ -93,7 +93,7 @@ while [[ ${1:-} == -* ]]; do
     esac
 done
 [ $# -gt 0 ] || usage
-[[ " $supported_releases " == *" $release "* ]] || fail "no release '$release'; supported releases: $supported_releases"
+[[ " $supported_releases sid " == *" $release "* ]] || fail "no release '$release'; supported releases: $supported_releases"
 [ "$(id -u)" -eq 0 ] || fail "only root can make a clean room"
 mapfile -t proxies < <(env | grep -iE '^(https?|no)_proxy=')
 
