@@ -1,86 +1,48 @@
-# Sourced by safe-upgrade and resume-upgrade: the store on the card, and the comparison of flash with it.
+# Sourced after upgrade-card.sh: the store on the card, and the comparison of flash with it.
 # shellcheck shell=sh disable=SC2034
 
-. "${0%/*}/upgrade-store.conf"
 . "${0%/*}/upgrade-settings.sh"
 export LC_ALL=C
 
 # The store is one file. After it is made, no step changes its size, its name or its place on the card,
-# so a power cut finds the card's own tables at rest. These parts are in blocks of 64 KiB:
-door=0         # a line: must start-up look further?
-headers="1 2"  # one sector each, written in turn; the newer complete one counts
-settings_a=4   # two copies of the settings
+# so a power cut finds the card's own tables at rest. Its parts begin at these blocks of 64 KiB:
+door=0        # one line: must start-up look further?
+headers="1 2" # one sector each, written in turn; the newer complete one counts
+settings_a=4  # two copies of the settings
 settings_b=8
 package_at=16
-idle="upgrade-store: nothing to do"
-busy="upgrade-store: an upgrade"
 
 archive=$memory/upgrade-settings # the settings, as a tar file
 look=$memory/upgrade-look
-
-# say TEXT: prints it on the console and into the kernel's log, since the log daemon may not run yet.
-say() {
-    echo "${0##*/}: $1"
-    # Without this device, only on the console.
-    [ ! -w /dev/kmsg ] || echo "<4>${0##*/}: $1" >/dev/kmsg
-}
-
-# own_mount DIR: succeeds if DIR is a file system of its own.
-own_mount() {
-    while read -r _ place _; do
-        [ "$place" != "$1" ] || return 0
-    done </proc/mounts
-    return 1
-}
-
-# open_store OPTIONS: mounts the card unless it is already mounted.
-open_store() {
-    mounted_here=
-    own_mount "$mount_point" && return 0
-    waited=0
-    until [ -b "$card" ]; do
-        [ "$waited" -lt "$card_wait" ] || return 1
-        sleep 1
-        waited=$((waited + 1))
-    done
-    mount -o "$1" "$card" "$mount_point" || { check_card && mount -o "$1" "$card" "$mount_point"; } &&
-        mounted_here=yes
-}
-
-close_store() {
-    [ -z "$mounted_here" ] || umount "$mount_point"
-}
-
-# check_card: repairs what a power cut left in the card's file system, where the board has a tool for it.
-check_card() {
-    command -v fsck >/dev/null || return
-    say "checking the card's file system"
-    fsck -y "$card" >/dev/null 2>&1 || true # a repair is no success, and the mount shows the rest
-}
 
 # forget_cache: makes the next reads come from the card and not from memory.
 forget_cache() {
     [ ! -w /proc/sys/vm/drop_caches ] || echo 3 >/proc/sys/vm/drop_caches
 }
 
-# The checksum of a package is a SHA-256. The others only find damage, so a part of one is enough.
-long_sum() {
+# sha: prints the SHA-256 of its input, which names a package or a board.
+sha() {
     sha256sum | {
         read -r digits _
         echo "$digits"
     }
 }
 
+# sum: prints a checksum of its input that finds damage, and takes little time.
 sum() {
-    sha256sum | {
+    cksum | {
         read -r digits _
-        printf '%.16s\n' "$digits"
+        echo "$digits"
     }
 }
 
-# part FILE OFFSET SIZE: prints these bytes of the file.
+# part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
 part() {
-    tail -c +$(($2 + 1)) "$1" | head -c "$3"
+    {
+        dd bs=1 skip="$2" count=0
+        dd bs=65536 count=$(($3 / 65536))
+        head -c $(($3 % 65536))
+    } <"$1" 2>/dev/null
 }
 
 # stored OFFSET SIZE: prints this part of the package in the store.
@@ -99,14 +61,14 @@ sector() {
 }
 
 set_door() {
-    printf '%-511s\n' "$1" | put $door
+    echo "$1" | put $door
 }
 
 # this_board: prints the board's identity, from the boot loader's environment. A card in the wrong board
 # must not install another board's settings.
 this_board() {
     rm -f "$memory/board"
-    get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sum <"$memory/board"
+    get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sha <"$memory/board"
 }
 
 # The state, one line each. tries: starts of upgrade. settings: where they are, 'etc' or only in the 'store'.
@@ -134,7 +96,7 @@ load_header() {
         text=$(sector "$block")
         digits=${text##*sum=}
         text=${text%"$newline"sum=*}
-        [ "${digits%%[!0-9a-f]*}" = "$(printf %s "$text" | sum)" ] || continue
+        [ "${digits%%[!0-9]*}" = "$(printf %s "$text" | sum)" ] || continue
         line=${text%%"$newline"*}
         [ "${line#seq=}" -gt "$seq" ] && seq=${line#seq=} slot=$block header=$text
     done
@@ -221,7 +183,7 @@ compare_firmware() {
 }
 
 compare_region() { # DEVICE OFFSET SIZE SUM
-    [ "$(head -c "$3" "$1" | sum)" = "$4" ] && return
+    [ "$(part "$1" 0 "$3" | sum)" = "$4" ] && return
     name_block "$1" "$(stored "$2" "$3" | cmp - "$1" 2>/dev/null | sed -n 's/.* \([0-9]*\),.*/\1/p')"
 }
 

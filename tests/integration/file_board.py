@@ -32,7 +32,7 @@ world=/mnt
 write() {
     local n part size
     read -r n part <$world/power
-    echo "$((n - 1)) $part" >$world/power
+    sed -i "1s/.*/$((n - 1)) $part/" $world/power
     [ ! -d $world/log ] || { cp "$3" "$world/log/$((-n))" && echo "$((-n)) $1 $2" >>$world/log/index; }
     if [ "$n" = 1 ]; then
         size=$(stat -c %s "$3")
@@ -41,7 +41,7 @@ write() {
     fi
     case $1 in etc/*) cp "$3" "$world/$1" ;; *) /bin/dd if="$3" of="$world/$1" bs=64K oflag=seek_bytes seek="$2" conv=notrunc status=none ;; esac
     local status=$?
-    [ "$n" != 1 ] || kill -9 0
+    [ "$n" != 1 ] || { sed -i 1d $world/power && kill -9 0; }
     return $status
 }
 """
@@ -193,9 +193,10 @@ class Board:
             path.write_text(text)
 
     @staticmethod
-    def power(step=0, part="none"):
-        """The power fails at this step from now, and of that write only a part arrives."""
-        (WORLD / "power").write_text(f"{step} {part}\n")
+    def power(*cuts):
+        """The power fails after so many writes, and of the last one only a part arrives: (N, PART). The next
+        cut counts from there."""
+        (WORLD / "power").write_text("".join(f"{step} {part}\n" for step, part in (*cuts, (0, "none"))))
 
     def call(self, *words):
         """Runs a script; returns its status, -9 after a power cut, and its output."""
