@@ -31,6 +31,8 @@ STEPS = r"""#!/bin/bash
 world=/mnt
 write() {
     local n part size
+    local hook=$world/hook.${1##*/}@$2 # what happens at the first write to this place
+    [ ! -e "$hook" ] || { mv "$hook" $world/hook && . $world/hook; }
     read -r n part <$world/power
     sed -i "1s/.*/$((n - 1)) $part/" $world/power
     [ ! -d $world/log ] || { cp "$3" "$world/log/$((-n))" && echo "$((-n)) $1 $2" >>$world/log/index; }
@@ -85,23 +87,26 @@ finish() {
 rm -rf $world/saved && cp -a /etc $world/saved && umount /etc
 [ ! -e $world/refuses ] || { echo "[ERROR] CFlash_TEVWrite : chech Image" && finish "Upgrade fail."; }
 [ ! -e $world/hangs ] || kill -9 0
+read -r -a header < <(od -A n -v -w20 -t u4 -N 20 "$1")
 at=20
 for n in 1 2 3; do
+    size=${header[n + 1]} half=$((size / 2))
     [ $n != 3 ] || rm -rf $world/etc
-    head -c 50000 /dev/zero | tr '\0' '\377' | put mtd/$n 0
-    for part in 0 20000; do tail -c +$((at + part + 1)) "$1" | head -c 20000 | put mtd/$n $part; done
-    at=$((at + 40000))
-    [ "$(cat $world/worn 2>/dev/null)" != $n ] || printf x | dd of=$world/mtd/$n bs=1 seek=25000 conv=notrunc
+    head -c "$(stat -c %s $world/mtd/$n)" /dev/zero | tr '\0' '\377' | put mtd/$n 0
+    tail -c +$((at + 1)) "$1" | head -c $half | put mtd/$n 0
+    tail -c +$((at + half + 1)) "$1" | head -c $((size - half)) | put mtd/$n $half
+    at=$((at + size))
+    [ "$(cat $world/worn 2>/dev/null)" != $n ] || printf x | /bin/dd of=$world/mtd/$n bs=1 seek=25000 conv=notrunc status=none
 done
 cp -a $world/new/etc $world/etc
-printf '\300abc' | put mtd/3 30000
+[ "$size" != 40000 ] || printf '\300' | put mtd/3 30000 # jffs2 marks a node
 [ ! -e $world/full ] || finish "Upgrade complete."
 cd $world/saved
 for file in network/network.conf network/wireless.conf system.conf serverinfo.conf cam_model.conf; do
     [ ! -e $file ] || put etc/$file 0 <$file
 done
 for file in tcp_server.conf stream.conf videodecoder.conf lighttpd/lighttpd.conf; do
-    [ ! -e $file ] || [ ! -e $world/etc/$file ] || put etc/$file 0 <$file
+    [ ! -e $file ] || [ ! -e $world/etc/$file ] || { put etc/temp.conf 0 <$file && mv $world/etc/temp.conf $world/etc/$file; }
 done
 finish "Upgrade complete."
 """,
@@ -140,10 +145,11 @@ def lines(text, size):
 class Board:
     """A board with old firmware, changed settings, an empty card and a mounted /etc."""
 
-    new = [lines(f"new {n}", 40000) for n in (1, 2)] + [lines("new 3", 30000) + b"\340" + b"\377" * 9999]
     old = [lines(f"old {n}", PARTITION) for n in (1, 2, 3)]
+    new = [lines(f"new {n}", 40000) for n in (1, 2)] + [lines("new 3", 30000) + b"\340" + b"\377" * 9999]
 
-    def __init__(self, scripts, shell="dash"):
+    def __init__(self, scripts, shell="dash", old=old, new=new):
+        self.old, self.new = old, new
         unmount("/etc")
         unmount(CARD)
         for place in WORLD.iterdir():
@@ -166,11 +172,11 @@ class Board:
         for name, text in PROGRAMS.items():
             self.program(name, text)
         self.package = WORLD / "package"
-        self.package.write_bytes(b"3510" + struct.pack("<4I", 1, *map(len, self.new)) + b"".join(self.new))
+        self.package.write_bytes(b"3510" + struct.pack("<4I", 1, *map(len, new)) + b"".join(new))
         self.tree("new/etc", DEFAULTS)
         self.tree("etc", SETTINGS)
         for n in 1, 2, 3:
-            (WORLD / f"mtd/{n}").write_bytes(self.old[n - 1])
+            (WORLD / f"mtd/{n}").write_bytes(old[n - 1])
         (WORLD / "board").write_text("MAC=1\n")
         self.calls = WORLD / "calls"
         self.calls.write_text("")
@@ -207,11 +213,15 @@ class Board:
             calls.write(done.stdout)
         return done.returncode, done.stdout
 
-    def start(self, card=True):
+    def hook(self, place, command):
+        """Runs a command at the first write to this place, FILE@OFFSET."""
+        (WORLD / f"hook.{place}").write_text(command + "\n")
+
+    def start(self, boots=99):
         """Boots until the start-up script goes on, as the emulated board's does. Returns the output."""
-        unmount("/etc")
         status = -9
-        while status == -9:
+        while status == -9 and boots:
+            boots -= 1
             unmount("/etc")
             shutil.rmtree(WORLD / "tmp")
             (WORLD / "tmp").mkdir()
@@ -241,3 +251,22 @@ class Board:
 
     def state(self):
         return self.result()["outcome"], self.firmware(), self.lost()
+
+    def fault(self):
+        """Starts the board until nothing is left to do. Returns what is wrong then. The old firmware is right
+        only if nobody was told that the upgrade is on its way."""
+        self.start()
+        self.power()
+        self.start()
+        outcome, firmware, lost = self.state()
+        if (outcome, firmware) not in (("none", "old"), ("installed", "new")) or lost:
+            return f"{outcome}, {firmware} firmware, lost {lost}"
+        self.start()
+        if self.state() != (outcome, firmware, []):
+            return f"after one more start: {self.state()}"
+        store = CARD / "upgrade-store"
+        if store.exists() and not store.read_bytes().startswith(b"upgrade-store: nothing to do\n"):
+            return "the store is not cleaned"
+        if self.call("safe-upgrade", "--at-boot", self.package)[0]:
+            return "the next update is refused"
+        return None

@@ -1,0 +1,278 @@
+#!/usr/bin/python3
+"""power_cuts.py [--card KIND] [--boards N]: records every write of one safe-upgrade to flash and card, from its call
+to the second start after it, on the emulated board. Then it takes each state that a power cut could leave: after
+each write, and with only its first byte, its first half or all but its last byte written. From each state the
+scripts run on a board of files until nothing is left to do. With --boards, N of the states, half of them from the
+writes to the card and half from those to flash, boot on the emulated board instead."""
+
+import argparse
+import hashlib
+import os
+import shutil
+import struct
+import subprocess
+import sys
+from concurrent.futures import ProcessPoolExecutor
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parent.parent
+sys.path[:0] = [str(TOP / "tests/integration"), str(Path(__file__).parent)]
+import file_board  # noqa: E402
+import jffs2  # noqa: E402
+from file_board import SETTINGS, WORLD, Board  # noqa: E402
+
+CARDS = {
+    "vfat-512": "mkfs.vfat -F 32 -s 1 --offset 2048 card 31744",
+    "vfat-4k": "mkfs.vfat -s 8 --offset 2048 card 31744",
+    "vfat-32k": "mkfs.vfat -s 64 --offset 2048 card 31744",
+    "ext4": "mkfs.ext4 -q -E offset=1048576 card 31M",
+    "ext4-no-journal": "mkfs.ext4 -q -O ^has_journal -E offset=1048576 card 31M",
+}
+PARTITION = 1 << 20  # where the card's begins
+MAKE = """
+set -e
+. {top}/board/firmware.sh
+for release in old new; do
+    make_app_image "data $release" 16000 data
+    mkimage -A arm -O linux -T kernel -C none -n $release -d data $release.kernel >/dev/null
+    make_app_image $release 16000 $release.app
+    make_etc_image $release $release.etc
+done
+truncate -s 64K new.etc # a short image; the rest of the partition stays blank
+make_package new 1 package
+make_flash flash old.kernel old.app old.etc
+truncate -s 32M card
+echo 'start=2048, type=c' | sfdisk -q card
+{mkfs}
+DESTDIR=root cmake --install {top}/build/arm --prefix / >/dev/null
+sed s/store_size=.*/store_size=2/ {top}/integration/upgrade-store.conf >conf
+"""
+FIRST = "safe-upgrade /tmp/flash3\n"
+# What a board tells: the release and the lost settings, its result, and whether it takes the next update.
+LOOK = """
+lost=$(cd /mine && find . -type f | while read -r file; do cmp -s "$file" "/etc/$file" || echo "$file"; done)
+echo "found: $(cat /etc/release) lost:" $lost
+safe-upgrade --result | sed 's/^/found: /'
+"""
+NEXT = LOOK + "safe-upgrade --at-boot /tmp/flash3 >/dev/null && echo 'found: takes the next update'\n"
+
+
+def shell(command, cwd):
+    subprocess.run(["bash", "-c", command], cwd=cwd, check=True)
+
+
+def run_board(work, *options, jobs):
+    for n, job in enumerate(jobs):
+        (work / f"job{n}").write_text(job)
+    command = [TOP / "board/run.sh", "--recovery", "--install", "root", "--put", "package:/tmp/flash3", "--put",
+               "conf:/sbin/upgrade-store.conf", "--kept-sd", "card", "--modules", "ext4", "--timeout", "300", *options]
+    for n in range(len(jobs)):
+        command += ["--job", f"job{n}"]
+    return subprocess.run([str(word) for word in (*command, "flash")], cwd=work, text=True, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+
+def record(work, card):
+    shutil.rmtree(work, ignore_errors=True)
+    work.mkdir(parents=True)
+    shell(MAKE.format(top=TOP, mkfs=CARDS[card]), work)
+    for name, text in SETTINGS.items():
+        path = work / "root/mine" / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+    run_board(work, jobs=["cp -r /mine/. /etc/ && sync\n"])
+    for name in "flash", "card":
+        shutil.copy(work / name, work / f"{name}.before")
+    done = run_board(work, "--record", "log", jobs=[FIRST, LOOK, LOOK])
+    (work / "output").write_text(done.stdout)
+    if done.returncode or "lost:\n" not in done.stdout or "outcome=installed" not in done.stdout:
+        sys.exit(f"the upgrade failed:\n{done.stdout}")
+
+
+def entries(path):
+    """The writes in a log: (offset, data)."""
+    log = path.read_bytes()
+    if not log:
+        return
+    _, _, count, size = struct.unpack_from("<QQQI", log)
+    at = size
+    for _ in range(count):
+        sector, number, flags, _ = struct.unpack_from("<4Q", log, at)
+        at += size
+        if number and not flags & 4:  # neither a flush nor a discard
+            yield sector * size, log[at:at + number * size]
+            at += number * size
+
+
+def writes(work):
+    """All writes of all boots in their order: (device, offset, data)."""
+    for boot in range(1, len(list((work / "log").glob("*.order"))) + 1):
+        logs = {name: list(entries(work / f"log/{boot}.{name}")) for name in ("card", "flash")}
+        order = [line.split() for line in (work / f"log/{boot}.order").read_text().splitlines()]
+        spoken = {}  # the emulator's name of a device
+        for name, log in logs.items():
+            for device in {words[2] for words in order}:
+                places = [int(words[6]) // 512 * 512 for words in order if words[2] == device]
+                if places and places == [offset for offset, _ in log]:
+                    spoken[device] = name
+        if sum(map(len, logs.values())) != len(order):
+            sys.exit(f"boot {boot}: {len(order)} writes in order, {[len(log) for log in logs.values()]} recorded")
+        logs = {name: iter(log) for name, log in logs.items()}
+        for words in order:
+            name = spoken[words[2]]
+            yield (name, *next(logs[name]))
+
+
+def states(work):
+    """Each different state that a cut can leave: what it is, the card and the flash."""
+    images = {name: bytearray((work / f"{name}.before").read_bytes()) for name in ("card", "flash")}
+    for number, (name, offset, data) in enumerate(writes(work), 1):
+        before = bytes(images[name][offset:offset + len(data)])
+        for size in (1, len(data) // 2, len(data) - 1, len(data)):
+            part = data[:size] + before[size:]
+            if part != images[name][offset:offset + len(data)]:
+                images[name][offset:offset + len(data)] = part
+                yield f"{size} of {len(data)} bytes of write {number}, to the {name}", name, images
+        images[name][offset:offset + len(data)] = data
+
+
+def files_on(card, kind, place):
+    """Checks the card's file system as the board does, and takes the store out: its bytes, and whether one is
+    half made."""
+    image = place / "card"
+    image.write_bytes(card[PARTITION:])
+    fsck = "fsck.vfat" if kind.startswith("vfat") else "fsck.ext4"
+    subprocess.run([fsck, "-y", image], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+    found = []
+    for name in "upgrade-store", "upgrade-store.new":
+        out = place / name
+        out.unlink(missing_ok=True)
+        if kind.startswith("vfat"):
+            subprocess.run(["mcopy", "-n", "-i", image, f"::{name}", out], stderr=subprocess.DEVNULL, check=False)
+        else:
+            subprocess.run(["debugfs", "-R", f"dump /{name} {out}", image], stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL, check=False)
+        found.append(out.read_bytes() if out.exists() and out.stat().st_size else None)
+    return found[0], found[1] is not None
+
+
+def partitions(flash, work):
+    """Kernel, second partition and /etc in flash."""
+    rows = [line.split() for line in (TOP / ".cache/board/partitions").read_text().splitlines()[1:]]
+    return [bytes(flash[int(start, 16):int(start, 16) + int(size, 16)]) for _, start, size in rows]
+
+
+def try_state(state):
+    """Runs the scripts from this state on a board of files. Returns what is wrong, or nothing."""
+    what, store, half_made, found, old, new, defaults = state
+    board = Board(TOP / "integration", "dash", old, new)
+    board.tree("new/etc", defaults)
+    for n, data in enumerate(found):
+        (WORLD / f"mtd/{n + 1}").write_bytes(data.ljust(len(old[n]), b"\377"))
+    board.tree("etc", {name: text.decode("latin-1") for name, text in jffs2.files(found[2]).items()})
+    conf = WORLD / "bin/upgrade-store.conf"
+    conf.write_text(conf.read_text().replace("erase_block=4096 free_blocks=2", ""))
+    for name, data in ("upgrade-store", store), ("upgrade-store.new", b"half" if half_made else None):
+        if data is not None:
+            (file_board.CARD / name).write_bytes(data.ljust(2 << 20, b"\0"))
+    fault = board.fault()
+    return what, fault and f"{fault}\n{board.calls.read_text()}"
+
+
+def different_states(work, kind):
+    """The states that differ for the scripts."""
+    old = partitions((work / "flash.before").read_bytes(), work)
+    new = [(work / f"new.{name}").read_bytes() for name in ("kernel", "app", "etc")]
+    defaults = {name: text.decode() for name, text in jffs2.files(new[2]).items()}
+    seen, count, on_card = set(), 0, (None, False)
+    for what, device, images in states(work):
+        count += 1
+        if device == "card":
+            on_card = files_on(images["card"], kind, work)
+        found = [data.rstrip(b"\377") for data in partitions(images["flash"], work)]
+        store = on_card[0] and on_card[0].rstrip(b"\0")
+        key = hashlib.sha256(repr((store, on_card[1], found)).encode()).digest()
+        if key not in seen:
+            seen.add(key)
+            yield what, store, on_card[1], found, old, new, defaults
+    print(f"{count} states after a cut, {len(seen)} different for the scripts", flush=True)
+
+
+def replay(work, kind):
+    """Tries all states, two at a time."""
+    failed = tried = 0
+    with ProcessPoolExecutor(2, initializer=file_board.own_namespace) as pool:
+        waiting = []
+        for state in different_states(work, kind):
+            waiting.append(pool.submit(try_state, state))
+            while len(waiting) > 8:
+                tried, failed = note(waiting.pop(0), tried, failed)
+        for job in waiting:
+            tried, failed = note(job, tried, failed)
+    print(f"{kind}: {tried - failed} of {tried} states end whole")
+    return failed
+
+
+def note(job, tried, failed):
+    what, fault = job.result()
+    if fault:
+        print(f"{what}: {fault}", flush=True)
+    return tried + 1, failed + bool(fault)
+
+
+def boot_states(work, kind, count):
+    """Boots some of the states on the emulated board."""
+    sizes = {"card": 0, "flash": 0}
+    for _, device, _ in states(work):
+        sizes[device] += 1
+    wanted = {device: {size * n // (count // 2) for n in range(count // 2)} for device, size in sizes.items()}
+    place, number = {"card": 0, "flash": 0}, 0
+    with ProcessPoolExecutor(2) as pool:
+        jobs = []
+        for what, device, images in states(work):
+            if place[device] in wanted[device]:
+                number += 1
+                folder = work / f"board{number}"
+                shutil.rmtree(folder, ignore_errors=True)
+                folder.mkdir()
+                for name in "card", "flash":
+                    (folder / name).write_bytes(images[name])
+                for name in "root", "package", "conf":
+                    os.symlink(work / name, folder / name)
+                jobs.append(pool.submit(boot_state, folder, what))
+            place[device] += 1
+        results = [job.result() for job in jobs]
+    print(f"{kind}: {sum(results)} of {len(results)} boards end whole")
+    return len(results) - sum(results)
+
+
+def boot_state(folder, what):
+    done = run_board(folder, jobs=[LOOK, NEXT])
+    found = [line[7:] for line in done.stdout.splitlines() if line.startswith("found: ")]
+    outcome = [line for line in found if line.startswith("outcome=")]
+    release = [line for line in found if " lost:" in line]
+    whole = (done.returncode == 0 and "takes the next update" in found and len(release) == 2 and
+             (release[0], outcome[0]) == (release[1], outcome[1]) and
+             (release[1], outcome[1]) in (("old lost:", "outcome=none"), ("new lost:", "outcome=installed")))
+    print(f"{what}: {', '.join(release + outcome)}{'' if whole else ' FAILED ' + done.stdout}", flush=True)
+    shutil.rmtree(folder)
+    return whole
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--card", choices=CARDS, default="vfat-4k")
+    parser.add_argument("--boards", type=int, default=0)
+    options = parser.parse_args()
+    if os.environ.get("is_isolated") != "yes":
+        isolate = f'. {TOP}/scripts/isolate.sh; export is_isolated=yes; isolated "$@"'
+        os.execvp("bash", ["bash", "-c", isolate, "bash", sys.executable, "-B", *sys.argv])
+    work = TOP / "build/power-cuts" / options.card
+    if not (work / "output").exists():
+        record(work, options.card)
+    if options.boards:
+        sys.exit(bool(boot_states(work, options.card, options.boards)))
+    sys.exit(bool(replay(work, options.card)))
+
+
+main()
