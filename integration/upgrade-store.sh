@@ -7,7 +7,7 @@ export LC_ALL=C
 # The store is one file. After it is made, no step changes its size, its name or its place on the card,
 # so a power cut finds the card's own tables at rest. Its parts begin at these blocks of 64 KiB:
 door=0        # one line: must start-up look further?
-headers="1 2" # one sector each, written in turn; the newer complete one counts
+headers="1 2" # one sector each; the newer complete one counts
 settings_a=4  # two copies of the settings
 settings_b=8
 package_at=16
@@ -79,14 +79,17 @@ fields="outcome reason package tries settings board ended fails regions sums"
 newline='
 '
 
-# write_header: writes the state as one sector in place of the older header, and reads it back.
+# write_header: writes the state in place of the older header, then of the other one, so that damage to one
+# of them brings no earlier state back. Each is one sector, and is read back.
 write_header() {
-    state="seq=$((seq + 1))"
-    for name in $fields; do
-        eval "state=\"\$state$newline$name=\$$name\""
+    for _ in 1 2; do
+        state="seq=$((seq + 1))"
+        for name in $fields; do
+            eval "state=\"\$state$newline$name=\$$name\""
+        done
+        printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put $((3 - slot)) &&
+            forget_cache && load_header && [ "$header" = "$state" ] || return 1
     done
-    printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put $((3 - slot)) &&
-        forget_cache && load_header && [ "$header" = "$state" ]
 }
 
 # load_header: sets the state from the newer complete header.

@@ -108,6 +108,7 @@ done
 for file in tcp_server.conf stream.conf videodecoder.conf lighttpd/lighttpd.conf; do
     [ ! -e $file ] || [ ! -e $world/etc/$file ] || { put etc/temp.conf 0 <$file && mv $world/etc/temp.conf $world/etc/$file; }
 done
+[ ! -e $world/hidden ] || cp -a $world/hidden/. $world/etc
 finish "Upgrade complete."
 """,
     "reboot": "#!/bin/sh\necho reboot >>/mnt/calls\nkill -9 0\n",
@@ -151,9 +152,8 @@ class Board:
     def __init__(self, scripts, shell="dash", old=old, new=new):
         self.old, self.new = old, new
         unmount("/etc")
-        unmount(CARD)
-        for place in WORLD.iterdir():
-            run("rm", "-rf", place)
+        run("umount", "-R", "-l", WORLD)
+        run("mount", "-t", "tmpfs", "tmpfs", WORLD)
         for folder in "bin", "mtd", "mtdblock", "card", "slot", "new", "tmp":
             (WORLD / folder).mkdir()
         for script in scripts.iterdir():
@@ -204,10 +204,13 @@ class Board:
         cut counts from there."""
         (WORLD / "power").write_text("".join(f"{step} {part}\n" for step, part in (*cuts, (0, "none"))))
 
+    @staticmethod
+    def environment():
+        return dict(os.environ, PATH=f"{WORLD}/bin:{os.environ['PATH']}")
+
     def call(self, *words):
         """Runs a script; returns its status, -9 after a power cut, and its output."""
-        environment = dict(os.environ, PATH=f"{WORLD}/bin:{os.environ['PATH']}")
-        done = subprocess.run([str(word) for word in words], env=environment, start_new_session=True, text=True,
+        done = subprocess.run([str(word) for word in words], env=self.environment(), start_new_session=True, text=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/")
         with self.calls.open("a") as calls:
             calls.write(done.stdout)
