@@ -19,6 +19,55 @@ def unpack_rtime(data, size):
     return bytes(out[:size])
 
 
+def unpack_lzo(data):
+    """The format that the kernel documents as LZO1X."""
+    out, at, state = bytearray(), 0, 0
+
+    def take(count):
+        nonlocal at
+        at += count
+        return data[at - count:at]
+
+    def length(bits, mask):
+        count = bits & mask
+        if count == 0:
+            count = mask
+            while data[at] == 0:
+                count += 255
+                take(1)
+            count += take(1)[0]
+        return count
+
+    if data[0] > 17:
+        count = take(1)[0] - 17
+        out += take(count)
+        state = min(count, 4)
+    while True:
+        code = take(1)[0]
+        low = code & 3
+        if code < 16 and state == 0:
+            out += take(3 + length(code, 15))
+            state = 4
+            continue
+        if code < 16:
+            size, back = (3, 2049) if state == 4 else (2, 1)
+            back += (take(1)[0] << 2) + (code >> 2)
+        elif code >= 64:
+            size, back = (code >> 5) + 1, (take(1)[0] << 3) + (code >> 2 & 7) + 1
+        else:
+            size = 2 + length(code, 31 if code >= 32 else 7)
+            word = int.from_bytes(take(2), "little")
+            back, low = (word >> 2) + 1, word & 3
+            if code < 32:
+                back += ((code & 8) << 11) + 16383
+                if back == 16384:
+                    return bytes(out)
+        for _ in range(size):
+            out.append(out[-back])
+        out += take(low)
+        state = low
+
+
 def nodes(image):
     at = 0
     while (at := image.find(b"\x85\x19", at)) >= 0 and at + 12 <= len(image):
@@ -62,7 +111,7 @@ def content(pieces):
     text = bytearray()
     for _, total, offset, method, size, data in sorted(pieces):
         data = {0: lambda: data, 1: lambda: bytes(size), 2: lambda: unpack_rtime(data, size),
-                6: lambda: zlib.decompress(data)}[method]()
+                6: lambda: zlib.decompress(data), 7: lambda: unpack_lzo(data)}[method]()
         text = text[:total].ljust(max(total, offset + size), b"\0")
         text[offset:offset + size] = data
         text = text[:total]

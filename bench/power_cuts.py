@@ -29,6 +29,7 @@ CARDS = {
     "ext4-no-journal": "mkfs.ext4 -q -O ^has_journal -E offset=1048576 card 31M",
 }
 PARTITION = 1 << 20  # where the card's begins
+BLOCK = 1 << 16  # of the flash
 MAKE = """
 set -e
 . {top}/board/firmware.sh
@@ -124,16 +125,17 @@ def writes(work):
 
 
 def states(work):
-    """Each different state that a cut can leave: what it is, the card and the flash."""
+    """Each state that a cut can leave: what it is, the device of the last write, its place, and card and flash."""
     images = {name: bytearray((work / f"{name}.before").read_bytes()) for name in ("card", "flash")}
     for number, (name, offset, data) in enumerate(writes(work), 1):
-        before = bytes(images[name][offset:offset + len(data)])
+        image, end = images[name], offset + len(data)
+        before = bytes(image[offset:end])
         for size in (1, len(data) // 2, len(data) - 1, len(data)):
             part = data[:size] + before[size:]
-            if part != images[name][offset:offset + len(data)]:
-                images[name][offset:offset + len(data)] = part
-                yield f"{size} of {len(data)} bytes of write {number}, to the {name}", name, images
-        images[name][offset:offset + len(data)] = data
+            if part != image[offset:end]:
+                image[offset:end] = part
+                yield f"{size} of {len(data)} bytes of write {number}, to the {name}", name, offset, images
+        image[offset:end] = data
 
 
 def files_on(card, kind, place):
@@ -152,11 +154,11 @@ def files_on(card, kind, place):
         else:
             subprocess.run(["debugfs", "-R", f"dump /{name} {out}", image], stdout=subprocess.DEVNULL,
                            stderr=subprocess.DEVNULL, check=False)
-        found.append(out.read_bytes() if out.exists() and out.stat().st_size else None)
+        found.append(out.read_bytes().rstrip(b"\0") if out.exists() else None)
     return found[0], found[1] is not None
 
 
-def partitions(flash, work):
+def partitions(flash):
     """Kernel, second partition and /etc in flash."""
     rows = [line.split() for line in (TOP / ".cache/board/partitions").read_text().splitlines()[1:]]
     return [bytes(flash[int(start, 16):int(start, 16) + int(size, 16)]) for _, start, size in rows]
@@ -181,20 +183,24 @@ def try_state(state):
 
 def different_states(work, kind):
     """The states that differ for the scripts."""
-    old = partitions((work / "flash.before").read_bytes(), work)
+    flash = (work / "flash.before").read_bytes()
+    old = partitions(flash)
     new = [(work / f"new.{name}").read_bytes() for name in ("kernel", "app", "etc")]
     defaults = {name: text.decode() for name, text in jffs2.files(new[2]).items()}
+    blocks = [hashlib.sha256(flash[at:at + BLOCK]).digest() for at in range(0, len(flash), BLOCK)]
     seen, count, on_card = set(), 0, (None, False)
-    for what, device, images in states(work):
+    for what, device, offset, images in states(work):
         count += 1
         if device == "card":
             on_card = files_on(images["card"], kind, work)
-        found = [data.rstrip(b"\377") for data in partitions(images["flash"], work)]
-        store = on_card[0] and on_card[0].rstrip(b"\0")
-        key = hashlib.sha256(repr((store, on_card[1], found)).encode()).digest()
+        else:
+            at = offset // BLOCK
+            blocks[at] = hashlib.sha256(images["flash"][at * BLOCK:(at + 1) * BLOCK]).digest()
+        key = hashlib.sha256(b"".join(blocks) + repr(on_card).encode()).digest()
         if key not in seen:
             seen.add(key)
-            yield what, store, on_card[1], found, old, new, defaults
+            found = [data.rstrip(b"\377") for data in partitions(images["flash"])]
+            yield what, *on_card, found, old, new, defaults
     print(f"{count} states after a cut, {len(seen)} different for the scripts", flush=True)
 
 
@@ -217,19 +223,21 @@ def note(job, tried, failed):
     what, fault = job.result()
     if fault:
         print(f"{what}: {fault}", flush=True)
+    elif tried % 50 == 0:
+        print(f"{what}: whole", flush=True)
     return tried + 1, failed + bool(fault)
 
 
 def boot_states(work, kind, count):
     """Boots some of the states on the emulated board."""
     sizes = {"card": 0, "flash": 0}
-    for _, device, _ in states(work):
+    for _, device, *_ in states(work):
         sizes[device] += 1
     wanted = {device: {size * n // (count // 2) for n in range(count // 2)} for device, size in sizes.items()}
     place, number = {"card": 0, "flash": 0}, 0
     with ProcessPoolExecutor(2) as pool:
         jobs = []
-        for what, device, images in states(work):
+        for what, device, _, images in states(work):
             if place[device] in wanted[device]:
                 number += 1
                 folder = work / f"board{number}"
