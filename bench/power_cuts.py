@@ -17,9 +17,11 @@ from pathlib import Path
 
 TOP = Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(TOP / "tests/integration"), str(Path(__file__).parent)]
+import emulated_board  # noqa: E402
 import file_board  # noqa: E402
 import jffs2  # noqa: E402
-from file_board import SETTINGS, WORLD, Board  # noqa: E402
+from emulated_board import LOOK, NEXT  # noqa: E402
+from file_board import WORLD, Board  # noqa: E402
 
 CARDS = {
     "vfat-512": "mkfs.vfat -F 32 -s 1 --offset 2048 card 31744",
@@ -30,12 +32,11 @@ CARDS = {
 }
 PARTITION = 1 << 20  # where the card's begins
 BLOCK = 1 << 16  # of the flash
+# A small firmware, so that there are few writes, and a second release of it.
 MAKE = """
-set -e
-. {top}/board/firmware.sh
 for release in old new; do
     make_app_image "data $release" 16000 data
-    mkimage -A arm -O linux -T kernel -C none -n $release -d data $release.kernel >/dev/null
+    mkimage -A arm -O linux -T kernel -C none -n $release -d data $release.kernel
     make_app_image $release 16000 $release.app
     make_etc_image $release $release.etc
 done
@@ -45,49 +46,22 @@ make_flash flash old.kernel old.app old.etc
 truncate -s 32M card
 echo 'start=2048, type=c' | sfdisk -q card
 {mkfs}
-DESTDIR=root cmake --install {top}/build/arm --prefix / >/dev/null
 sed s/store_size=.*/store_size=2/ {top}/integration/upgrade-store.conf >conf
 """
-FIRST = "safe-upgrade /tmp/flash3\n"
-# What a board tells: the release and the lost settings, its result, and whether it takes the next update.
-LOOK = """
-lost=$(cd /mine && find . -type f | while read -r file; do cmp -s "$file" "/etc/$file" || echo "$file"; done)
-echo "found: $(cat /etc/release) lost:" $lost
-safe-upgrade --result | sed 's/^/found: /'
-"""
-NEXT = LOOK + "safe-upgrade --at-boot /tmp/flash3 >/dev/null && echo 'found: takes the next update'\n"
-
-
-def shell(command, cwd):
-    subprocess.run(["bash", "-c", command], cwd=cwd, check=True)
-
-
-def run_board(work, *options, jobs):
-    for n, job in enumerate(jobs):
-        (work / f"job{n}").write_text(job)
-    command = [TOP / "board/run.sh", "--recovery", "--install", "root", "--put", "package:/tmp/flash3", "--put",
-               "conf:/sbin/upgrade-store.conf", "--kept-sd", "card", "--modules", "ext4", "--timeout", "300", *options]
-    for n in range(len(jobs)):
-        command += ["--job", f"job{n}"]
-    return subprocess.run([str(word) for word in (*command, "flash")], cwd=work, text=True, stdin=subprocess.DEVNULL,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+OPTIONS = "--recovery", "--put", "conf:/sbin/upgrade-store.conf", "--modules", "ext4"
 
 
 def record(work, card):
     shutil.rmtree(work, ignore_errors=True)
     work.mkdir(parents=True)
-    shell(MAKE.format(top=TOP, mkfs=CARDS[card]), work)
-    for name, text in SETTINGS.items():
-        path = work / "root/mine" / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text)
-    run_board(work, jobs=["cp -r /mine/. /etc/ && sync\n"])
+    emulated_board.make(work, MAKE.format(top=TOP, mkfs=CARDS[card]))
+    emulated_board.run(work, *OPTIONS, jobs=["cp -r /mine/. /etc/ && sync\n"])
     for name in "flash", "card":
         shutil.copy(work / name, work / f"{name}.before")
-    done = run_board(work, "--record", "log", jobs=[FIRST, LOOK, LOOK])
-    (work / "output").write_text(done.stdout)
-    if done.returncode or "lost:\n" not in done.stdout or "outcome=installed" not in done.stdout:
-        sys.exit(f"the upgrade failed:\n{done.stdout}")
+    status, output = emulated_board.run(work, *OPTIONS, "--record", "log", jobs=["safe-upgrade /tmp/flash3\n", LOOK, LOOK])
+    if status or "lost:\n" not in output or "outcome=installed" not in output:
+        sys.exit(f"the upgrade failed:\n{output}")
+    (work / "output").write_text(output)
 
 
 def entries(path):
@@ -255,16 +229,11 @@ def boot_states(work, kind, count):
 
 
 def boot_state(folder, what):
-    done = run_board(folder, jobs=[LOOK, NEXT])
-    found = [line[7:] for line in done.stdout.splitlines() if line.startswith("found: ")]
-    outcome = [line for line in found if line.startswith("outcome=")]
-    release = [line for line in found if " lost:" in line]
-    whole = (done.returncode == 0 and "takes the next update" in found and len(release) == 2 and
-             (release[0], outcome[0]) == (release[1], outcome[1]) and
-             (release[1], outcome[1]) in (("old lost:", "outcome=none"), ("new lost:", "outcome=installed")))
-    print(f"{what}: {', '.join(release + outcome)}{'' if whole else ' FAILED ' + done.stdout}", flush=True)
+    output = emulated_board.run(folder, *OPTIONS, jobs=[LOOK, NEXT])
+    fault = emulated_board.fault(*output)
+    print(f"{what}: {fault or 'whole, ' + next(line for line in output[1].splitlines() if 'lost:' in line)}", flush=True)
     shutil.rmtree(folder)
-    return whole
+    return not fault
 
 
 def main():
