@@ -142,6 +142,7 @@ def try_state(state):
     """Runs the scripts from this state on a board of files. Returns what is wrong, or nothing."""
     what, store, half_made, found, old, new, defaults = state
     board = Board(TOP / "integration", "dash", old, new)
+    (WORLD / "board").write_text("MAC=02:51:56:00:00:00\nSERIAL_NO=\nPRODUCT_CODE=\n")  # of a blank environment
     board.tree("new/etc", defaults)
     for n, data in enumerate(found):
         (WORLD / f"mtd/{n + 1}").write_bytes(data.ljust(len(old[n]), b"\377"))

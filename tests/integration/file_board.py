@@ -24,7 +24,7 @@ SETTINGS = {
 }
 DEFAULTS = {name: "a=0\n" if n < 5 else text.replace("=", "=1") for n, (name, text) in enumerate(SETTINGS.items())}
 # What the scripts use.
-TOOLS = ("awk cat cmp cp head mkdir mv od rm sed sha256sum sleep sync tail tar tr umount wc").split()
+TOOLS = ("awk cat cmp cp head mkdir mv od rm sed sha256sum sleep tail tar tr umount wc").split()
 
 # write NAME OFFSET FROM: a step. At the step where the power fails, only a part of FROM arrives.
 STEPS = r"""#!/bin/bash
@@ -48,7 +48,7 @@ write() {
 }
 """
 PROGRAMS = {
-    # Only writes to the card are steps.
+    # Only writes to the card are steps, and what waits for them.
     "dd": STEPS + r"""
 case "$*" in *of=*) ;; *) exec /bin/dd "$@" ;; esac
 bs=512 seek=0 from=()
@@ -61,11 +61,13 @@ status=$?
 rm -f "$data"
 exit $status
 """,
+    "sync": STEPS + "data=$(mktemp $world/data.XXXXXX) && write data.sync 0 $data && rm $data\n",
     # A mount of flash shows the files of /etc; the card is a folder.
     "mount": r"""#!/bin/bash
 case "$*" in
 *jffs2*) [ -d /mnt/etc ] && [ ! -e /mnt/no-mount ] && exec /bin/mount --bind /mnt/etc "${@: -1}" ;;
-*/mnt/slot*) [ ! -e /mnt/bad-card ] && ! mountpoint -q /mnt/card && exec /bin/mount --bind /mnt/slot /mnt/card ;;
+*/mnt/slot*) [ ! -e /mnt/bad-card ] && sleep 0.05 && # as long as a card takes
+     ! mountpoint -q /mnt/card && exec /bin/mount --bind /mnt/slot /mnt/card ;;
 *) [ ! -e /mnt/no-mount ] && exec /bin/mount "$@" ;;
 esac
 exit 1
