@@ -49,12 +49,3 @@ conf_number() {
             printf "%.0f\n", number
         }'
 }
-
-# as_rewritten FILE KEY NUMBER: prints a settings file as upgrade leaves it. upgrade replaces the lines that
-# begin with just this key and a blank or an equals sign, else it adds one, also to an unfinished last line.
-as_rewritten() {
-    LC_ALL=C awk -v key="$2" -v line="$2=$3" -v finished="$(tail -c 1 "$1" | wc -l)" '
-        index($0, key) == 1 && substr($0, length(key) + 1, 1) ~ /[ =]/ { $0 = line; found = 1 }
-        { printf "%s%s", (NR > 1 ? "\n" : ""), $0 }
-        END { print (found ? "" : (finished + 0 ? "\n" : "") line) }' "$1"
-}

@@ -1,6 +1,7 @@
-# Sourced after upgrade-card.sh: the store on the card, and the comparison of flash with it.
-# shellcheck shell=sh disable=SC2034
+# Sourced by safe-upgrade and resume-upgrade: the store on the card, and the comparison of flash with it.
+# shellcheck shell=sh disable=SC2034,SC2154
 
+. "${0%/*}/upgrade-card.sh"
 . "${0%/*}/upgrade-settings.sh"
 export LC_ALL=C
 
@@ -22,18 +23,12 @@ forget_cache() {
 
 # sha: prints the SHA-256 of its input, which names a package or a board.
 sha() {
-    sha256sum | {
-        read -r digits _
-        echo "$digits"
-    }
+    sha256sum | cut -d ' ' -f 1
 }
 
 # sum: prints a checksum of its input that finds damage, and takes little time.
 sum() {
-    cksum | {
-        read -r digits _
-        echo "$digits"
-    }
+    cksum | cut -d ' ' -f 1
 }
 
 # part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
@@ -60,10 +55,6 @@ sector() {
     dd if="$store" bs=512 skip=$(($1 * 128)) count=1 2>/dev/null | tr -d '\0'
 }
 
-set_door() {
-    echo "$1" | put $door
-}
-
 # this_board: prints the board's identity, from the boot loader's environment. A card in the wrong board
 # must not install another board's settings.
 this_board() {
@@ -87,7 +78,7 @@ write_header() {
         for name in $fields; do
             eval "state=\"\$state$newline$name=\$$name\""
         done
-        printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put $((3 - slot)) &&
+        printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put "$((3 - slot))" &&
             forget_cache && load_header && [ "$header" = "$state" ] || return 1
     done
 }
@@ -138,7 +129,7 @@ save_settings() {
     pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] &&
         saved=$(sum <"$archive") || return 1
     for copy in $settings_a $settings_b; do
-        { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put $copy || return 1
+        { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put "$copy" || return 1
     done
     forget_cache
     read_copy $settings_a && read_copy $settings_b && [ "$(sum <"$archive")" = "$saved" ]
@@ -162,7 +153,7 @@ read_settings() {
 # more: a weak cell can read right at first.
 settle() {
     head -c $(((package_at - settings_a) * 65536)) /dev/zero | put $settings_a &&
-        { [ "$ended" = compared ] || set_door "$idle"; }
+        { [ "$ended" = compared ] || echo "$idle" | put $door; }
 }
 
 # find_damage: sets $damage to the first thing in flash that is not as it must be, or to nothing. Fails

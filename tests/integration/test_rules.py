@@ -23,7 +23,7 @@ def program(top, tmp_path_factory):
 def script(request, top):
     """Runs shell code after the settings' functions."""
     def ask(code, *words):
-        text = f". {top}/integration/upgrade-settings.sh; {code}"
+        text = f". {top}/integration/upgrade-settings.sh; . {top}/integration/upgrade-package.sh; {code}"
         return subprocess.run([*request.param, "-c", text, "sh", *words], check=True,
                               stdout=subprocess.PIPE).stdout.decode("latin-1")
     return ask
@@ -64,10 +64,8 @@ def test_rewritten_values(program, script, tmp_path):
         assert int(program("port", file).split("\n")[1]) == value, text
 
 
-def test_layouts(program, script, top, tmp_path):
+def test_layouts(program, script, tmp_path):
     rows = [[int(word) for word in line.split()] for line in program("layouts").splitlines()]
-    code = (top / "integration/safe-upgrade").read_text()
-    code = code[code.index("read_layout() {"):code.index("# fits DEVICE")]
     package = tmp_path / "package"
     for version in range(8):
         known = [row for row in rows if row[0] == version]
@@ -76,6 +74,5 @@ def test_layouts(program, script, top, tmp_path):
         struct.pack_into("<4sI", data, 0, b"3510", version)
         struct.pack_into("<3I", data, sizes, 10, 20, 30)
         package.write_bytes(data)
-        answer = script(f'{code}\nread_layout "$1" && echo "$layout"', package) if known else script(
-            f'{code}\nread_layout "$1" || echo unknown', package)
+        answer = script('if read_layout "$1"; then echo "$layout"; else echo unknown; fi', package)
         assert answer.strip() == (f"{header} 10 20 30" if known else "unknown")
