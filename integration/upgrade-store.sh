@@ -153,7 +153,7 @@ read_settings() {
 # more: a weak cell can read right at first.
 settle() {
     head -c $(((package_at - settings_a) * 65536)) /dev/zero | put $settings_a &&
-        { [ "$ended" = compared ] || echo "$idle" | put $door; }
+        { [ "${ended%% *}" = compared ] || echo "$idle" | put $door; }
 }
 
 # find_damage: sets $damage to the first thing in flash that is not as it must be, or to nothing. Fails

@@ -193,14 +193,20 @@ def test_worn_partition(board, worn, name):
 
 
 def test_weak_cell_after_a_restart(board):
+    def weaken():
+        with (WORLD / "mtd/2").open("r+b") as second:
+            second.seek(9000)
+            second.write(b"x")
+
     board.upgrade()
     change("later")
-    with (WORLD / "mtd/2").open("r+b") as second:
-        second.seek(9000)
-        second.write(b"x")
+    weaken()
     board.start()
     assert "begins again: after a restart, block 2 of /mnt/mtd/2" in board.calls.read_text()
     assert board.result()["outcome"] == "installed" and board.firmware() == "new" and hostname() == "later"
+    weaken()
+    assert "twice: after a restart, block 2 of /mnt/mtd/2" in board.start()
+    assert (board.result()["outcome"], board.result()["tries"], hostname()) == ("given-up", "2", "later")
 
 
 def test_refused_by_upgrade(board):
@@ -285,6 +291,18 @@ def test_upgrade_again_after_damaged_headers(board):
 def test_one_header_is_damaged(board, header):
     cut_in_etc(board)
     damage(header * 65536 + 30)
+    board.start()
+    assert board.state() == WHOLE
+
+
+def test_settings_cannot_be_unpacked(board):
+    """The kernel is not whole, so the settings are not compared first."""
+    board.hook("1@20000", "kill -9 0")
+    board.call("safe-upgrade", board.package)
+    assert board.firmware() == "mixed"
+    board.program("tar", "#!/bin/sh\nexit 2\n")
+    assert "cannot be unpacked" in board.start()
+    (WORLD / "bin/tar").unlink()
     board.start()
     assert board.state() == WHOLE
 
