@@ -16,7 +16,7 @@ from concurrent.futures import ProcessPoolExecutor
 from pathlib import Path
 
 TOP = Path(__file__).resolve().parent.parent
-sys.path[:0] = [str(TOP / "tests/integration"), str(Path(__file__).parent)]
+sys.path[:0] = [str(TOP / "board"), str(Path(__file__).parent)]
 import emulated_board  # noqa: E402
 import file_board  # noqa: E402
 import jffs2  # noqa: E402

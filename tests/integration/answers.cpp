@@ -1,5 +1,5 @@
-// Prints what the program knows, for a comparison with the scripts: answers settings, answers layouts, or
-// answers KEY FILE... for the value and the number in each file.
+// Prints what the program knows, for a comparison with the scripts: answers settings, answers
+// layouts, or answers KEY FILE... for the value and the number in each file.
 
 // The tables have no names outside of these files.
 #include "flash/package.cpp"

@@ -266,9 +266,6 @@ class Board:
         outcome, firmware, lost = self.state()
         if (outcome, firmware) not in (("none", "old"), ("installed", "new")) or lost:
             return f"{outcome}, {firmware} firmware, lost {lost}"
-        self.start()
-        if self.state() != (outcome, firmware, []):
-            return f"after one more start: {self.state()}"
         store = CARD / "upgrade-store"
         if store.exists() and not store.read_bytes().startswith(b"upgrade-store: nothing to do\n"):
             return "the store is not cleaned"

@@ -5,7 +5,7 @@ from pathlib import Path
 
 from file_board import SETTINGS
 
-TOP = Path(__file__).resolve().parent.parent.parent
+TOP = Path(__file__).resolve().parent.parent
 # What a board tells: its release and the lost settings, the result, and whether it takes the next update.
 LOOK = """
 lost=$(cd /mine && find . -type f | while read -r file; do cmp -s "$file" "/etc/$file" || echo "$file"; done)
