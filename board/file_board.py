@@ -10,7 +10,7 @@ from pathlib import Path
 
 WORLD = Path("/mnt")
 CARD = WORLD / "card"
-PARTITION = 50000
+PARTITION = 13 * 4096
 SETTINGS = {
     "network/network.conf": "DHCP=0\nIPADDR=10.1.2.3\n",
     "network/wireless.conf": "ESSID=roof\n",

@@ -32,11 +32,10 @@ check_sizes() {
         refuse "the store has no room for the package; make store_size larger"
 }
 
-# free_blocks_left: prints how many erase blocks of /etc the image leaves free. A free one has nothing, or
-# only jffs2's mark of an erased block.
+# free_blocks_left BLOCKS: prints how many of the erase blocks of /etc the image leaves free. A free one has
+# nothing, or only jffs2's mark of an erased block.
 free_blocks_left() {
-    part "$given" "$etc_at" "$etc_size" | od -A d -t x4 | awk -v size="$erase_block" \
-        -v blocks=$(($(wc -c <"$etc") / erase_block)) '
+    part "$given" "$etc_at" "$etc_size" | od -A d -t x4 | awk -v size="$erase_block" -v blocks="$1" '
         $1 == "*" { next }
         in_use { for (b = int(last / size); b * size < $1 + 0; ++b) used[b] }
         {
@@ -50,11 +49,15 @@ free_blocks_left() {
         }'
 }
 
-check_etc_image() {
-    free=$(free_blocks_left)
+check_free_blocks() {
+    bytes=$(wc -c <"$etc")
+    [ $((bytes % erase_block)) -eq 0 ] || {
+        say "the size of $etc is no multiple of erase_block, so its free blocks are not counted"
+        return
+    }
+    free=$(free_blocks_left $((bytes / erase_block)))
     [ "$free" -ge "$free_blocks" ] ||
         refuse "the image of /etc leaves $free blocks free, and jffs2 needs $free_blocks"
-    check_settings
 }
 
 # check_settings: refuses a firmware in which upgrade would write a value that reads differently, for

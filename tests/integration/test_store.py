@@ -339,7 +339,7 @@ def short(board):
 
 def full_etc(board):
     data = bytearray(board.package.read_bytes())
-    image = b"x" * 45000
+    image = b"x" * 49000
     board.package.write_bytes(data[:16] + struct.pack("<I", len(image)) + data[20:80020] + image)
 
 
