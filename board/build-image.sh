@@ -11,9 +11,9 @@ cache=$(dirname "$here")/.cache/board
 
 # The board's userland. board/run.sh adds the program itself at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
-    net-tools rsyslog strace time mtd-utils bsdutils)
+    net-tools rsyslog strace time mtd-utils bsdutils dosfstools e2fsprogs)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
-    sdhci-of-aspeed cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod
+    sdhci-of-aspeed ext4 cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod
     nandsim) # the bench installs on it
 # The partitions of the 16 MiB NOR flash: name, start, size.
 partitions=("boot 0x0 0x80000" "kernel 0x80000 0x580000" "app 0x600000 0x800000"

@@ -35,6 +35,9 @@ its contents. Runs COMMAND on the board, or one job per boot. Without either, op
   --count-time       advances the board's clock by 4 ns for each instruction, on one processor. The
                      board's times then do not depend on the host's load
   --cut TEXT:SECONDS cuts the power once, SECONDS after the first line with TEXT
+  --record DIR       keeps every write to the flash and to the card of --kept-sd: for boot N, N.flash and
+                     N.card in the kernel's dm-log-writes format, and N.order, the order of both
+  --recovery         starts the recovery kernel, whatever is in flash
 
 The jobs' output goes to standard output. Lines of the board's system log begin with 'log: '. The exit
 status is the last job's, or 75 if the board was reset during the last job, or 76 if it did not boot
@@ -58,6 +61,9 @@ parse() {
     modules=
     extras=()
     cut=
+    record=
+    recovery=
+    kept_card=
     log_times=
     clock=(-accel "tcg,thread=multi")
     parameters="quiet panic=1 vmalloc=640M"
@@ -68,6 +74,7 @@ parse() {
     while [[ ${1:-} == -* && $1 != -- ]]; do
         case $1 in
         --log-times) log_times=yes && shift && continue ;;
+        --recovery) recovery=yes && shift && continue ;;
         --count-time)
             clock=(-accel "tcg,thread=single" -icount shift=2)
             parameters+=" maxcpus=1"
@@ -83,8 +90,11 @@ parse() {
         --modules) modules+=,$2 ;;
         --devices) modules+=,cuse && install -D "$2" "$work/overlay/sbin/board_devices" ;;
         --serial) extras+=(-serial "$2") ;;
-        --sd) put_card "$2" on ;;
-        --kept-sd) put_card "$2" off ;;
+        --sd)
+            modules+=,sdhci-of-aspeed,$vfat_modules
+            extras+=(-drive "if=sd,$(drive_file "$2"),format=raw,index=2,snapshot=on")
+            ;;
+        --kept-sd) modules+=,sdhci-of-aspeed,$vfat_modules && kept_card=$2 ;;
         --usb)
             modules+=,ehci_platform,usb_storage,sd_mod,$vfat_modules
             extras+=(-drive "id=usb,if=none,$(drive_file "$2"),format=raw,snapshot=on"
@@ -97,6 +107,7 @@ parse() {
         --console) console=$2 ;;
         --timeout) limit=$2 ;;
         --cut) cut=$2 ;;
+        --record) record=$2 && mkdir -p "$2" ;;
         *) wrong_usage ;;
         esac || fail "$1 $2: failed" "$usage_status"
         shift 2
@@ -119,10 +130,14 @@ drive_file() {
     echo "file=${path//,/,,}"
 }
 
-# put_card FILE SNAPSHOT: puts the image into the SD slot.
-put_card() {
-    modules+=,sdhci-of-aspeed,$vfat_modules
-    extras+=(-drive "if=sd,$(drive_file "$1"),format=raw,index=2,snapshot=$2")
+# kept_drive FILE NAME: prints the emulator's option for a file that keeps what is written to it.
+kept_drive() {
+    if [ -z "$record" ]; then
+        echo "$(drive_file "$1"),format=raw"
+        return
+    fi
+    : >"$record/$boot.$2"
+    echo "driver=blklogwrites,file.driver=raw,file.file.driver=file,file.file.filename=$(realpath "$1"),log.driver=file,log.filename=$(realpath "$record")/$boot.$2"
 }
 
 # The boot loader: takes the kernel in flash if its checksums are right, else the recovery kernel.
@@ -131,7 +146,7 @@ load_kernel() {
     read -r start size < <(awk '$1 == "kernel" { print $2, $3 }' "$cache/partitions")
     data_size=$(od -An -tu4 --endian=big -j $((start + 12)) -N 4 "$flash")
     rm -f "$work/kernel"
-    if [ $((data_size + 64)) -le $((size)) ]; then
+    if [ -z "$recovery" ] && [ $((data_size + 64)) -le $((size)) ]; then
         tail -c +$((start + 1)) "$flash" | head -c $((data_size + 64)) >"$work/uimage" || true
         dumpimage -T kernel -p 0 -o "$work/kernel" "$work/uimage" >/dev/null 2>&1 || true
     fi
@@ -148,8 +163,10 @@ qemu() {
     local arguments=(-M "ast2600-evb,fmc-model=s25sl12801" -m 1G "${clock[@]}"
         -kernel "$work/kernel" -initrd "$work/initrd" -dtb "$cache/board.dtb"
         -append "console=ttyS4,115200n8 $parameters board.modules=$modules"
-        -drive "$(drive_file "$flash"),format=raw,if=mtd" -display none -monitor none -nic none -no-reboot
+        -drive "$(kept_drive "$flash" flash),if=mtd" -display none -monitor none -nic none -no-reboot
         -pidfile "$work/pid")
+    [ -z "$kept_card" ] || arguments+=(-drive "$(kept_drive "$kept_card" card),if=sd,index=2")
+    [ -z "$record" ] || arguments+=(-trace "enable=blk_co_pwritev,file=$record/$boot.order")
     exec timeout --foreground -k 2 "$limit" qemu-system-arm "${arguments[@]}" "$@" 2>"$work/qemu"
 }
 
@@ -190,6 +207,7 @@ say() {
 # boot JOB: boots once and runs a job. Leaves its status in $status: a number, 'reset', or 'again' if
 # the board was reset before the job.
 boot() {
+    boot=$((${boot:-0} + 1))
     install -m 644 "$1" "$work/overlay/job/run"
     make_initrd
     load_kernel

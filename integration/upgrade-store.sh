@@ -1,215 +1,219 @@
-# Sourced by safe-upgrade and resume-upgrade: the store on the card, the record in it, and the check of
-# flash against the record.
-# shellcheck shell=sh disable=SC2034
+# Sourced by safe-upgrade and resume-upgrade: the store on the card, and the comparison of flash with it.
+# shellcheck shell=sh disable=SC2034,SC2154
 
-. "${0%/*}/upgrade-store.conf"
+. "${0%/*}/upgrade-card.sh"
+. "${0%/*}/upgrade-settings.sh"
+export LC_ALL=C
 
-package=$store/package
-settings=$store/settings
-record=$store/record
-record_copy=$store/record.2
-result=$store/result
+# The store is one file. After it is made, no step changes its size, its name or its place on the card,
+# so a power cut finds the card's own tables at rest. Its parts begin at these blocks of 64 KiB:
+door=0        # one line: must start-up look further?
+headers="1 2" # one sector each; the newer complete one counts
+settings_a=4  # two copies of the settings
+settings_b=8
+package_at=16
 
-# upgrade carries these files and these values, FILE:KEY, over into the new /etc.
-carried_files="network/network.conf network/wireless.conf system.conf serverinfo.conf cam_model.conf"
-carried_values="tcp_server.conf:server_port stream.conf:stream_1_port stream.conf:stream_2_port
-    stream.conf:stream_3_port videodecoder.conf:video_type"
-if [ -r /bin/webs ]; then
-    carried_values="$carried_values web.conf:port"
-else
-    carried_values="$carried_values lighttpd/lighttpd.conf:server.port"
-fi
-
-# say TEXT: prints it on the console and into the kernel's log, since the log daemon may not run yet.
-say() {
-    echo "${0##*/}: $1"
-    # Without this device, only on the console.
-    [ ! -w /dev/kmsg ] || echo "<4>${0##*/}: $1" >/dev/kmsg
-}
-
-# own_mount DIR: succeeds if DIR is a file system of its own.
-own_mount() {
-    while read -r _ place _; do
-        [ "$place" != "$1" ] || return 0
-    done </proc/mounts
-    return 1
-}
-
-# open_store ro|rw: mounts the card unless it is already mounted.
-open_store() {
-    mounted_here=
-    own_mount "$mount_point" && return 0
-    waited=0
-    until [ -b "$card" ]; do
-        [ "$waited" -lt "$card_wait" ] || return 1
-        sleep 1
-        waited=$((waited + 1))
-    done
-    mount -o "$1" "$card" "$mount_point" && mounted_here=yes
-}
-
-close_store() {
-    [ -z "$mounted_here" ] || umount "$mount_point"
-}
-
-# keep FILE...: puts the files safely on the card. An fsync of file and folder is not enough: vfat writes
-# the first sector of a new folder with the folder above (seen with Linux 6.1: a cut lost the files).
-keep() {
-    sync && sync "$@"
-}
+archive=$memory/upgrade-settings # the settings, as a tar file
+look=$memory/upgrade-look
 
 # forget_cache: makes the next reads come from the card and not from memory.
 forget_cache() {
     [ ! -w /proc/sys/vm/drop_caches ] || echo 3 >/proc/sys/vm/drop_caches
 }
 
-# sum: prints the checksum of its input. It finds damage, not manipulation, so any checksum would do.
+# sha: prints the SHA-256 of its input, which names a package or a board.
+sha() {
+    sha256sum | cut -d ' ' -f 1
+}
+
+# sum: prints a checksum of its input that finds damage, and takes little time.
 sum() {
-    sha256sum | {
-        read -r digits _
-        echo "$digits"
-    }
+    cksum | cut -d ' ' -f 1
 }
 
-# part FILE OFFSET SIZE: prints these bytes of the file.
+# part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
 part() {
-    tail -c +$(($2 + 1)) "$1" | head -c "$3"
+    {
+        dd bs=1 skip="$2" count=0
+        dd bs=65536 count=$(($3 / 65536))
+        head -c $(($3 % 65536))
+    } <"$1" 2>/dev/null
 }
 
-# this_board: prints the board's identity from the boot loader's environment. A card in the wrong board
+# stored OFFSET SIZE: prints this part of the package in the store.
+stored() {
+    part "$store" $((package_at * 65536 + $1)) "$2"
+}
+
+# put BLOCK: writes its input into the store, safely.
+put() {
+    dd of="$store" bs=65536 seek="$1" conv=notrunc,fsync 2>/dev/null
+}
+
+# sector BLOCK: prints the text in the block's first sector.
+sector() {
+    dd if="$store" bs=512 skip=$(($1 * 128)) count=1 2>/dev/null | tr -d '\0'
+}
+
+# this_board: prints the board's identity, from the boot loader's environment. A card in the wrong board
 # must not install another board's settings.
 this_board() {
-    get_boot_param "$memory/board" >/dev/null
-    sum <"$memory/board"
+    rm -f "$memory/board"
+    get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sha <"$memory/board"
 }
 
-# The record has lines 'NAME FIELD...'. The last one, 'sum SUM', is their checksum. There are two copies.
-write_record() { # FILE
-    lines="format 1
-board $(this_board)
-package $package_sum
-settings $settings_sum
-kernel $kernel_at $kernel_size $kernel_sum $kernel_before
-second $second_at $second_size $second_sum $second_before
-etc $etc_at $etc_size $etc_sum"
-    printf '%s\nsum %s\n' "$lines" "$(echo "$lines" | sum)" >"$1.new" && keep "$1.new" &&
-        mv "$1.new" "$1" && keep "$1"
-}
+# The state, one line each. tries: starts of upgrade. settings: where they are, 'etc' or only in the 'store'.
+# ended: what the last start said, 'complete' or 'fail ...'; nothing after a power cut; 'compared' after
+# 'installed', see settle. fails: starts that said fail. regions: start of the first one in the package, and
+# the three sizes. sums: their checksums.
+fields="outcome reason package tries settings board ended fails regions sums"
+newline='
+'
 
-has_record() {
-    [ -e "$record" ] || [ -e "$record_copy" ]
-}
-
-# load_record: sets the variables of the record from the first complete copy.
-load_record() {
-    for copy in "$record" "$record_copy"; do
-        [ -e "$copy" ] || continue
-        [ "sum $(sed '$d' "$copy" | sum)" = "$(tail -n 1 "$copy")" ] || continue
-        while read -r name a b c d; do
-            case $name in
-            format) [ "$a" = 1 ] || return 1 ;;
-            board) board=$a ;;
-            package) package_sum=$a ;;
-            settings) settings_sum=$a ;;
-            kernel) kernel_at=$a kernel_size=$b kernel_sum=$c kernel_before=$d ;;
-            second) second_at=$a second_size=$b second_sum=$c second_before=$d ;;
-            etc) etc_at=$a etc_size=$b etc_sum=$c ;;
-            esac
-        done <"$copy"
-        return 0
+# write_header: writes the state in place of the older header, then of the other one, so that damage to one
+# of them brings no earlier state back. Each is one sector, and is read back.
+write_header() {
+    for _ in 1 2; do
+        state="seq=$((seq + 1))"
+        for name in $fields; do
+            eval "state=\"\$state$newline$name=\$$name\""
+        done
+        printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put "$((3 - slot))" &&
+            forget_cache && load_header && [ "$header" = "$state" ] || return 1
     done
+}
+
+# load_header: sets the state from the newer complete header.
+load_header() {
+    seq=0 slot=2 header=
+    for block in $headers; do
+        text=$(sector "$block")
+        digits=${text##*sum=}
+        text=${text%"$newline"sum=*}
+        [ "${digits%%[!0-9]*}" = "$(printf %s "$text" | sum)" ] || continue
+        line=${text%%"$newline"*}
+        [ "${line#seq=}" -gt "$seq" ] && seq=${line#seq=} slot=$block header=$text
+    done
+    [ "$seq" -gt 0 ] || return 1
+    while IFS= read -r line; do
+        name=${line%%=*}
+        case " $fields " in *" $name "*) eval "$name=\${line#*=}" ;; esac
+    done <<END
+$header
+END
+}
+
+# set_reason TEXT: cuts it so that the header stays one sector.
+set_reason() {
+    reason=$(printf '%.100s' "$1")
+}
+
+# pack_settings DIR: makes the archive. Fails if a file changes meanwhile.
+pack_settings() (
+    cd "$1" || exit
+    set --
+    for file in $carried_files $carried_values; do
+        file=${file%:*}
+        case " $* " in *" $file "*) continue ;; esac
+        [ ! -e "$file" ] || set -- "$@" "$file"
+    done
+    if [ $# -gt 0 ]; then
+        tar -cf "$archive" "$@"
+    else
+        head -c 1024 /dev/zero >"$archive" # an empty archive
+    fi
+)
+
+# save_settings DIR: saves the settings of DIR in both copies, one after the other, and reads them back.
+save_settings() {
+    pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] &&
+        saved=$(sum <"$archive") || return 1
+    for copy in $settings_a $settings_b; do
+        { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put "$copy" || return 1
+    done
+    forget_cache
+    read_copy $settings_a && read_copy $settings_b && [ "$(sum <"$archive")" = "$saved" ]
+}
+
+# read_copy BLOCK: makes the archive from this copy. Fails if it is damaged or another board's.
+read_copy() {
+    read -r word size digits owner <<END
+$(sector "$1")
+END
+    case $size in '' | *[!0-9]*) return 1 ;; esac
+    [ "$word $owner" = "settings $board" ] && part "$store" $(($1 * 65536 + 512)) "$size" >"$archive" &&
+        [ "$(sum <"$archive")" = "$digits" ]
+}
+
+read_settings() {
+    read_copy $settings_a || read_copy $settings_b
+}
+
+# settle: cleans up after the last state of an upgrade. After 'installed', the second start compares once
+# more: a weak cell can read right at first.
+settle() {
+    head -c $(((package_at - settings_a) * 65536)) /dev/zero | put $settings_a &&
+        { [ "${ended%% *}" = compared ] || echo "$idle" | put $door; }
+}
+
+# find_damage: sets $damage to the first thing in flash that is not as it must be, or to nothing. Fails
+# if it cannot compare.
+find_damage() {
+    damage=
+    compare_firmware
+    [ -z "$damage" ] || return 0
+    compare_etc || return 1
+    [ -z "$damage" ] && read_settings || return 0
+    lost=$(lost_setting) || return 1
+    damage=${lost:+"$lost is not in /etc as it was saved"}
+}
+
+# compare_firmware: compares the kernel and the second partition.
+compare_firmware() {
+    # shellcheck disable=SC2086 # one word each
+    set -- $regions $sums
+    compare_region "$kernel" "$1" "$2" "$5" &&
+        compare_region "$second" $(($1 + $2)) "$3" "$6"
+}
+
+compare_region() { # DEVICE OFFSET SIZE SUM
+    [ "$(part "$1" 0 "$3" | sum)" = "$4" ] && return
+    name_block "$1" "$(stored "$2" "$3" | cmp - "$1" 2>/dev/null | sed -n 's/.* \([0-9]*\),.*/\1/p')"
+}
+
+# name_block DEVICE BYTE: says what is damaged. Fails.
+name_block() {
+    damage="block $(((${2:-1} - 1) / erase_block)) of $1 does not hold the package"
     return 1
 }
 
-# Each start of upgrade removes one file. Unlike a counter, this needs no room and is never half
-# written.
-lay_out_tries() {
-    n=0
-    while [ $n -lt "$tries" ]; do
-        n=$((n + 1))
-        : >"$store/try.$n" || return 1
-    done
-}
-
-tries_left() {
-    set -- "$store"/try.*
-    [ -e "$1" ] && echo $# || echo 0
-}
-
-# take_try: also fails if the card only pretends to write, since upgrade could then restart forever.
-take_try() {
-    set -- "$store"/try.*
-    [ -e "$1" ] && rm "$1" && keep && forget_cache && [ ! -e "$1" ]
-}
-
-# report OUTCOME REASON: stores the result of the package.
-report() {
-    printf '%s\n' "outcome=$1" "reason=$2" "package=$package_sum" "tries=$((tries - $(tries_left)))" \
-        "settings=${settings_in:-etc}" >"$result" && keep "$result"
-}
-
-# reported NAME: prints a field of the last report, if there is one.
-reported() {
-    [ ! -e "$result" ] || sed -n "s/^$1=//p" "$result"
-}
-
-# empty_store: removes the records first, so that nothing resumes from an incomplete store.
-empty_store() {
-    rm -f "$record" "$record_copy" && keep && rm -f "$store"/*.new "$package" "$settings" "$store"/try.* &&
-        keep
-}
-
-settings_whole() {
-    [ "$(sum <"$settings")" = "$settings_sum" ]
-}
-
-# find_damage: sets $damage to the first missing part of firmware or settings in flash, or to nothing.
-find_damage() {
-    kernel_now=$(part "$kernel" 0 "$kernel_size" | sum)
-    second_now=$(part "$second" 0 "$second_size" | sum)
-    if [ "$kernel_now" != "$kernel_sum" ]; then
-        damage="the kernel's partition does not hold the package"
-    elif [ "$second_now" != "$second_sum" ]; then
-        damage="the second partition does not hold the package"
-    elif ! etc_holds_image; then
-        damage="the partition of /etc does not hold the package"
-    elif lost=$(lost_setting); then
-        damage="$lost is not in /etc as it was saved"
-    else
-        damage=
-    fi
-}
-
-# flash_untouched: after find_damage, succeeds if kernel and second partition are as before the upgrade.
-flash_untouched() {
-    [ "$kernel_now" = "$kernel_before" ] && [ "$second_now" = "$second_before" ] &&
-        [ "$kernel_now $second_now" != "$kernel_sum $second_sum" ]
-}
-
-# etc_holds_image: jffs2 writes only where the image is blank (377), and it marks a node as obsolete by
-# a bit of its type (340 becomes 300). With any other difference, the image is incomplete.
-etc_holds_image() {
-    [ "$(part "$package" "$etc_at" "$etc_size" | sum)" = "$etc_sum" ] &&
-        [ "$(head -c "$etc_size" "$etc" | wc -c)" -eq "$etc_size" ] || return 1
-    {
+# compare_etc: jffs2 writes only where the image is blank (377), and it marks a node as obsolete by a bit
+# of its type (340 becomes 300). With any other difference, the image is incomplete.
+compare_etc() {
+    # shellcheck disable=SC2086 # one word each
+    set -- $regions $sums
+    [ "$(stored $(($1 + $2 + $3)) "$4" | sum)" = "$7" ] || {
+        damage="the package on the card is damaged"
+        return 0
+    }
+    first=$({
         # The image may be shorter than the partition. That is no difference.
-        part "$package" "$etc_at" "$etc_size" | cmp -l - "$etc" 2>/dev/null || echo "status $?"
-    } | awk '$1 == "status" { if ($2 > 1) bad = 1; next }
-        $2 != 377 && !($2 == 340 && $3 == 300) { bad = 1; exit }
-        END { exit bad }'
+        stored $(($1 + $2 + $3)) "$4" | cmp -l - "$etc" 2>/dev/null || echo "status $?"
+    } | awk '$1 == "status" { if ($2 > 1) print "error"; next }
+        $2 != 377 && !($2 == 340 && $3 == 300) { print $1; exit }')
+    [ "$first" != error ] || return 1
+    [ -z "$first" ] || name_block "$etc" "$first" || return 0
 }
 
-# lost_setting: prints the first setting that is not in /etc as it was saved. Fails if there is none.
+# lost_setting: prints the first setting that is not in /etc as it was saved. Fails if it cannot compare.
 lost_setting() (
-    look=$memory/upgrade-look
-    mkdir -p "$look/saved" "$look/etc"
-    settings_whole && tar -xf "$settings" -C "$look/saved" || exit 1
+    mkdir -p "$look/saved" "$look/etc" && tar -xf "$archive" -C "$look/saved" || exit 1
     mount -t jffs2 -o ro "$etc_block" "$look/etc" || {
         echo "any setting"
         exit 0
     }
-    trap 'umount "$look/etc"; rm -rf "$look"' EXIT
-    cd "$look/saved" || exit 0
+    trap 'umount "$look/etc" && rm -rf "$look"' EXIT
+    cd "$look/saved" || exit 1
     for file in $carried_files; do
         # A firmware without the folder cannot hold the file.
         [ ! -e "$file" ] || [ ! -d "$look/etc/${file%"${file##*/}"}" ] ||
@@ -219,32 +223,51 @@ lost_setting() (
         }
     done
     for place in $carried_values; do
-        file=${place%:*}
+        file=${place%:*} key=${place#*:}
         [ ! -e "$file" ] || [ ! -e "$look/etc/$file" ] ||
-            [ "$(value "$file" "${place#*:}")" = "$(value "$look/etc/$file" "${place#*:}")" ] || {
-            echo "${place#*:} of $file"
+            [ "$(conf_number "$file" "$key")" = "$(conf_number "$look/etc/$file" "$key")" ] || {
+            echo "$key of $file"
             exit 0
         }
     done
-    [ -e "$look/etc/temp.conf" ] && echo "a file that was being written"
+    [ ! -e "$look/etc/temp.conf" ] || echo "a file that was being written"
 )
 
-# value FILE KEY: prints the number that upgrade finds there. It is in the first line whose key begins
-# with KEY, else in the last line.
-value() {
-    awk -v key="$2" '
-        { sub(/^[ \t]+/, "") }
-        /^$/ || /^[#[]/ { next }
-        {
-            text = index($0, "=") ? substr($0, index($0, "=") + 1) : ""
-            sub(/^[ \t]*"?/, "", text)
-            if (index($0, key) == 1) exit
-        }
-        END { print match(text, /^[-+]?[0-9]+/) ? substr(text, 1, RLENGTH) + 0 : 0 }' "$1"
+# room DIR BYTES: succeeds if DIR has room for them.
+room() {
+    head -c "$2" /dev/zero >"$1/upgrade-room"
+    set -- "$1" $?
+    rm -f "$1/upgrade-room"
+    return "$2"
+}
+
+# room_for_copies: upgrade copies the settings files to /tmp, and would lose them without a word.
+room_for_copies() {
+    room /tmp $(($(wc -c <"$archive") + 65536)) 2>/dev/null
+}
+
+# take_try: counts a start before it happens. It reads the count back from the card, since with one that
+# only pretends to write, upgrade could restart forever.
+take_try() {
+    tries=$((tries + 1)) ended=
+    write_header
 }
 
 # run_upgrade PACKAGE: returns only if upgrade could not run. upgrade kills every process that uses the
-# file system of /etc. If that is the root file system, it kills everything.
+# file system of /etc. If that is the root file system, it kills everything. Its verdict goes into the
+# header; without one, the power failed.
 run_upgrade() {
-    own_mount /etc && cd / && upgrade "$1" -v
+    own_mount /etc && cd / || return
+    trap '' HUP INT TERM PIPE
+    upgrade "$1" -v 2>&1 | {
+        error=
+        while IFS= read -r line; do
+            printf '%s\n' "$line"
+            case $line in
+            "[ERROR] "*) error=$(printf ' %.60s' "${line#* }") ;;
+            "Upgrade complete."*) ended=complete && write_header ;;
+            "Upgrade fail."*) ended=fail$error && write_header ;;
+            esac
+        done
+    }
 }

@@ -1,0 +1,48 @@
+# Sourced: the card, and the first line of the store. Start-up without an upgrade needs no more than this.
+# shellcheck shell=sh disable=SC2034
+
+. "${0%/*}/upgrade-store.conf"
+
+# The store's first line: must start-up look further?
+idle="upgrade-store: nothing to do"
+busy="upgrade-store: an upgrade"
+
+# say TEXT: prints it on the console and into the kernel's log, since the log daemon may not run yet.
+say() {
+    echo "${0##*/}: $1"
+    # Without this device, only on the console.
+    [ ! -w /dev/kmsg ] || echo "<4>${0##*/}: $1" >/dev/kmsg
+}
+
+# own_mount DIR: succeeds if DIR is a file system of its own.
+own_mount() {
+    while read -r _ place _; do
+        [ "$place" != "$1" ] || return 0
+    done </proc/mounts
+    return 1
+}
+
+# open_store OPTIONS: mounts the card unless it is already mounted.
+open_store() {
+    mounted_here=
+    own_mount "$mount_point" && return 0
+    waited=0
+    until [ -b "$card" ]; do
+        [ "$waited" -lt "$card_wait" ] || return 1
+        sleep 1
+        waited=$((waited + 1))
+    done
+    mount -o "$1" "$card" "$mount_point" || { check_card && mount -o "$1" "$card" "$mount_point"; } &&
+        mounted_here=yes
+}
+
+close_store() {
+    [ -z "$mounted_here" ] || umount "$mount_point"
+}
+
+# check_card: repairs what a power cut left in the card's file system, where the board has a tool for it.
+check_card() {
+    command -v fsck >/dev/null || return
+    say "checking the card's file system"
+    fsck -y "$card" >/dev/null 2>&1 || true # a repair is no success, and the mount shows the rest
+}
