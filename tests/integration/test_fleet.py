@@ -7,6 +7,8 @@ import subprocess
 import emulated_board as board
 import pytest
 
+pytestmark = [pytest.mark.board, pytest.mark.timeout(2400)]
+
 # Kernel's name, marker, signer and expected reason. The board runs 'old' and trusts 'ours'.
 CASES = {
     "unsigned": ("2.0.0", "3510", None, "not signed"),

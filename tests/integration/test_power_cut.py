@@ -4,6 +4,8 @@ in flash."""
 import emulated_board as board
 import pytest
 
+pytestmark = [pytest.mark.board, pytest.mark.timeout(2400)]
+
 
 @pytest.mark.parametrize("cuts", [("1]:1.5",), ("3]:1.5", "3]:0.5", "2]:0.5")], ids=["kernel", "resumed"])
 def test_power_cut(tmp_path, cuts):
