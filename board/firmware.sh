@@ -46,10 +46,10 @@ make_app_image() {
     seq -f "$1 %.0f" 1 1000000 | head -c "$2" >"$3" || true # head closes the pipe early
 }
 
-# make_flash OUT KERNEL APP ETC: makes the flash of a new board.
+# make_flash OUT KERNEL APP ETC: makes the flash of a new board, its boot loader included.
 make_flash() {
     local name start
-    head -c 16M /dev/zero | tr '\0' '\377' >"$1"
+    head -c 15M /dev/zero | tr '\0' '\377' | cat "$board_cache/boot.img" - >"$1"
     for name in kernel app etc; do
         read -r start _ < <(partition $name)
         dd if="$2" of="$1" bs=64K seek=$((start / 65536)) conv=notrunc status=none

@@ -21,7 +21,7 @@ offer_update() {
     say "making firmware 1.0.0 and 2.0.0, signing the update; a web server offers it"
     (cd "$work" && make_release "firmware 1.0.0" && make_release "firmware 2.0.0" &&
         make_flash flash "firmware 1.0.0".{kernel,app,etc} &&
-        make_package "firmware 2.0.0" 1 package --partitions 0x580000,8M,2M)
+        make_package "firmware 2.0.0" 1 package --partitions 0x580000,8M,0x180000)
     local PATH=$PATH:$PWD/build/host
     mkdir -p "$work/www/cgi-bin"
     quietly integration/swupdate/make-key "$work/signing" "demo firmware"
