@@ -55,7 +55,7 @@ if [ "${1:-}" = board ]; then
     exit
 fi
 
-says 2 "usage: board/run.sh" board/run.sh --log-times --put
+says 2 "usage: board/run" board/run.sh --log-times --put
 says 2 "usage: ./demo" ./demo downgrade
 says 2 "usage: ./check" ./check --no-install everything
 says 2 "clean-room.sh [--release" scripts/clean-room.sh --release
