@@ -20,7 +20,7 @@ modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 n
 # places in it have a name of their own: the environment and the count of failed starts.
 partitions=("boot 0x0 0x100000 read-only" "kernel 0x100000 0x580000" "app 0x680000 0x800000"
     "etc 0xe80000 0x180000" "environment 0x40000 0x20000" "starts 0xf0000 0x10000")
-# What the factory adds to the boot loader's environment.
+# What the factory adds to the boot loader's environment, in the first 512 bytes.
 factory=(ethaddr=02:51:56:01:02:03 serial_no=EM00000001 product_code=QV-EMULATED)
 
 fail() {
@@ -128,7 +128,7 @@ put() {
 # The boot loader's partition, and the recovery kernel that it takes from the card or the network.
 make_boot_loader() {
     head -c 1M /dev/zero | tr '\0' '\377' >"$work/new/boot.img"
-    printf '%s\n' "${factory[@]}" | cat "$settings/environment.txt" - >"$work/environment"
+    printf '%s\n' "${factory[@]}" | cat - "$settings/environment.txt" >"$work/environment"
     mkenvimage -r -s 0x10000 -o "$work/environment.bin" "$work/environment"
     put "${cache%/*}/u-boot/spl.bin" 0
     put "$work/environment.bin" 0x40000

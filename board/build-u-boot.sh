@@ -34,7 +34,7 @@ configure() {
     done
 }
 
-wanted=$(cat "$0" "$settings"/{u-boot.config,environment.txt} | sha256sum | cut -d ' ' -f 1)
+wanted=$(cat "$0" "$here/u-boot.patch" "$settings"/{u-boot.config,environment.txt} | sha256sum | cut -d ' ' -f 1)
 on_exit true
 wait_for_turn "${cache%/*}"
 [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
@@ -47,6 +47,7 @@ private_apt source "$work/apt" || fail "could not download the package lists"
 quietly dpkg-source --no-check -x "$work"/u-boot_*.dsc "$work/source" # apt has checked the signature
 
 cd "$work/source"
+quietly patch -p1 -i "$here/u-boot.patch"
 cp "$settings/environment.txt" .
 export CROSS_COMPILE=arm-linux-gnueabi- SOURCE_DATE_EPOCH=1700000000
 configure
