@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds the emulated board's image from Debian packages: kernel, device tree, root file system. The
-# result is .cache/board at the top of the project. Keeps a complete result.
+# Builds the emulated board's image from Debian packages: boot loader, kernel, device tree, root file
+# system. The result is .cache/board at the top of the project. Keeps a complete result.
 set -euo pipefail
 
 PATH=$PATH:/usr/sbin:/sbin # for depmod; other users than root need this
@@ -8,16 +8,20 @@ here=$(cd "$(dirname "$0")" && pwd)
 cache=$(dirname "$here")/.cache/board
 . "$here/../scripts/run-control.sh"
 . "$here/../scripts/private-apt.sh"
+settings=$here/../integration/u-boot
 
-# The board's userland. board/run.sh adds the program itself at each boot.
+# The board's userland. board/run adds the program itself at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
-    net-tools rsyslog strace time mtd-utils bsdutils dosfstools e2fsprogs)
+    net-tools rsyslog strace time mtd-utils bsdutils dosfstools e2fsprogs libubootenv-tool)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1
     sdhci-of-aspeed ext4 cuse mdio-aspeed realtek ftgmac100 ehci_platform usb_storage sd_mod
     nandsim) # the bench installs on it
-# The partitions of the 16 MiB NOR flash: name, start, size.
-partitions=("boot 0x0 0x80000" "kernel 0x80000 0x580000" "app 0x600000 0x800000"
-    "etc 0xe00000 0x200000")
+# The partitions of the 16 MiB NOR flash: name, start, size. Linux may not write the boot loader. Two
+# places in it have a name of their own: the environment and the count of failed starts.
+partitions=("boot 0x0 0x100000 read-only" "kernel 0x100000 0x580000" "app 0x680000 0x800000"
+    "etc 0xe80000 0x180000" "environment 0x40000 0x20000" "starts 0xf0000 0x10000")
+# What the factory adds to the boot loader's environment, in the first 512 bytes.
+factory=(ethaddr=02:51:56:01:02:03 serial_no=EM00000001 product_code=QV-EMULATED)
 
 fail() {
     echo "board image: $*" >&2
@@ -34,8 +38,9 @@ step() {
 
 # The image is remade when anything that goes into it changes.
 fingerprint() {
-    (cd "$here" && find build-image.sh ../scripts/private-apt.sh rootfs -type f -print0 | sort -z |
-        xargs -0 sha256sum) | sha256sum | cut -d ' ' -f 1
+    (cd "$here" && find build-image.sh ../scripts/private-apt.sh ../integration/u-boot/fw_env.config \
+        ../.cache/u-boot/fingerprint rootfs -type f -print0 | sort -z | xargs -0 sha256sum) |
+        sha256sum | cut -d ' ' -f 1
 }
 
 download() {
@@ -65,6 +70,7 @@ unpack() {
     ln -sf dash "$work/root/bin/job-shell"
     mkdir -p "$work"/root/{dev,proc,sys,tmp,run,mnt/sd,mnt/usb,job}
     cp -a "$here/rootfs/." "$work/root/"
+    install -m 644 "$settings/fw_env.config" "$work/root/usr/share/board/"
 }
 
 add_modules() {
@@ -85,7 +91,7 @@ add_modules() {
 
 # The vendor's device tree with our partitions and all serial lines.
 make_device_tree() {
-    local tree=$work/new/board.dtb flash=/ahb/spi@1e620000/flash@0 i name start size node
+    local tree=$work/new/board.dtb flash=/ahb/spi@1e620000/flash@0 i name start size flag node
     install -m 644 "$work"/kernel/usr/lib/linux-image-*/aspeed-ast2600-evb.dtb "$tree"
     fdtput -r "$tree" $flash/partitions
     fdtput -c "$tree" $flash/partitions
@@ -94,16 +100,17 @@ make_device_tree() {
     fdtput -t x "$tree" $flash/partitions '#size-cells' 1
     # Each new node becomes the first one. Add them backwards, so that the first partition is mtd0.
     for ((i = ${#partitions[@]} - 1; i >= 0; --i)); do
-        read -r name start size <<<"${partitions[i]}"
+        read -r name start size flag <<<"${partitions[i]}"
         node=$flash/partitions/$name@${start#0x}
         fdtput -c "$tree" "$node"
         fdtput -t s "$tree" "$node" label "$name"
         fdtput -t x "$tree" "$node" reg "$start" "$size"
+        [ -z "$flag" ] || fdtput "$tree" "$node" "$flag"
     done
     for node in /ahb/usb@1e6a1000 /ahb/apb/serial@1e78{3000,d000,e000,f000}; do
         fdtput -t s "$tree" "$node" status okay
     done
-    printf '%s\n' "${partitions[@]}" >"$work/new/partitions"
+    printf '%s\n' "${partitions[@]:0:4}" | cut -d ' ' -f 1-3 >"$work/new/partitions"
 }
 
 check_kernel_size() {
@@ -111,6 +118,25 @@ check_kernel_size() {
     size=$(stat -c %s "$work/new/vmlinuz")
     [ $((size + 64)) -le $((0x580000)) ] ||
         fail "Debian's kernel ($size bytes) no longer fits its partition; enlarge it in $0"
+}
+
+# put FILE OFFSET: puts it into the boot partition.
+put() {
+    dd if="$1" of="$work/new/boot.img" bs=64K seek=$(($2 / 0x10000)) conv=notrunc status=none
+}
+
+# The boot loader's partition, and the recovery kernel that it takes from the card or the network.
+make_boot_loader() {
+    head -c 1M /dev/zero | tr '\0' '\377' >"$work/new/boot.img"
+    printf '%s\n' "${factory[@]}" | cat - "$settings/environment.txt" >"$work/environment"
+    mkenvimage -r -s 0x10000 -o "$work/environment.bin" "$work/environment"
+    put "${cache%/*}/u-boot/spl.bin" 0
+    put "$work/environment.bin" 0x40000
+    put "$work/environment.bin" 0x50000
+    put "${cache%/*}/u-boot/u-boot.img" 0x60000
+    mkdir "$work/new/tftp"
+    SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 \
+        -n recovery -d "$work/new/vmlinuz" "$work/new/tftp/recovery.img" >/dev/null
 }
 
 pack_root() {
@@ -123,8 +149,9 @@ pack_root() {
 
 main() {
     local wanted
-    wanted=$(fingerprint)
     on_exit true
+    "$here/build-u-boot.sh"
+    wanted=$(fingerprint)
     wait_for_turn "${cache%/*}"
     [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
     need fdtput device-tree-compiler
@@ -140,6 +167,7 @@ main() {
     add_modules
     make_device_tree
     check_kernel_size
+    make_boot_loader
     pack_root
     echo "$wanted" >"$work/new/fingerprint"
     rm -rf "$cache"

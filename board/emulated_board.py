@@ -39,7 +39,7 @@ def make(work, parts=PARTS):
 
 def run(work, *options, jobs):
     """Boots the board with one job after the other. Returns the lines 'found: ...' of each, and all output."""
-    command = [TOP / "board/run.sh", "--install", "root", "--put", "package:/tmp/flash3", "--kept-sd", "card",
+    command = [TOP / "board/run", "--install", "root", "--put", "package:/tmp/flash3", "--kept-sd", "card",
                "--timeout", "400", *options]
     for n, job in enumerate(jobs):
         (work / f"job{n}").write_text(job)

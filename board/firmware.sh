@@ -46,9 +46,9 @@ make_app_image() {
     seq -f "$1 %.0f" 1 1000000 | head -c "$2" >"$3" || true # head closes the pipe early
 }
 
-# make_flash OUT KERNEL APP ETC: makes the flash of a new board.
+# make_flash OUT KERNEL APP ETC: makes the flash of a new board, its boot loader included.
 make_flash() {
-    "$board_dir/../build/host/fwpack" flash-image --table "$board_cache/partitions" --kernel "$2" --second "$3" \
+    "$board_dir/../build/host/fwpack" flash-image --table "$board_cache/partitions" --boot "$board_cache/boot.img" --kernel "$2" --second "$3" \
         --etc "$4" --output "$1" --force
 }
 

@@ -21,7 +21,7 @@ offer_update() {
     say "making firmware 1.0.0 and 2.0.0, signing the update; a web server offers it"
     (cd "$work" && make_release "firmware 1.0.0" && make_release "firmware 2.0.0" &&
         make_flash flash "firmware 1.0.0".{kernel,app,etc} &&
-        make_package "firmware 2.0.0" 1 package --partitions 0x580000,8M,2M)
+        make_package "firmware 2.0.0" 1 package --partitions 0x580000,8M,0x180000)
     local PATH=$PATH:$PWD/build/host
     mkdir -p "$work/www/cgi-bin"
     quietly integration/swupdate/make-key "$work/signing" "demo firmware"
@@ -80,7 +80,7 @@ run_fleet_board() {
         jobs+=(--job "$work/report" --job "$work/report")
         ;;
     esac
-    board/run.sh --timeout 600 --install "$work/root" --install .cache/engine/root --kept-sd "$dir/card" \
+    board/run --timeout 600 --install "$work/root" --install .cache/engine/root --kept-sd "$dir/card" \
         --put integration/swupdate/update-agent:/sbin/update-agent --put "$dir/conf:/sbin/update-agent.conf" \
         --put "$work/signing.crt:/signing.crt" --put "$dir/settings:/settings" \
         --web "busybox nc 127.0.0.1 $web" "${cut[@]}" "${jobs[@]}" "$dir/flash" 2>&1 |

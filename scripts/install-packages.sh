@@ -8,8 +8,8 @@ supported_releases="bookworm trixie"
 packages_of() {
     case $1 in
     build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
-    board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod mtools fdisk ;;
-    test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck pyflakes3 pycodestyle zlib1g-dev jq iproute2 python3-pytest python3-pytest-timeout python3-pytest-xdist ;;
+    board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod mtools fdisk python3 bison flex make xxd dpkg-dev ;;
+    test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck pyflakes3 pycodestyle zlib1g-dev jq iproute2 python3-pexpect python3-pytest python3-pytest-timeout python3-pytest-xdist ;;
     bench) echo dosfstools e2fsprogs strace toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
     fleet) echo binutils busybox fdisk jq mtools openssl ;;

@@ -17,9 +17,11 @@ debian_mirror() {
 
 # private_apt ARCHITECTURE DIR: makes a package state in DIR and downloads its lists, main only. Then
 # apt-get and apt-cache use it with "${apt_options[@]}"; 'install -d' puts packages into DIR/archives.
+# With the architecture 'source', the list is that of the source packages.
 # Prints a message and returns 1 if no mirror is known.
 private_apt() {
-    local architecture=$1 dir=$2 mirror
+    local architecture=$1 dir=$2 type=deb mirror
+    [ "$architecture" != source ] || type=deb-src architecture=$(dpkg --print-architecture)
     mirror=$(debian_mirror)
     [ -n "$mirror" ] || {
         echo "this machine's apt sources have no Debian mirror; set DEBIAN_MIRROR" >&2
@@ -27,7 +29,7 @@ private_apt() {
     }
     mkdir -p "$dir/lists/partial" "$dir/archives/partial"
     : >"$dir/status"
-    echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" \
+    echo "$type [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $release main" \
         >"$dir/sources.list"
     apt_options=(-qq -oAPT::Architecture="$architecture" -oAPT::Architectures="$architecture"
         -oDir::Etc::sourcelist="$dir/sources.list" -oDir::Etc::sourceparts=-

@@ -7,7 +7,7 @@ including white space.
     # COMMENT         shown too
     log: ...          the system log, behind the other lines of a boot, since they are not in step
 
-A command can use board/firmware.sh, $top, $work (the folder) and options (of board/run.sh).
+A command can use board/firmware.sh, $top, $work (the folder) and options (of board/run).
 """
 
 import difflib
@@ -69,7 +69,7 @@ def run_board(top, head, boots):
         job = Path(f"job{number}")
         job.write_text(job_of(boot))
         options += ["--job", job]
-    ended = subprocess.run([top / "board/run.sh", *options, "flash"], stdin=subprocess.DEVNULL,
+    ended = subprocess.run([top / "board/run", *options, "flash"], stdin=subprocess.DEVNULL,
                            capture_output=True, encoding="utf-8", errors="backslashreplace")
     return ended.returncode, ended.stdout, ended.stderr
 

@@ -88,7 +88,7 @@ def ends_at(tmp_path):
 
 
 @pytest.mark.parametrize("command, usage", [
-    ("board/run.sh --log-times --put", "usage: board/run.sh"),
+    ("board/run --log-times --put", "usage: board/run"),
     ("./demo downgrade", "usage: ./demo"),
     ("./check --no-install everything", "usage: ./check"),
     ("scripts/clean-room.sh --release", "clean-room.sh [--release"),
@@ -175,5 +175,5 @@ def test_killed_outside(tmp_path, script, monkeypatch):
 def test_interrupted_board(tmp_path, top, ends_at):
     Path(".cache").symlink_to(top / ".cache")
     Path("card").write_bytes(bytes(16 << 20))
-    ends_at("ready", "board/run.sh", "--sd", "card", "flash", "--",
+    ends_at("ready", "board/run", "--sd", "card", "flash", "--",
             "sh", "-c", "echo ready; exec sleep 1000")
