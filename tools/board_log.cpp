@@ -1,4 +1,4 @@
-#include "tools/board_log.h"
+#include "tools/examine.h"
 
 #include <syslog.h>
 

@@ -1,19 +1,16 @@
 #include "tools/files.h"
 
 #include <fcntl.h>
-#include <libgen.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <filesystem>
 
+#include "flash/mtd.h"
 #include "tools/text.h"
 
 namespace
@@ -36,121 +33,107 @@ int OpenStandardInput()
 
 std::string PathOf(int fd)
 {
-    return Format("/proc/self/fd/%d", fd);
+    return Text("/proc/self/fd/", fd);
 }
 
 void WriteAll(int fd, const std::string &name, std::span<const uint8_t> bytes)
 {
-    while (!bytes.empty()) {
-        const ssize_t count = write(fd, bytes.data(), bytes.size());
-        if (count < 0) {
-            FailErrno(name);
-        }
-        bytes = bytes.subspan(static_cast<size_t>(count));
+    if (full_write(fd, bytes.data(), static_cast<ssize_t>(bytes.size())) < 0) {
+        FailErrno(name);
     }
+}
+
+/// The file that an output with this name makes or replaces.
+std::string FindTarget(const std::string &name, bool replaces, std::span<const char *const> inputs)
+{
+    std::error_code error; // what fails here fails with a message when the output is opened
+    if (name == "-") {
+        Fail("-: only 'extract --region' writes to standard output");
+    }
+    if (!std::filesystem::exists(name, error)) {
+        if (std::filesystem::is_symlink(name, error)) {
+            Fail(name, ": a link that leads nowhere");
+        }
+        return name;
+    }
+    for (const char *input : inputs) {
+        if (input != nullptr && std::filesystem::equivalent(input, name, error)) {
+            Fail(name, ": the same file as the input ", input);
+        }
+    }
+    if (!std::filesystem::is_regular_file(name, error)) {
+        Fail(name, ": exists and is not a plain file");
+    }
+    if (!replaces) {
+        Fail(name, ": exists; --force replaces it");
+    }
+    return std::filesystem::canonical(name, error);
 }
 
 } // namespace
 
-InputFile::InputFile(const std::string &name) : name_(name), path_(name)
+InputFile::InputFile(const std::string &name)
+    : name_(name == "-" ? "standard input" : name),
+      // Opening a pipe would wait for a writer.
+      fd_(name == "-" ? OpenStandardInput()
+                      : open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)),
+      path_(name == "-" ? PathOf(fd_.get()) : name)
 {
-    if (name == "-") {
-        name_ = "standard input";
-        fd_ = OpenStandardInput();
-        path_ = PathOf(fd_);
-    } else {
-        // Opening a pipe would wait for a writer.
-        fd_ = open(path(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    }
     struct stat status = {};
-    if (fd_ < 0 || fstat(fd_, &status) != 0) {
+    if (!fd_ || fstat(fd_.get(), &status) != 0) {
         FailErrno(name_);
     }
     if (!S_ISREG(status.st_mode)) {
-        Fail(name_, S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
+        Fail(name_, ": ", S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
     }
     size_ = status.st_size;
 }
 
-InputFile::~InputFile()
+int64_t InputFile::Read(void *bytes, size_t size, int64_t start) const
 {
-    close(fd_);
-}
-
-size_t InputFile::Read(void *bytes, size_t size, int64_t start) const
-{
-    const ssize_t count = pread(fd_, bytes, size, start);
+    const ssize_t count = pread(fd_.get(), bytes, size, start);
     if (count < 0) {
         FailErrno(name_);
     }
-    return static_cast<size_t>(count);
+    return count;
+}
+
+void InputFile::ForEachPiece(int64_t start, int64_t size,
+                             const std::function<void(std::span<const uint8_t>)> &take) const
+{
+    std::array<uint8_t, 65536> piece;
+    for (int64_t count = 0; size > 0; start += count, size -= count) {
+        const auto wanted = static_cast<size_t>(std::min<int64_t>(size, piece.size()));
+        count = Read(piece.data(), wanted, start);
+        if (count == 0) {
+            Fail(name_, ": changed while it was read");
+        }
+        take(std::span{piece}.first(static_cast<size_t>(count)));
+    }
 }
 
 void InputFile::CopyTo(int output, const std::string &output_name, int64_t start,
                        int64_t size) const
 {
-    std::array<uint8_t, 65536> piece;
-    while (size > 0) {
-        const auto wanted = static_cast<size_t>(std::min<int64_t>(size, piece.size()));
-        const size_t count = Read(piece.data(), wanted, start);
-        if (count == 0) {
-            Fail(name_, "changed while it was read");
-        }
-        WriteAll(output, output_name, std::span{piece}.first(count));
-        start += static_cast<int64_t>(count);
-        size -= static_cast<int64_t>(count);
-    }
+    ForEachPiece(start, size, [&](auto piece) { WriteAll(output, output_name, piece); });
 }
 
-OutputFile::OutputFile(std::string path, bool replaces, std::span<const char *const> inputs,
+OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
                        const std::string &folder)
-    : name_(path), target_(std::move(path)), replaces_(replaces)
+    : name_(path), target_(FindTarget(path, replaces, inputs)), replaces_(replaces)
 {
-    FindTarget(inputs);
     scratch_ = folder.empty() ? target_ : folder + target_.substr(target_.rfind('/'));
-    scratch_ += Format(".%d", getpid());
-    std::string place = scratch_;
-    fd_ = open(dirname(place.data()), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
-    if (fd_ >= 0) {
-        path_ = PathOf(fd_);
-    } else if (errno == EOPNOTSUPP || errno == EISDIR) {
-        path_ = scratch_;
+    scratch_ += Text('.', getpid());
+    const auto place = std::filesystem::path{scratch_}.parent_path() / ".";
+    fd_ = open(place.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {
         fd_ = open(scratch_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
         has_scratch_ = fd_ >= 0;
     }
     if (fd_ < 0) {
         FailErrno(name_);
     }
-}
-
-void OutputFile::FindTarget(std::span<const char *const> inputs)
-{
-    struct stat found = {};
-    if (name_ == "-") {
-        Fail("-", "only 'extract --region' writes to standard output");
-    }
-    if (stat(name_.c_str(), &found) != 0) {
-        if (lstat(name_.c_str(), &found) == 0) {
-            Fail(name_, "a link that leads nowhere");
-        }
-        return;
-    }
-    for (const char *input : inputs) {
-        struct stat status = {};
-        if (input != nullptr && stat(input, &status) == 0 && status.st_dev == found.st_dev &&
-            status.st_ino == found.st_ino) {
-            Fail(name_, Format("the same file as the input %s", input));
-        }
-    }
-    if (!S_ISREG(found.st_mode)) {
-        Fail(name_, "exists and is not a plain file");
-    }
-    if (!replaces_) {
-        Fail(name_, "exists; --force replaces it");
-    }
-    const std::unique_ptr<char, decltype(&std::free)> real{realpath(name_.c_str(), nullptr),
-                                                           std::free};
-    target_ = real ? real.get() : target_;
+    path_ = has_scratch_ ? scratch_ : PathOf(fd_);
 }
 
 OutputFile::~OutputFile()
@@ -198,10 +181,8 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
     sigset_t previous;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, &previous); // nothing may end between two of the steps
-    std::string failed;
-    if (!new_folder.empty() && mkdir(new_folder.c_str(), 0777) != 0) {
-        failed = new_folder;
-    }
+    std::string failed =
+        new_folder.empty() || mkdir(new_folder.c_str(), 0777) == 0 ? "" : new_folder;
     for (OutputFile *file : files) {
         failed = failed.empty() && !file->TakeName() ? file->name_ : failed;
     }
@@ -216,6 +197,6 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
     }
     sigprocmask(SIG_SETMASK, &previous, nullptr);
     if (!failed.empty()) {
-        Fail(failed, std::strerror(error));
+        Fail(failed, ": ", std::strerror(error));
     }
 }

@@ -24,29 +24,26 @@ constexpr const char *kHelp =
 /// Keeps the name of the command in `command`, if there is one.
 int Run(std::span<char *> words, std::string &command)
 {
-    std::array<char *, 3> help{nullptr, const_cast<char *>("--help"), nullptr};
-    const auto word = [&](size_t i) { return std::string_view{i < words.size() ? words[i] : ""}; };
+    const auto word = [&](size_t i) { return std::string{i < words.size() ? words[i] : ""}; };
+    if (words.size() < 2) {
+        FailUsage("a command is missing");
+    }
     if (word(1) == "-V" || word(1) == "--version") {
         std::puts("fwpack " FWPACK_VERSION);
         return kExitDone;
     }
-    const bool asks = word(1) == "help";
-    if (word(1) == "-h" || word(1) == "--help" ||
-        (asks && (words.size() == 2 || word(2) == "help"))) {
+    const bool asks = word(1) == "help" || word(1) == "-h" || word(1) == "--help";
+    const std::string name = word(asks ? 2 : 1);
+    if (asks && (name.empty() || name == "help")) {
         return PrintHelp(kHelp);
     }
-    if (words.size() < 2) {
-        FailUsage("a command is missing");
-    }
-    words = words.subspan(asks ? 2 : 1);
     for (const Command *row : {&kCreate, &kCheck, &kInfo, &kExtract, &kFlashImage}) {
-        if (word(0) == row->name) {
-            command = " " + std::string{row->name};
-            help[0] = words[0];
-            return RunCommand(*row, asks ? std::span{help}.first(2) : words);
+        if (name == row->name) {
+            command = " " + name;
+            return asks ? PrintHelp(row->help) : RunCommand(*row, words.subspan(1));
         }
     }
-    FailUsage("unknown command '" + std::string{words[0]} + "'");
+    FailUsage("unknown command '" + name + "'");
 }
 
 /// Opens closed standard streams, so that no file gets their numbers. The checks refuse a package
@@ -86,7 +83,7 @@ int main(int argc, char **argv)
         return status;
     }
     if (errno != EPIPE) { // that reader has read enough
-        PrintError("standard output: " + std::string{std::strerror(errno)});
+        PrintError(Text("standard output: ", std::strerror(errno)));
     }
     return kExitRefused;
 }

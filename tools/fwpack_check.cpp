@@ -1,11 +1,24 @@
 #include <algorithm>
 
-#include "tools/board_log.h"
 #include "tools/examine.h"
 #include "tools/options.h"
 
 namespace
 {
+
+constexpr const char *kHelp =
+    "usage: fwpack check [OPTION...] PACKAGE...\n\n"
+    "Says whether a board would accept each PACKAGE ('-': standard input). Makes the board's\n"
+    "checks in the same order, and names the first that fails. With the sizes of the\n"
+    "partitions, a region that does not fit gets its own line: a board would accept it.\n\n"
+    "  -l, --layout N         the layout version that the board expects, by default 1\n"
+    "  -m, --marker TEXT      the marker of the board; only four characters count. Without it,\n"
+    "                         markers are not compared, just as 'upgrade' does; 'xupgrade -i'\n"
+    "                         compares them\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n"
+    "  -q, --quiet            print no verdict; use the exit status\n"
+    "  -v, --verbose          print the checks' lines of the board's log\n";
 
 /// Returns the exit status.
 int CheckOne(const char *path, const PackageExpectation &expectation, const Board &board,
@@ -16,13 +29,12 @@ try {
     if (!quiet) {
         // The worse result first, because scripts read the first line.
         for (const std::string &misfit : found.misfits) {
-            std::printf("%s: %s\n", file.name().c_str(), misfit.c_str());
+            std::puts(Text(file.name(), ": ", misfit).c_str());
         }
-        std::printf("%s: a board would %s%s\n", file.name().c_str(),
-                    !found.refusal.empty()  ? "refuse it: "
-                    : found.misfits.empty() ? "accept it"
-                                            : "accept it: it does not compare sizes",
-                    found.refusal.c_str());
+        const char *verdict = !found.refusal.empty()  ? "refuse it: "
+                              : found.misfits.empty() ? "accept it"
+                                                      : "accept it: it does not compare sizes";
+        std::puts(Text(file.name(), ": a board would ", verdict, found.refusal).c_str());
         found.PrintWarnings(file.name());
     }
     return found.WhyNot().empty() ? kExitDone : kExitRefused;
@@ -31,12 +43,11 @@ try {
     return kExitUsage;
 }
 
-int Check(const Options &options, const Board &board)
+int Check(const Options &options)
 {
-    const int32_t version =
-        options.Number('l', "the layout version is a number").value_or(kPackageLayouts[0].version);
     const PackageExpectation expectation{options.Has('m'), options.Has('m') ? options.Marker() : 0,
-                                         version};
+                                         options.Number('l', kPackageLayouts[0].version)};
+    const Board board = options.GivenBoard();
     if (options.Has('v')) {
         ShowBoardLog();
     }
@@ -55,21 +66,4 @@ int Check(const Options &options, const Board &board)
 
 } // namespace
 
-const Command kCheck{
-    "check",
-    "usage: fwpack check [OPTION...] PACKAGE...\n\n"
-    "Says whether a board would accept each PACKAGE ('-': standard input). Makes the board's\n"
-    "checks in the same order, and names the first that fails. With the sizes of the\n"
-    "partitions, a region that does not fit gets its own line: a board would accept it.\n\n"
-    "  -l, --layout N         the layout version that the board expects, by default 1\n"
-    "  -m, --marker TEXT      the marker of the board; only four characters count. Without it,\n"
-    "                         markers are not compared, just as 'upgrade' does; 'xupgrade -i'\n"
-    "                         compares them\n"
-    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
-    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n"
-    "  -q, --quiet            print no verdict; use the exit status\n"
-    "  -v, --verbose          print the checks' lines of the board's log\n",
-    "",
-    1,
-    SIZE_MAX,
-    Check};
+const Command kCheck{"check", kHelp, "", SIZE_MAX, Check};

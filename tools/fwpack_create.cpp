@@ -8,6 +8,20 @@
 namespace
 {
 
+constexpr const char *kHelp =
+    "usage: fwpack create -l N -m TEXT -k FILE -s FILE -e FILE -o FILE [OPTION...]\n\n"
+    "Makes a firmware package. Fails if a board would refuse it or if it does not fit the\n"
+    "partitions. The output is complete or does not appear at all.\n\n"
+    "  -l, --layout N         %s; in layout 1 the board checks the /etc image too\n"
+    "  -m, --marker TEXT      up to four characters: the OEM marker of the target boards\n"
+    "  -k, --kernel FILE      region 1, for /dev/mtd/1: a kernel image made by mkimage\n"
+    "  -s, --second FILE      region 2, for /dev/mtd/2: anything\n"
+    "  -e, --etc FILE         region 3, for /dev/mtd/3: a JFFS2 image, erase blocks of 64 KiB\n"
+    "  -o, --output FILE      the package\n"
+    "  -f, --force            replace an existing file\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n";
+
 using Inputs = std::array<InputFile, 3>;
 
 void CheckSizes(const Inputs &inputs, const PackageLayout &layout, const Board &board)
@@ -22,7 +36,7 @@ void CheckSizes(const Inputs &inputs, const PackageLayout &layout, const Board &
             fault = "too large: a package must stay below 2 GiB";
         }
         if (!fault.empty()) {
-            Fail(inputs[i].name(), fault);
+            Fail(inputs[i].name(), ": ", fault);
         }
         total += size;
     }
@@ -42,16 +56,17 @@ void Write(const Inputs &inputs, const PackageLayout &layout, uint32_t magic, Ou
     }
 }
 
-int Create(const Options &options, const Board &board)
+int Create(const Options &options)
 {
-    const std::string layouts = "the layout is " + LayoutNames(" or ");
-    const PackageLayout *layout = FindPackageLayout(options.Number('l', layouts).value_or(0));
-    const uint32_t marker = options.Marker();
-    if (layout == nullptr || std::strlen(options.Value('m')) > sizeof(marker)) {
-        FailUsage(layout == nullptr
-                      ? options.Value('l') + (": " + layouts)
-                      : options.Value('m') + std::string{": a marker has at most four characters"});
+    const PackageLayout *layout = FindPackageLayout(options.Number('l', 0));
+    if (layout == nullptr) {
+        FailUsage(Text(options.Value('l'), ": the layout is ", LayoutNames(" or ")));
     }
+    const uint32_t marker = options.Marker();
+    if (std::strlen(options.Value('m')) > sizeof(marker)) {
+        FailUsage(Text(options.Value('m'), ": a marker has at most four characters"));
+    }
+    const Board board = options.GivenBoard();
     const std::array names{options.Value('k'), options.Value('s'), options.Value('e')};
     const Inputs inputs{InputFile{names[0]}, InputFile{names[1]}, InputFile{names[2]}};
     CheckSizes(inputs, *layout, board);
@@ -63,8 +78,8 @@ int Create(const Options &options, const Board &board)
     const Examination found =
         Examine(package, PackageExpectation{true, marker, layout->version}, board);
     if (!found.WhyNot().empty()) {
-        Fail(found.refusal.empty() ? "not made" : "not made, because a board would refuse it",
-             found.WhyNot());
+        Fail("not made",
+             found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
     }
     found.PrintWarnings(options.Value('o'));
     OutputFile::Publish(std::array{&output});
@@ -74,21 +89,4 @@ int Create(const Options &options, const Board &board)
 
 } // namespace
 
-const Command kCreate{
-    "create",
-    "usage: fwpack create -l N -m TEXT -k FILE -s FILE -e FILE -o FILE [OPTION...]\n\n"
-    "Makes a firmware package. Fails if a board would refuse it or if it does not fit the\n"
-    "partitions. The output is complete or does not appear at all.\n\n"
-    "  -l, --layout N         %s; in layout 1 the board checks the /etc image too\n"
-    "  -m, --marker TEXT      up to four characters: the OEM marker of the target boards\n"
-    "  -k, --kernel FILE      region 1, for /dev/mtd/1: a kernel image made by mkimage\n"
-    "  -s, --second FILE      region 2, for /dev/mtd/2: anything\n"
-    "  -e, --etc FILE         region 3, for /dev/mtd/3: a JFFS2 image, erase blocks of 64 KiB\n"
-    "  -o, --output FILE      the package\n"
-    "  -f, --force            replace an existing file\n"
-    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
-    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n",
-    "lmkseo",
-    0,
-    0,
-    Create};
+const Command kCreate{"create", kHelp, "lmkseo", 0, Create};

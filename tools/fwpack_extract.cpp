@@ -1,7 +1,5 @@
 #include <libgen.h>
-#include <unistd.h>
 
-#include <cinttypes>
 #include <deque>
 
 #include "tools/examine.h"
@@ -10,12 +8,21 @@
 namespace
 {
 
-int Extract(const Options &options, const Board & /*board*/)
+constexpr const char *kHelp =
+    "usage: fwpack extract --output-dir DIR [OPTION...] PACKAGE\n"
+    "       fwpack extract --region N --output FILE [OPTION...] PACKAGE\n\n"
+    "Writes the regions of the PACKAGE ('-': standard input) to the files 'kernel', 'second'\n"
+    "and 'etc': all of them or none.\n\n"
+    "  -d, --output-dir DIR   the folder for the files; created if it does not exist\n"
+    "  -r, --region N         only region 1, 2 or 3\n"
+    "  -o, --output FILE      the file for one region; '-' is standard output\n"
+    "  -f, --force            replace existing files\n";
+
+int Extract(const Options &options)
 {
-    const std::string expected = "the region is 1, 2 or 3";
-    const int32_t only = options.Number('r', expected).value_or(0);
+    const int32_t only = options.Number('r', 0);
     if (options.Has('r') && (only < 1 || only > 3)) {
-        FailUsage(options.Value('r') + (": " + expected));
+        FailUsage(Text(options.Value('r'), ": the region is 1, 2 or 3"));
     }
     if (options.Has('d') == options.Has('o') || (options.Has('o') && only == 0)) {
         FailUsage("extract needs --output-dir, or --region and --output");
@@ -31,24 +38,23 @@ int Extract(const Options &options, const Board & /*board*/)
     std::deque<OutputFile> files;
     std::vector<OutputFile *> all;
     std::string report;
-    for (size_t i = 0; i < found.regions.size(); ++i) {
-        const Region &region = found.regions[i];
-        if (only != 0 && i + 1 != static_cast<size_t>(only)) {
+    for (int32_t i = 0; i < 3; ++i) {
+        const Region &region = found.regions.at(i);
+        if (only != 0 && only != i + 1) {
             continue;
         }
         if (!region.is_whole) {
-            Fail(package.name(), Format("region %zu: %s", i + 1, region.fault.c_str()));
+            Fail(package.name(), ": region ", i + 1, ": ", region.reason);
         }
-        const std::string path = options.Has('o')
-                                     ? options.Value('o')
-                                     : Format("%s/%s", options.Value('d'), kRegionNames[i]);
+        const std::string path =
+            options.Has('o') ? options.Value('o') : Text(options.Value('d'), '/', kRegionNames[i]);
         if (path == "-") {
             package.CopyTo(STDOUT_FILENO, "standard output", region.start, region.size);
             return kExitDone;
         }
         all.push_back(&files.emplace_back(path, options.Has('f'), options.operands, beside));
         all.back()->Copy(package, region.start, region.size);
-        report += Format("%s: %" PRId64 " bytes\n", path.c_str(), region.size);
+        report += Text(path, ": ", region.size, " bytes\n");
     }
     OutputFile::Publish(all, new_folder);
     std::fputs(report.c_str(), stdout);
@@ -57,17 +63,4 @@ int Extract(const Options &options, const Board & /*board*/)
 
 } // namespace
 
-const Command kExtract{
-    "extract",
-    "usage: fwpack extract --output-dir DIR [OPTION...] PACKAGE\n"
-    "       fwpack extract --region N --output FILE [OPTION...] PACKAGE\n\n"
-    "Writes the regions of the PACKAGE ('-': standard input) to the files 'kernel', 'second'\n"
-    "and 'etc': all of them or none.\n\n"
-    "  -d, --output-dir DIR   the folder for the files; created if it does not exist\n"
-    "  -r, --region N         only region 1, 2 or 3\n"
-    "  -o, --output FILE      the file for one region; '-' is standard output\n"
-    "  -f, --force            replace existing files\n",
-    "",
-    1,
-    1,
-    Extract};
+const Command kExtract{"extract", kHelp, "", 1, Extract};

@@ -39,42 +39,32 @@ void CheckComplete(const Command &command, const OptionTable &table, const Optio
     for (const option &row : table.options) {
         if (row.val != 0 && std::strchr(command.required, row.val) != nullptr &&
             !given.Has(static_cast<char>(row.val))) {
-            missing += Format("%s--%s", missing.empty() ? "" : ", ", row.name);
+            missing += Text(missing.empty() ? "--" : ", --", row.name);
         }
     }
-    if (missing.empty() && given.operands.size() < command.least_operands) {
+    if (missing.empty() && command.most_operands > 0 && given.operands.empty()) {
         missing = command.most_operands > 1 ? "at least one package" : "a package";
     }
     if (!missing.empty()) {
-        FailUsage(Format("%s needs %s", command.name, missing.c_str()));
+        FailUsage(Text(command.name, " needs ", missing));
     }
     if (given.operands.size() > command.most_operands) {
-        FailUsage(given.operands[command.most_operands] + std::string{": an argument too many"});
+        FailUsage(Text(given.operands[command.most_operands], ": an argument too many"));
     }
-}
-
-Board BoardOf(const Options &options)
-{
-    if (options.Has('p') && options.Has('t')) {
-        FailUsage("--partitions and --mtd exclude each other");
-    }
-    return options.Has('p')   ? Board{ParseSizes(options.Value('p'))}
-           : options.Has('t') ? Board{SizesOf(ReadPartitions(options.Value('t')))}
-                              : std::nullopt;
 }
 
 } // namespace
 
-std::optional<int32_t> Options::Number(char letter, const std::string &expected) const
+int32_t Options::Number(char letter, int32_t otherwise) const
 {
     if (!Has(letter)) {
-        return std::nullopt;
+        return otherwise;
     }
     int32_t number{};
     const char *end = Value(letter) + std::strlen(Value(letter));
     const auto [stopped, error] = std::from_chars(Value(letter), end, number);
     if (error != std::errc{} || stopped != end) {
-        FailUsage(Value(letter) + (": " + expected));
+        FailUsage(Text(Value(letter), ": not a number"));
     }
     return number;
 }
@@ -92,17 +82,25 @@ uint32_t Options::Marker() const
     return MarkerWord(text);
 }
 
+Board Options::GivenBoard() const
+{
+    if (Has('p') && Has('t')) {
+        FailUsage("--partitions and --mtd exclude each other");
+    }
+    return Has('p')   ? ParseSizes(Value('p'))
+           : Has('t') ? SizesOf(ReadPartitions(Value('t')))
+                      : std::nullopt;
+}
+
 int RunCommand(const Command &command, std::span<char *> words)
 {
-    const std::string help = Format(command.help, LayoutNames(" or ").c_str());
-    const OptionTable table{help};
+    const OptionTable table{command.help};
     Options options;
     words[0] = const_cast<char *>("fwpack"); // getopt's messages begin with it
-    optind = 0;                              // restarts getopt
     for (int c; (c = getopt_long(static_cast<int>(words.size()), words.data(),
                                  table.letters.c_str(), table.options.data(), nullptr)) != -1;) {
         if (c == 'h') {
-            return PrintHelp(help);
+            return PrintHelp(command.help);
         }
         if (c == '?') {
             FailUsage("");
@@ -111,14 +109,15 @@ int RunCommand(const Command &command, std::span<char *> words)
     }
     options.operands = words.subspan(static_cast<size_t>(optind));
     CheckComplete(command, table, options);
-    return command.run(options, BoardOf(options));
+    return command.run(options);
 }
 
-int PrintHelp(const std::string &text)
+int PrintHelp(const char *text)
 {
-    std::printf("%s  -h, --help             show this help\n\n"
-                "Exit status: 0 done or accepted; 1 refused or failed; 2 wrong usage or, with "
-                "check,\na package that cannot be read.\n",
-                text.c_str());
+    std::printf(text, LayoutNames(" or ").c_str());
+    std::puts(
+        "  -h, --help             show this help\n\n"
+        "Exit status: 0 done or accepted; 1 refused or failed; 2 wrong usage or, with check,\n"
+        "a package that cannot be read.");
     return kExitDone;
 }

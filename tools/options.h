@@ -16,30 +16,25 @@ struct Options {
         return values.at(static_cast<size_t>(letter));
     }
     [[nodiscard]] bool Has(char letter) const { return Value(letter) != nullptr; }
-    /// A number, if the option was given. Fails with what is `expected` if the value is none.
-    [[nodiscard]] std::optional<int32_t> Number(char letter, const std::string &expected) const;
+    [[nodiscard]] int32_t Number(char letter, int32_t otherwise) const;
     /// The value of -m as the word in a header.
     [[nodiscard]] uint32_t Marker() const;
+    /// From -p or -t.
+    [[nodiscard]] Board GivenBoard() const;
 };
 
 struct Command {
     const char *name;
     const char *help;     ///< each line '  -l, --layout N' in it makes an option; %s is the layouts
     const char *required; ///< letters of options
-    size_t least_operands;
-    size_t most_operands;
-    /// Returns the exit status. `board` is from the options -p and -t.
-    int (*run)(const Options &options, const Board &board);
+    size_t most_operands; ///< and at least one, unless it takes none
+    int (*run)(const Options &options); ///< returns the exit status
 };
 
-extern const Command kCreate;
-extern const Command kCheck;
-extern const Command kInfo;
-extern const Command kExtract;
-extern const Command kFlashImage;
+extern const Command kCreate, kCheck, kInfo, kExtract, kFlashImage;
 
 /// Runs a command; `words` begins with its name. Returns the exit status.
 int RunCommand(const Command &command, std::span<char *> words);
 
 /// Prints the text, the option -h and the meaning of the exit statuses. Returns kExitDone.
-int PrintHelp(const std::string &text);
+int PrintHelp(const char *text);

@@ -1,27 +1,16 @@
 #include "tools/text.h"
 
+#include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "flash/package.h"
-
-void PrintError(const std::string &message)
-{
-    std::fflush(stdout); // main checks its errors
-    std::fprintf(stderr, "fwpack: %s\n", message.c_str());
-}
-
-void Fail(const std::string &name, const std::string &reason)
-{
-    throw Failure{name + ": " + reason};
-}
+#include "util/byte_order.h"
 
 void FailErrno(const std::string &name)
 {
-    Fail(name, std::strerror(errno));
+    Fail(name, ": ", std::strerror(errno));
 }
 
 void FailUsage(const std::string &message)
@@ -29,16 +18,17 @@ void FailUsage(const std::string &message)
     throw Failure{message, kExitUsage};
 }
 
-std::string Format(const char *format, ...)
+void PrintError(const std::string &message)
 {
-    va_list arguments;
-    va_start(arguments, format);
-    char *text = nullptr;
-    const int length = vasprintf(&text, format, arguments);
-    va_end(arguments);
-    std::string copy(length >= 0 ? text : "");
-    std::free(length >= 0 ? text : nullptr);
-    return copy;
+    std::fflush(stdout); // main checks its errors
+    std::fprintf(stderr, "fwpack: %s\n", message.c_str());
+}
+
+std::string Hex(uint32_t number, int digits)
+{
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%0*x", digits, number);
+    return text.data();
 }
 
 std::string Printable(std::string_view text)
@@ -52,16 +42,14 @@ std::string Printable(std::string_view text)
 
 std::string MagicBytes(uint32_t magic)
 {
-    std::string bytes;
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes += static_cast<char>((magic >> shift) & 0xFF);
-    }
-    return bytes;
+    std::array<uint8_t, 4> bytes;
+    StoreLe32(bytes.data(), magic);
+    return {bytes.begin(), bytes.end()};
 }
 
 std::string MarkerText(uint32_t magic)
 {
-    return Format("\"%s\" (%08x)", Printable(MagicBytes(magic)).c_str(), magic);
+    return Text('"', Printable(MagicBytes(magic)), "\" (", Hex(magic), ")");
 }
 
 std::string LayoutNames(const char *separator)
