@@ -64,12 +64,9 @@ KernelImage ReadKernel(const char *path, int64_t offset, bool is_good)
         NameOf(header.operating_system, {{2, "NetBSD"}, {5, "Linux"}, {17, "firmware"}});
     image.architecture =
         NameOf(header.architecture, {{2, "ARM"}, {3, "x86"}, {5, "MIPS"}, {22, "AArch64"}});
-    image.type = NameOf(header.type, {{1, "standalone program"},
-                                      {2, "kernel"},
-                                      {3, "RAM disk"},
-                                      {4, "multi-file image"},
-                                      {5, "firmware"},
-                                      {6, "script"}});
+    image.type = NameOf(
+        header.type,
+        {{1, "standalone program"}, {2, "kernel"}, {3, "RAM disk"}, {4, "multi-file image"}});
     image.compression = NameOf(
         header.compression,
         {{0, "not compressed"}, {1, "gzip"}, {2, "bzip2"}, {3, "lzma"}, {4, "lzo"}, {5, "lz4"}});
@@ -223,13 +220,14 @@ void JudgeContents(bool is_jffs2, Examination &found)
     judge(kernel, is_image ? "kernel image" : "no kernel image",
           found.kernel.fault.empty() ? "ok" : "bad", found.kernel.fault);
     judge(second, "not examined", "not examined", "");
-    if (is_jffs2) {
-        judge(etc, "JFFS2 at every 64 KiB", "ok", "");
-        return;
-    }
-    const char *fault = "not JFFS2 at every 64 KiB";
-    judge(etc, fault, package.layout.checks_file_system ? "bad" : "not examined", fault);
-    if (!package.layout.checks_file_system) {
+    const bool is_checked = package.layout.checks_file_system;
+    const char *fault = is_jffs2 ? "" : "not JFFS2 at every 64 KiB";
+    judge(etc, is_jffs2 ? "JFFS2 at every 64 KiB" : "",
+          is_jffs2     ? "ok"
+          : is_checked ? "bad"
+                       : "not examined",
+          fault);
+    if (!is_jffs2 && !is_checked) {
         found.warnings.push_back(Text("region 3 is ", fault,
                                       "; a board does not check that in layout ",
                                       package.header.version));
@@ -262,10 +260,8 @@ Examination Locate(const InputFile &file, const std::optional<PackageExpectation
     if (const auto *refused = std::get_if<HeaderRefusal>(&opened)) {
         const std::string kind = WhatItLooksLike(file);
         found.refusal = Describe(*refused, asked, kind);
-        if (!expectation) {
-            Fail(file.name(), ": not a firmware package",
-                 kind.empty() ? ": " + found.refusal : kind);
-        }
+        FailIf(!expectation, file.name(), ": not a firmware package",
+               kind.empty() ? ": " + found.refusal : kind);
         return found;
     }
     found.package = std::get<Package>(opened);

@@ -36,37 +36,22 @@ std::string PathOf(int fd)
     return Text("/proc/self/fd/", fd);
 }
 
-void WriteAll(int fd, const std::string &name, std::span<const uint8_t> bytes)
-{
-    if (full_write(fd, bytes.data(), static_cast<ssize_t>(bytes.size())) < 0) {
-        FailErrno(name);
-    }
-}
-
 /// The file that an output with this name makes or replaces.
 std::string FindTarget(const std::string &name, bool replaces, std::span<const char *const> inputs)
 {
     std::error_code error; // what fails here fails with a message when the output is opened
-    if (name == "-") {
-        Fail("-: only 'extract --region' writes to standard output");
-    }
+    FailIf(name == "-", "-: only 'extract --region' writes to standard output");
     if (!std::filesystem::exists(name, error)) {
-        if (std::filesystem::is_symlink(name, error)) {
-            Fail(name, ": a link that leads nowhere");
-        }
+        FailIf(std::filesystem::is_symlink(name, error), name, ": a link that leads nowhere");
         return name;
     }
     for (const char *input : inputs) {
-        if (input != nullptr && std::filesystem::equivalent(input, name, error)) {
-            Fail(name, ": the same file as the input ", input);
-        }
+        FailIf(input != nullptr && std::filesystem::equivalent(input, name, error), name,
+               ": the same file as the input ", input);
     }
-    if (!std::filesystem::is_regular_file(name, error)) {
-        Fail(name, ": exists and is not a plain file");
-    }
-    if (!replaces) {
-        Fail(name, ": exists; --force replaces it");
-    }
+    FailIf(!std::filesystem::is_regular_file(name, error), name,
+           ": exists and is not a plain file");
+    FailIf(!replaces, name, ": exists; --force replaces it");
     return std::filesystem::canonical(name, error);
 }
 
@@ -80,21 +65,16 @@ InputFile::InputFile(const std::string &name)
       path_(name == "-" ? PathOf(fd_.get()) : name)
 {
     struct stat status = {};
-    if (!fd_ || fstat(fd_.get(), &status) != 0) {
-        FailErrno(name_);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        Fail(name_, ": ", S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
-    }
+    FailErrnoIf(!fd_ || fstat(fd_.get(), &status) != 0, name_);
+    FailIf(!S_ISREG(status.st_mode), name_, ": ",
+           S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
     size_ = status.st_size;
 }
 
 int64_t InputFile::Read(void *bytes, size_t size, int64_t start) const
 {
     const ssize_t count = pread(fd_.get(), bytes, size, start);
-    if (count < 0) {
-        FailErrno(name_);
-    }
+    FailErrnoIf(count < 0, name_);
     return count;
 }
 
@@ -105,17 +85,9 @@ void InputFile::ForEachPiece(int64_t start, int64_t size,
     for (int64_t count = 0; size > 0; start += count, size -= count) {
         const auto wanted = static_cast<size_t>(std::min<int64_t>(size, piece.size()));
         count = Read(piece.data(), wanted, start);
-        if (count == 0) {
-            Fail(name_, ": changed while it was read");
-        }
+        FailIf(count == 0, name_, ": changed while it was read");
         take(std::span{piece}.first(static_cast<size_t>(count)));
     }
-}
-
-void InputFile::CopyTo(int output, const std::string &output_name, int64_t start,
-                       int64_t size) const
-{
-    ForEachPiece(start, size, [&](auto piece) { WriteAll(output, output_name, piece); });
 }
 
 OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
@@ -130,9 +102,7 @@ OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const c
         fd_ = open(scratch_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
         has_scratch_ = fd_ >= 0;
     }
-    if (fd_ < 0) {
-        FailErrno(name_);
-    }
+    FailErrnoIf(fd_ < 0, name_);
     path_ = has_scratch_ ? scratch_ : PathOf(fd_);
 }
 
@@ -146,12 +116,12 @@ OutputFile::~OutputFile()
 
 void OutputFile::Write(std::span<const uint8_t> bytes)
 {
-    WriteAll(fd_, name_, bytes);
+    FailErrnoIf(full_write(fd_, bytes.data(), static_cast<ssize_t>(bytes.size())) < 0, name_);
 }
 
 void OutputFile::Copy(const InputFile &input, int64_t start, int64_t size)
 {
-    input.CopyTo(fd_, name_, start, size);
+    input.ForEachPiece(start, size, [this](auto piece) { Write(piece); });
 }
 
 /// A name that others see exists only for the moment of the renaming. Returns false, with errno, if
@@ -173,9 +143,7 @@ bool OutputFile::TakeName()
 void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &new_folder)
 {
     for (const OutputFile *file : files) {
-        if (fsync(file->fd_) != 0) {
-            FailErrno(file->name_);
-        }
+        FailErrnoIf(fsync(file->fd_) != 0, file->name_);
     }
     sigset_t all;
     sigset_t previous;
@@ -196,7 +164,5 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
         rmdir(new_folder.c_str());
     }
     sigprocmask(SIG_SETMASK, &previous, nullptr);
-    if (!failed.empty()) {
-        Fail(failed, ": ", std::strerror(error));
-    }
+    FailIf(!failed.empty(), failed, ": ", std::strerror(error));
 }

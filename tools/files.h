@@ -25,7 +25,6 @@ public:
     /// Reads `size` bytes and hands them over in pieces.
     void ForEachPiece(int64_t start, int64_t size,
                       const std::function<void(std::span<const uint8_t>)> &take) const;
-    void CopyTo(int output, const std::string &output_name, int64_t start, int64_t size) const;
     /// 64 hexadecimal digits, or an empty text if fwpack was built without libcrypto.
     [[nodiscard]] std::string Sha256(int64_t start, int64_t size) const;
 

@@ -25,9 +25,7 @@ constexpr const char *kHelp =
 int Run(std::span<char *> words, std::string &command)
 {
     const auto word = [&](size_t i) { return std::string{i < words.size() ? words[i] : ""}; };
-    if (words.size() < 2) {
-        FailUsage("a command is missing");
-    }
+    FailUsageIf(words.size() < 2, "a command is missing");
     if (word(1) == "-V" || word(1) == "--version") {
         std::puts("fwpack " FWPACK_VERSION);
         return kExitDone;
@@ -43,7 +41,7 @@ int Run(std::span<char *> words, std::string &command)
             return asks ? PrintHelp(row->help) : RunCommand(*row, words.subspan(1));
         }
     }
-    FailUsage("unknown command '" + name + "'");
+    throw Failure{"unknown command '" + name + "'", kExitUsage};
 }
 
 /// Opens closed standard streams, so that no file gets their numbers. The checks refuse a package

@@ -2,6 +2,7 @@
 
 #include "tools/examine.h"
 #include "tools/options.h"
+#include "util/number.h"
 
 namespace
 {
@@ -45,8 +46,10 @@ try {
 
 int Check(const Options &options)
 {
-    const PackageExpectation expectation{options.Has('m'), options.Has('m') ? options.Marker() : 0,
-                                         options.Number('l', kPackageLayouts[0].version)};
+    const bool has_marker = options.Has('m');
+    const int32_t layout = options.Has('l') ? CUTIL_ParseDecimal(options.Value('l')) : 1;
+    FailUsageIf(layout < 0, "the layout version is a number");
+    const PackageExpectation expectation{has_marker, has_marker ? options.Marker() : 0, layout};
     const Board board = options.GivenBoard();
     if (options.Has('v')) {
         ShowBoardLog();

@@ -4,6 +4,7 @@
 #include "tools/examine.h"
 #include "tools/options.h"
 #include "util/byte_order.h"
+#include "util/number.h"
 
 namespace
 {
@@ -35,9 +36,7 @@ void CheckSizes(const Inputs &inputs, const PackageLayout &layout, const Board &
         if (fault.empty() && size > std::numeric_limits<int32_t>::max() - total) {
             fault = "too large: a package must stay below 2 GiB";
         }
-        if (!fault.empty()) {
-            Fail(inputs[i].name(), ": ", fault);
-        }
+        FailIf(!fault.empty(), inputs[i].name(), ": ", fault);
         total += size;
     }
 }
@@ -58,14 +57,11 @@ void Write(const Inputs &inputs, const PackageLayout &layout, uint32_t magic, Ou
 
 int Create(const Options &options)
 {
-    const PackageLayout *layout = FindPackageLayout(options.Number('l', 0));
-    if (layout == nullptr) {
-        FailUsage(Text(options.Value('l'), ": the layout is ", LayoutNames(" or ")));
-    }
+    const PackageLayout *layout = FindPackageLayout(CUTIL_ParseDecimal(options.Value('l')));
+    FailUsageIf(layout == nullptr, options.Value('l'), ": the layout is ", LayoutNames(" or "));
     const uint32_t marker = options.Marker();
-    if (std::strlen(options.Value('m')) > sizeof(marker)) {
-        FailUsage(Text(options.Value('m'), ": a marker has at most four characters"));
-    }
+    FailUsageIf(std::strlen(options.Value('m')) > sizeof(marker), options.Value('m'),
+                ": a marker has at most four characters");
     const Board board = options.GivenBoard();
     const std::array names{options.Value('k'), options.Value('s'), options.Value('e')};
     const Inputs inputs{InputFile{names[0]}, InputFile{names[1]}, InputFile{names[2]}};
@@ -77,10 +73,8 @@ int Create(const Options &options)
     const InputFile package{output.path()};
     const Examination found =
         Examine(package, PackageExpectation{true, marker, layout->version}, board);
-    if (!found.WhyNot().empty()) {
-        Fail("not made",
-             found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
-    }
+    FailIf(!found.WhyNot().empty(), "not made",
+           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
     found.PrintWarnings(options.Value('o'));
     OutputFile::Publish(std::array{&output});
     SayWhetherCompared(board);

@@ -4,6 +4,7 @@
 
 #include "tools/examine.h"
 #include "tools/options.h"
+#include "util/number.h"
 
 namespace
 {
@@ -20,13 +21,11 @@ constexpr const char *kHelp =
 
 int Extract(const Options &options)
 {
-    const int32_t only = options.Number('r', 0);
-    if (options.Has('r') && (only < 1 || only > 3)) {
-        FailUsage(Text(options.Value('r'), ": the region is 1, 2 or 3"));
-    }
-    if (options.Has('d') == options.Has('o') || (options.Has('o') && only == 0)) {
-        FailUsage("extract needs --output-dir, or --region and --output");
-    }
+    const int32_t only = options.Has('r') ? CUTIL_ParseDecimal(options.Value('r')) : 0;
+    FailUsageIf(options.Has('r') && (only < 1 || only > 3), options.Value('r'),
+                ": the region is 1, 2 or 3");
+    FailUsageIf(options.Has('d') == options.Has('o') || (options.Has('o') && only == 0),
+                "extract needs --output-dir, or --region and --output");
     // Files for a new folder are written beside it. So nothing is left if fwpack is interrupted.
     const bool is_new = options.Has('d') && access(options.Value('d'), F_OK) != 0;
     const std::string new_folder = is_new ? options.Value('d') : "";
@@ -43,13 +42,13 @@ int Extract(const Options &options)
         if (only != 0 && only != i + 1) {
             continue;
         }
-        if (!region.is_whole) {
-            Fail(package.name(), ": region ", i + 1, ": ", region.reason);
-        }
+        FailIf(!region.is_whole, package.name(), ": region ", i + 1, ": ", region.reason);
         const std::string path =
             options.Has('o') ? options.Value('o') : Text(options.Value('d'), '/', kRegionNames[i]);
         if (path == "-") {
-            package.CopyTo(STDOUT_FILENO, "standard output", region.start, region.size);
+            package.ForEachPiece(region.start, region.size, [](auto piece) {
+                std::fwrite(piece.data(), 1, piece.size(), stdout); // main checks its errors
+            });
             return kExitDone;
         }
         all.push_back(&files.emplace_back(path, options.Has('f'), options.operands, beside));

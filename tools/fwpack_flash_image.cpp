@@ -41,9 +41,7 @@ std::vector<Piece> FindPieces(const Options &options, const Board &board,
     if (options.Has('P')) {
         const InputFile &package = inputs.emplace_back(options.Value('P'));
         const Examination found = Examine(package, std::nullopt, board);
-        if (!found.WhyNot().empty()) {
-            Fail(package.name(), ": ", found.WhyNot());
-        }
+        FailIf(!found.WhyNot().empty(), package.name(), ": ", found.WhyNot());
         found.PrintWarnings(package.name());
         for (size_t i = 0; i < found.regions.size(); ++i) {
             pieces[i + 1] = {&package, found.regions[i].start, found.regions[i].size};
@@ -65,9 +63,8 @@ void Fill(OutputFile &output, int64_t size)
 
 int FlashImage(const Options &options)
 {
-    if (options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e'))) {
-        FailUsage("flash-image needs either --package or images");
-    }
+    FailUsageIf(options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e')),
+                "flash-image needs either --package or images");
     const std::vector<Partition> table = ReadPartitions(options.Value('T'));
     std::deque<InputFile> inputs;
     std::vector<Piece> pieces = FindPieces(options, SizesOf(table), inputs);
@@ -79,14 +76,11 @@ int FlashImage(const Options &options)
     for (size_t i = 0; i < table.size(); ++i) {
         const auto &[label, start, size] = table[i];
         const auto &[input, offset, length] = pieces[i];
-        if (start < end) {
-            Fail(options.Value('T'), ": ",
-                 start < 0 ? "does not say where the partitions start"
-                           : label + " begins before the end of the one above");
-        }
-        if (length > size) {
-            Fail(input->name(), ": too large for ", label, ": ", length, " bytes of ", size);
-        }
+        FailIf(start < end, options.Value('T'), ": ",
+               start < 0 ? "does not say where the partitions start"
+                         : label + " begins before the end of the one above");
+        FailIf(length > size, input == nullptr ? "" : input->name(), ": too large for ", label,
+               ": ", length, " bytes of ", size);
         Fill(output, start - end);
         if (input != nullptr) {
             output.Copy(*input, offset, length);

@@ -97,10 +97,10 @@ void PrintText(const Examination &found)
     std::puts("\nregion      offset        size  contents");
     for (size_t i = 0; i < found.regions.size(); ++i) {
         const Region &region = found.regions[i];
-        const bool has_reason = !region.reason.empty() && region.reason != region.contents;
         std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s\n", i + 1, region.start, region.size,
-                    Text(region.contents, has_reason && *region.contents != '\0' ? "; " : "",
-                         has_reason ? region.reason : "")
+                    Text(region.contents,
+                         *region.contents == '\0' || region.reason.empty() ? "" : "; ",
+                         region.reason)
                         .c_str());
         PrintRows(16, {{"        SHA-256", region.sha256}});
     }

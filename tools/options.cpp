@@ -2,7 +2,6 @@
 
 #include <getopt.h>
 
-#include <charconv>
 #include <cstring>
 #include <deque>
 
@@ -45,48 +44,28 @@ void CheckComplete(const Command &command, const OptionTable &table, const Optio
     if (missing.empty() && command.most_operands > 0 && given.operands.empty()) {
         missing = command.most_operands > 1 ? "at least one package" : "a package";
     }
-    if (!missing.empty()) {
-        FailUsage(Text(command.name, " needs ", missing));
-    }
+    FailUsageIf(!missing.empty(), command.name, " needs ", missing);
     if (given.operands.size() > command.most_operands) {
-        FailUsage(Text(given.operands[command.most_operands], ": an argument too many"));
+        const char *word = given.operands[command.most_operands];
+        throw Failure{Text(word, ": an argument too many"), kExitUsage};
     }
 }
 
 } // namespace
 
-int32_t Options::Number(char letter, int32_t otherwise) const
-{
-    if (!Has(letter)) {
-        return otherwise;
-    }
-    int32_t number{};
-    const char *end = Value(letter) + std::strlen(Value(letter));
-    const auto [stopped, error] = std::from_chars(Value(letter), end, number);
-    if (error != std::errc{} || stopped != end) {
-        FailUsage(Text(Value(letter), ": not a number"));
-    }
-    return number;
-}
-
 uint32_t Options::Marker() const
 {
     const std::string_view text = Value('m');
-    if (text.empty()) {
-        FailUsage("the marker is empty");
-    }
+    FailUsageIf(text.empty(), "the marker is empty");
     // A value in the board's files ends at these characters.
-    if (text.find_first_of("=\r\n") != std::string_view::npos) {
-        FailUsage("the marker has a '=' or a line end, which no board's configuration can hold");
-    }
+    FailUsageIf(text.find_first_of("=\r\n") != std::string_view::npos,
+                "the marker has a '=' or a line end, which no board's configuration can hold");
     return MarkerWord(text);
 }
 
 Board Options::GivenBoard() const
 {
-    if (Has('p') && Has('t')) {
-        FailUsage("--partitions and --mtd exclude each other");
-    }
+    FailUsageIf(Has('p') && Has('t'), "--partitions and --mtd exclude each other");
     return Has('p')   ? ParseSizes(Value('p'))
            : Has('t') ? SizesOf(ReadPartitions(Value('t')))
                       : std::nullopt;
@@ -102,9 +81,7 @@ int RunCommand(const Command &command, std::span<char *> words)
         if (c == 'h') {
             return PrintHelp(command.help);
         }
-        if (c == '?') {
-            FailUsage("");
-        }
+        FailUsageIf(c == '?', "");
         options.values.at(static_cast<size_t>(c)) = optarg != nullptr ? optarg : "";
     }
     options.operands = words.subspan(static_cast<size_t>(optind));

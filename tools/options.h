@@ -16,7 +16,6 @@ struct Options {
         return values.at(static_cast<size_t>(letter));
     }
     [[nodiscard]] bool Has(char letter) const { return Value(letter) != nullptr; }
-    [[nodiscard]] int32_t Number(char letter, int32_t otherwise) const;
     /// The value of -m as the word in a header.
     [[nodiscard]] uint32_t Marker() const;
     /// From -p or -t.

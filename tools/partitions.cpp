@@ -37,18 +37,15 @@ Board ParseSizes(const std::string &text)
         const char *word = strsep(&rest, ",");
         size = word != nullptr ? ParseBytes(word) : 0;
     }
-    if (rest != nullptr || std::ranges::min(sizes) <= 0) {
-        FailUsage(text + ": the partitions are three sizes, as in 0x580000,8M,2048K");
-    }
+    FailUsageIf(rest != nullptr || std::ranges::min(sizes) <= 0,
+                text + ": the partitions are three sizes, as in 0x580000,8M,2048K");
     return sizes;
 }
 
 std::vector<Partition> ReadPartitions(const char *path)
 {
     File file{path, "r"};
-    if (!file) {
-        FailErrno(path);
-    }
+    FailErrnoIf(!file, path);
     std::vector<Partition> table;
     std::array<char, 256> line{};
     for (int number = 1; file.ReadLine(line) != 0; ++number) {
@@ -67,14 +64,12 @@ std::vector<Partition> ReadPartitions(const char *path)
             continue;
         }
         table.push_back({words[0], ParseBytes(words[1]), ParseBytes(words[2])});
-        if (table.back().start < 0 || table.back().size <= 0 || !words[3].empty()) {
-            Fail(path, ": line ", number, " is not 'NAME START SIZE'");
-        }
+        FailIf(table.back().start < 0 || table.back().size <= 0 || !words[3].empty(), path,
+               ": line ", number, " is not 'NAME START SIZE'");
     }
     for (size_t i = 1; i <= 3; ++i) {
-        if (table.size() <= i || table[i].size == 0) {
-            Fail(path, ": not a saved /proc/mtd or a table: it has no size of mtd", i);
-        }
+        FailIf(table.size() <= i || table[i].size == 0, path,
+               ": not a saved /proc/mtd or a table: it has no size of mtd", i);
     }
     return table;
 }

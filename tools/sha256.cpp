@@ -16,9 +16,8 @@ std::string InputFile::Sha256(int64_t start, int64_t size) const
         is_good = is_good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
     });
     std::array<uint8_t, 32> digest{};
-    if (!is_good || EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1) {
-        Fail(name_, ": could not be hashed");
-    }
+    FailIf(!is_good || EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1, name_,
+           ": could not be hashed");
     std::string text;
     for (const uint8_t byte : digest) {
         text += Hex(byte, 2);

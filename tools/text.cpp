@@ -8,14 +8,9 @@
 #include "flash/package.h"
 #include "util/byte_order.h"
 
-void FailErrno(const std::string &name)
+void FailErrnoIf(bool is_wrong, const std::string &name)
 {
-    Fail(name, ": ", std::strerror(errno));
-}
-
-void FailUsage(const std::string &message)
-{
-    throw Failure{message, kExitUsage};
+    FailIf(is_wrong, name, ": ", std::strerror(errno));
 }
 
 void PrintError(const std::string &message)

@@ -25,14 +25,25 @@ std::string Text(const Parts &...parts)
     return text.str();
 }
 
-/// Throws a Failure, with a message of these parts.
+/// Ends the command with a message of these parts.
 template<typename... Parts>
-[[noreturn]] void Fail(const Parts &...parts)
+void FailIf(bool is_wrong, const Parts &...parts)
 {
-    throw Failure{Text(parts...)};
+    if (is_wrong) {
+        throw Failure{Text(parts...)};
+    }
 }
-[[noreturn]] void FailErrno(const std::string &name); ///< with errno's text
-[[noreturn]] void FailUsage(const std::string &message);
+
+template<typename... Parts>
+void FailUsageIf(bool is_wrong, const Parts &...parts)
+{
+    if (is_wrong) {
+        throw Failure{Text(parts...), kExitUsage};
+    }
+}
+
+/// Ends the command with the name and errno's text.
+void FailErrnoIf(bool is_wrong, const std::string &name);
 
 /// Prints "fwpack: " and the message on standard error, after flushing standard output.
 void PrintError(const std::string &message);
