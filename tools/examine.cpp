@@ -121,16 +121,14 @@ std::string CompareEtc(const InputFile &file, const Region &region, int64_t part
 /// A text such as " (it looks like a bare kernel image)"; empty for an unknown kind of file.
 std::string WhatItLooksLike(const InputFile &file)
 {
-    std::array<uint8_t, 2> magic{};
-    file.Read(magic.data(), magic.size(), 0);
-    for (const auto &[first, second, name] : {std::tuple{0x27, 0x05, "bare kernel image"},
-                                              {0x85, 0x19, "JFFS2 image"},
-                                              {0x1F, 0x8B, "gzip file"}}) {
-        if (magic[0] == first && magic[1] == second) {
-            return Text(" (it looks like a ", name, ")");
-        }
-    }
-    return "";
+    std::array<uint8_t, 2> bytes{};
+    file.Read(bytes.data(), bytes.size(), 0);
+    const int magic = bytes[0] << 8 | bytes[1];
+    const char *kind = magic == 0x2705   ? "bare kernel image"
+                       : magic == 0x8519 ? "JFFS2 image"
+                       : magic == 0x1F8B ? "gzip file"
+                                         : nullptr;
+    return kind == nullptr ? "" : Text(" (it looks like a ", kind, ")");
 }
 
 std::string Describe(const HeaderRefusal &refusal, const PackageExpectation &expectation,
@@ -251,11 +249,10 @@ void Examination::PrintWarnings(const std::string &name) const
 Examination Locate(const InputFile &file, const std::optional<PackageExpectation> &expectation)
 {
     Examination found{};
-    PackageExpectation asked{};
     std::array<uint8_t, 4> version{};
     file.Read(version.data(), version.size(), 4);
-    asked.version = static_cast<int32_t>(LoadLe32(version.data()));
-    asked = expectation.value_or(asked);
+    const auto stated = static_cast<int32_t>(LoadLe32(version.data()));
+    const auto asked = expectation.value_or(PackageExpectation{false, 0, stated});
     const auto opened = ReadPackage(file.path(), asked);
     if (const auto *refused = std::get_if<HeaderRefusal>(&opened)) {
         const std::string kind = WhatItLooksLike(file);

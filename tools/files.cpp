@@ -90,14 +90,18 @@ void InputFile::ForEachPiece(int64_t start, int64_t size,
     }
 }
 
-OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
-                       const std::string &folder)
+OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs)
     : name_(path), target_(FindTarget(path, replaces, inputs)), replaces_(replaces)
 {
-    scratch_ = folder.empty() ? target_ : folder + target_.substr(target_.rfind('/'));
+    std::error_code error;
+    const std::filesystem::path target{target_};
+    std::filesystem::path folder = target.parent_path();
+    if (!folder.empty() && !std::filesystem::exists(folder, error)) {
+        folder = folder.parent_path(); // beside a new folder
+    }
+    scratch_ = folder / target.filename();
     scratch_ += Text('.', getpid());
-    const auto place = std::filesystem::path{scratch_}.parent_path() / ".";
-    fd_ = open(place.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    fd_ = open((folder / ".").c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
     if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {
         fd_ = open(scratch_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
         has_scratch_ = fd_ >= 0;
@@ -140,7 +144,7 @@ bool OutputFile::TakeName()
     return is_new_;
 }
 
-void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &new_folder)
+void OutputFile::Publish(std::span<OutputFile *const> files, const char *folder)
 {
     for (const OutputFile *file : files) {
         FailErrnoIf(fsync(file->fd_) != 0, file->name_);
@@ -149,8 +153,8 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
     sigset_t previous;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, &previous); // nothing may end between two of the steps
-    std::string failed =
-        new_folder.empty() || mkdir(new_folder.c_str(), 0777) == 0 ? "" : new_folder;
+    const bool is_folder_new = folder != nullptr && mkdir(folder, 0777) == 0;
+    std::string failed;
     for (OutputFile *file : files) {
         failed = failed.empty() && !file->TakeName() ? file->name_ : failed;
     }
@@ -160,8 +164,8 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
             unlink(file->target_.c_str());
         }
     }
-    if (!failed.empty() && failed != new_folder) {
-        rmdir(new_folder.c_str());
+    if (!failed.empty() && is_folder_new) {
+        rmdir(folder);
     }
     sigprocmask(SIG_SETMASK, &previous, nullptr);
     FailIf(!failed.empty(), failed, ": ", std::strerror(error));

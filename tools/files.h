@@ -44,9 +44,7 @@ public:
     /// link, the file that it leads to is replaced.
     ///
     /// @param inputs  the names of the inputs; null for none
-    /// @param folder  exists on the same file system; empty for the folder of `path`
-    OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
-               const std::string &folder = "");
+    OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
@@ -55,9 +53,9 @@ public:
 
     void Write(std::span<const uint8_t> bytes);
     void Copy(const InputFile &input, int64_t start, int64_t size);
-    /// Writes all data to the disk, creates `new_folder` if it is not empty, and names the files:
-    /// all, or none if that fails.
-    static void Publish(std::span<OutputFile *const> files, const std::string &new_folder = "");
+    /// Writes all data to the disk, creates the folder if it is given and missing, and names the
+    /// files: all, or none if that fails.
+    static void Publish(std::span<OutputFile *const> files, const char *folder = nullptr);
 
 private:
     bool TakeName();

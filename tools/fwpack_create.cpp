@@ -30,13 +30,12 @@ void CheckSizes(const Inputs &inputs, const PackageLayout &layout, const Board &
     int64_t total = layout.header_length;
     for (size_t i = 0; i < inputs.size(); ++i) {
         const int64_t size = inputs[i].size();
-        std::string fault = size == 0 ? "empty" : WhyTooLarge(i, size, board);
+        const std::string fault = size == 0 ? "empty" : WhyTooLarge(i, size, board);
+        FailIf(!fault.empty(), inputs[i].name(), ": ", fault);
         // The header's words and the board's file offsets have 31 bits. Compare before adding: a
         // file may be as large as its file system allows.
-        if (fault.empty() && size > std::numeric_limits<int32_t>::max() - total) {
-            fault = "too large: a package must stay below 2 GiB";
-        }
-        FailIf(!fault.empty(), inputs[i].name(), ": ", fault);
+        FailIf(size > std::numeric_limits<int32_t>::max() - total, inputs[i].name(),
+               ": too large: a package must stay below 2 GiB");
         total += size;
     }
 }

@@ -1,5 +1,3 @@
-#include <libgen.h>
-
 #include <deque>
 
 #include "tools/examine.h"
@@ -26,12 +24,6 @@ int Extract(const Options &options)
                 ": the region is 1, 2 or 3");
     FailUsageIf(options.Has('d') == options.Has('o') || (options.Has('o') && only == 0),
                 "extract needs --output-dir, or --region and --output");
-    // Files for a new folder are written beside it. So nothing is left if fwpack is interrupted.
-    const bool is_new = options.Has('d') && access(options.Value('d'), F_OK) != 0;
-    const std::string new_folder = is_new ? options.Value('d') : "";
-    std::string beside = new_folder;
-    beside = is_new ? dirname(beside.data()) : "";
-
     const InputFile package{options.operands[0]};
     const Examination found = Locate(package, std::nullopt);
     std::deque<OutputFile> files;
@@ -51,11 +43,11 @@ int Extract(const Options &options)
             });
             return kExitDone;
         }
-        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands, beside));
+        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands));
         all.back()->Copy(package, region.start, region.size);
         report += Text(path, ": ", region.size, " bytes\n");
     }
-    OutputFile::Publish(all, new_folder);
+    OutputFile::Publish(all, options.Value('d'));
     std::fputs(report.c_str(), stdout);
     return kExitDone;
 }

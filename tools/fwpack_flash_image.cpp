@@ -79,10 +79,10 @@ int FlashImage(const Options &options)
         FailIf(start < end, options.Value('T'), ": ",
                start < 0 ? "does not say where the partitions start"
                          : label + " begins before the end of the one above");
-        FailIf(length > size, input == nullptr ? "" : input->name(), ": too large for ", label,
-               ": ", length, " bytes of ", size);
         Fill(output, start - end);
         if (input != nullptr) {
+            FailIf(length > size, input->name(), ": too large for ", label, ": ", length,
+                   " bytes of ", size);
             output.Copy(*input, offset, length);
         }
         Fill(output, size - length);

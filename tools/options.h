@@ -1,4 +1,4 @@
-// The command lines of fwpack.
+// The commands of fwpack and their options.
 #pragma once
 
 #include <span>
@@ -31,9 +31,3 @@ struct Command {
 };
 
 extern const Command kCreate, kCheck, kInfo, kExtract, kFlashImage;
-
-/// Runs a command; `words` begins with its name. Returns the exit status.
-int RunCommand(const Command &command, std::span<char *> words);
-
-/// Prints the text, the option -h and the meaning of the exit statuses. Returns kExitDone.
-int PrintHelp(const char *text);

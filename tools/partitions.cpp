@@ -31,14 +31,13 @@ int64_t ParseBytes(const std::string &text)
 Board ParseSizes(const std::string &text)
 {
     std::array<int64_t, 3> sizes{};
-    std::string copy = text;
-    char *rest = copy.data();
+    std::istringstream words{text};
+    std::string word;
     for (int64_t &size : sizes) {
-        const char *word = strsep(&rest, ",");
-        size = word != nullptr ? ParseBytes(word) : 0;
+        size = std::getline(words, word, ',') ? ParseBytes(word) : 0;
     }
-    FailUsageIf(rest != nullptr || std::ranges::min(sizes) <= 0,
-                text + ": the partitions are three sizes, as in 0x580000,8M,2048K");
+    FailUsageIf(!words.eof() || std::ranges::min(sizes) <= 0, text,
+                ": the partitions are three sizes, as in 0x580000,8M,2048K");
     return sizes;
 }
 
