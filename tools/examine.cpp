@@ -246,7 +246,7 @@ void Examination::PrintWarnings(const std::string &name) const
     }
 }
 
-Examination Locate(const InputFile &file, const std::optional<PackageExpectation> &expectation)
+Examination Locate(const InputFile &file, const Expectation &expectation)
 {
     Examination found{};
     std::array<uint8_t, 4> version{};
@@ -272,8 +272,7 @@ Examination Locate(const InputFile &file, const std::optional<PackageExpectation
     return found;
 }
 
-Examination Examine(const InputFile &file, const std::optional<PackageExpectation> &expectation,
-                    const Board &board)
+Examination Examine(const InputFile &file, const Expectation &expectation, const Board &board)
 {
     Examination found = Locate(file, expectation);
     if (!found.package) {

@@ -41,16 +41,12 @@ struct Examination {
     void PrintWarnings(const std::string &name) const;
 };
 
+/// What a board accepts. Nothing: every layout and marker; then a file that is no package is a
+/// Failure.
+using Expectation = std::optional<PackageExpectation>;
+
 /// Opens a package and finds its regions, but does not look into them.
-///
-/// @param expectation  what the board accepts. Nothing: every layout and marker; then a file that
-///                     is no package is a Failure
-Examination Locate(const InputFile &file, const std::optional<PackageExpectation> &expectation);
+Examination Locate(const InputFile &file, const Expectation &expectation);
 
 /// Makes the board's checks in the same order, and looks at each region once.
-Examination Examine(const InputFile &file, const std::optional<PackageExpectation> &expectation,
-                    const Board &board);
-
-/// From now on, prints on standard error what the checks write to a board's system log. It never
-/// reaches this machine's log.
-void ShowBoardLog();
+Examination Examine(const InputFile &file, const Expectation &expectation, const Board &board);

@@ -97,11 +97,9 @@ void PrintText(const Examination &found)
     std::puts("\nregion      offset        size  contents");
     for (size_t i = 0; i < found.regions.size(); ++i) {
         const Region &region = found.regions[i];
-        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s\n", i + 1, region.start, region.size,
-                    Text(region.contents,
-                         *region.contents == '\0' || region.reason.empty() ? "" : "; ",
-                         region.reason)
-                        .c_str());
+        const bool has_both = *region.contents != '\0' && !region.reason.empty();
+        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, region.start,
+                    region.size, region.contents, has_both ? "; " : "", region.reason.c_str());
         PrintRows(16, {{"        SHA-256", region.sha256}});
     }
     if (found.kernel.header.magic == kImageMagic) {

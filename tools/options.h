@@ -11,15 +11,12 @@ struct Options {
     std::array<const char *, 128> values{}; ///< by letter; empty if it takes none, null without it
     std::span<char *const> operands;
 
-    [[nodiscard]] const char *Value(char letter) const
-    {
-        return values.at(static_cast<size_t>(letter));
-    }
-    [[nodiscard]] bool Has(char letter) const { return Value(letter) != nullptr; }
+    const char *Value(char letter) const { return values.at(static_cast<size_t>(letter)); }
+    bool Has(char letter) const { return Value(letter) != nullptr; }
     /// The value of -m as the word in a header.
-    [[nodiscard]] uint32_t Marker() const;
+    uint32_t Marker() const;
     /// From -p or -t.
-    [[nodiscard]] Board GivenBoard() const;
+    Board GivenBoard() const;
 };
 
 struct Command {
