@@ -127,7 +127,7 @@ std::string QuotedOrNull(std::string_view text)
 }
 
 /// An object with one member a line, `depth` objects and arrays deep.
-std::string Object(int depth, Rows members)
+std::string Object(size_t depth, Rows members)
 {
     std::string object;
     const std::string indent(2 * depth, ' ');
