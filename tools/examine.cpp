@@ -1,11 +1,12 @@
 #include "tools/examine.h"
 
-#include <cinttypes>
+#include <algorithm>
 #include <utility>
 
 #include "flash/crc32.h"
 #include "flash/jffs2.h"
 #include "tools/text.h"
+#include "util/byte_order.h"
 #include "util/file.h"
 
 namespace
@@ -13,25 +14,12 @@ namespace
 
 // ---- The kernel image ---------------------------------------------------------------------------
 
-using CodeName = std::pair<uint8_t, const char *>;
+using CodeName = std::pair<int, const char *>;
 
-constexpr CodeName kOperatingSystems[] = {{2, "NetBSD"}, {5, "Linux"}, {17, "firmware"}};
-constexpr CodeName kArchitectures[] = {{2, "ARM"},     {3, "x86"},      {5, "MIPS"},
-                                       {7, "PowerPC"}, {22, "AArch64"}, {24, "x86-64"}};
-constexpr CodeName kTypes[] = {{1, "standalone program"}, {2, "kernel"},     {3, "RAM disk"},
-                               {4, "multi-file image"},   {5, "firmware"},   {6, "script"},
-                               {7, "file system"},        {8, "device tree"}};
-constexpr CodeName kCompressions[] = {{0, "not compressed"}, {1, "gzip"}, {2, "bzip2"},
-                                      {3, "lzma"},           {4, "lzo"},  {5, "lz4"}};
-
-std::string NameOf(uint8_t code, std::span<const CodeName> names)
+std::string NameOf(int code, std::initializer_list<CodeName> names)
 {
-    for (const auto &[known, name] : names) {
-        if (known == code) {
-            return name;
-        }
-    }
-    return Format("code %d", code);
+    const auto *known = std::ranges::find(names, code, &CodeName::first);
+    return known != names.end() ? known->second : Text("code ", code);
 }
 
 std::string Describe(ImageFault fault, const KernelImage &image)
@@ -43,20 +31,20 @@ std::string Describe(ImageFault fault, const KernelImage &image)
     case ImageFault::kUnreadable:
         return "the file ends within the image's header";
     case ImageFault::kBadMagic:
-        return Format("magic %08x, expected %08x", header.magic, kImageMagic);
+        return Text("magic ", Hex(header.magic), ", expected ", Hex(kImageMagic));
     case ImageFault::kBadHeaderCrc:
-        return Format("header CRC %08x, its bytes give %08x", header.header_crc,
-                      header.computed_crc);
+        return Text("header CRC ", Hex(header.header_crc), ", its bytes give ",
+                    Hex(header.computed_crc));
     case ImageFault::kBadDataCrc:
-        return Format("data CRC %08x, the %u bytes behind the header give %08x", header.data_crc,
-                      header.data_size, image.data_crc);
+        return Text("data CRC ", Hex(header.data_crc), ", the ", header.data_size,
+                    " bytes behind the header give ", Hex(image.data_crc));
     case ImageFault::kWrongArchitecture:
-        return Format("architecture %s, expected ARM", image.architecture.c_str());
+        return Text("architecture ", image.architecture, ", expected ARM");
     case ImageFault::kWrongType:
-        return Format("type %s, expected kernel, standalone program or multi-file image",
-                      image.type.c_str());
+        return Text("type ", image.type,
+                    ", expected kernel, standalone program or multi-file image");
     case ImageFault::kWrongCompression:
-        return Format("compression %s, expected none or gzip", image.compression.c_str());
+        return Text("compression ", image.compression, ", expected none or gzip");
     }
     return "";
 }
@@ -68,21 +56,64 @@ KernelImage ReadKernel(const char *path, int64_t offset, bool is_good)
     KernelImage image{};
     ImageHeader &header = image.header;
     const File file{path, "r"};
-    ImageFault fault = ImageFault::kNone;
-    if (!is_good || !file || !ReadImageHeader(file.get(), offset, header)) {
-        fault = FindImageFault(path, offset, header);
+    if (file && ReadImageHeader(file.get(), offset, header)) {
+        image.data_crc =
+            is_good ? header.data_crc : CFlash_Crc32Stream(0, file.get(), header.data_size);
     }
-    image.data_crc = header.data_crc;
-    if ((fault == ImageFault::kBadHeaderCrc || fault == ImageFault::kBadDataCrc) && file &&
-        fseeko(file.get(), offset + int64_t{ImageHeader::kSize}, SEEK_SET) == 0) {
-        image.data_crc = CFlash_Crc32Stream(0, file.get(), header.data_size);
-    }
-    image.operating_system = NameOf(header.operating_system, kOperatingSystems);
-    image.architecture = NameOf(header.architecture, kArchitectures);
-    image.type = NameOf(header.type, kTypes);
-    image.compression = NameOf(header.compression, kCompressions);
-    image.fault = Describe(fault, image);
+    image.operating_system =
+        NameOf(header.operating_system, {{2, "NetBSD"}, {5, "Linux"}, {17, "firmware"}});
+    image.architecture =
+        NameOf(header.architecture, {{2, "ARM"}, {3, "x86"}, {5, "MIPS"}, {22, "AArch64"}});
+    image.type = NameOf(
+        header.type,
+        {{1, "standalone program"}, {2, "kernel"}, {3, "RAM disk"}, {4, "multi-file image"}});
+    image.compression = NameOf(
+        header.compression,
+        {{0, "not compressed"}, {1, "gzip"}, {2, "bzip2"}, {3, "lzma"}, {4, "lzo"}, {5, "lz4"}});
+    image.fault = is_good ? "" : Describe(FindImageFault(path, offset, header), image);
     return image;
+}
+
+// ---- The /etc image -----------------------------------------------------------------------------
+
+constexpr int64_t kEraseBlock = 0x10000;
+
+/// Whether the erase block holds JFFS2 nodes. One with only the marker for 'erased' is free. The
+/// CRC of a node's header has no complements.
+bool IsUsed(const InputFile &file, int64_t start)
+{
+    std::array<uint8_t, 24> bytes{}; // the header of a node, and what follows a marker
+    file.Read(bytes.data(), bytes.size(), start);
+    const bool is_node = bytes[0] == 0x85 && bytes[1] == 0x19 &&
+                         LoadLe32(&bytes[8]) == ~CFlash_Crc32(~uint32_t{0}, bytes.data(), 8);
+    const bool is_marker = bytes[2] == 0x03 && bytes[3] == 0x20;
+    return is_node && (!is_marker || std::ranges::count(bytes, 0xFF) < 12);
+}
+
+/// Compares the /etc image with its partition. Returns what is wrong, or an empty text.
+std::string CompareEtc(const InputFile &file, const Region &region, int64_t partition,
+                       std::vector<std::string> &warnings)
+{
+    if (region.size < partition) {
+        warnings.push_back(Text("region 3 does not fill its partition: ", region.size,
+                                " bytes, mtd3 has ", partition,
+                                "; old files come back if a block behind it fails to erase"));
+    }
+    const int64_t all = partition / kEraseBlock;
+    int64_t used = 0;
+    for (int64_t at = 0; at < region.size; at += kEraseBlock) {
+        used += IsUsed(file, region.start + at) ? 1 : 0;
+    }
+    // JFFS2 writes only while as many blocks are free: for deletions 2, and for overhead 2 % of the
+    // partition and 100 bytes for each block, rounded up.
+    const int64_t kept = 2 + (partition / 50 + 100 * all + kEraseBlock - 1) / kEraseBlock;
+    if (used > 0 && all - used == kept) {
+        warnings.push_back("region 3 has room for the settings only in its last used block");
+    }
+    return used == 0 || all - used >= kept
+               ? ""
+               : Text("too full to take the settings back: JFFS2 writes with ", kept,
+                      " free blocks, ", used, " of ", all, " are used");
 }
 
 // ---- The package --------------------------------------------------------------------------------
@@ -90,18 +121,14 @@ KernelImage ReadKernel(const char *path, int64_t offset, bool is_good)
 /// A text such as " (it looks like a bare kernel image)"; empty for an unknown kind of file.
 std::string WhatItLooksLike(const InputFile &file)
 {
-    constexpr std::pair<std::array<uint8_t, 2>, const char *> kKinds[] = {
-        {{0x27, 0x05}, "bare kernel image"},
-        {{0x85, 0x19}, "JFFS2 image"},
-        {{0x1F, 0x8B}, "gzip file"}};
-    std::array<uint8_t, 2> found{};
-    file.Read(found.data(), found.size(), 0);
-    for (const auto &[magic, name] : kKinds) {
-        if (magic == found) {
-            return Format(" (it looks like a %s)", name);
-        }
-    }
-    return "";
+    std::array<uint8_t, 2> bytes{};
+    file.Read(bytes.data(), bytes.size(), 0);
+    const int magic = bytes[0] << 8 | bytes[1];
+    const char *kind = magic == 0x2705   ? "bare kernel image"
+                       : magic == 0x8519 ? "JFFS2 image"
+                       : magic == 0x1F8B ? "gzip file"
+                                         : nullptr;
+    return kind == nullptr ? "" : Text(" (it looks like a ", kind, ")");
 }
 
 std::string Describe(const HeaderRefusal &refusal, const PackageExpectation &expectation,
@@ -112,14 +139,13 @@ std::string Describe(const HeaderRefusal &refusal, const PackageExpectation &exp
     case HeaderFault::kUnreadable:
         return "unreadable: it ends within its header";
     case HeaderFault::kWrongMarker:
-        return Format("wrong marker: found %s, the board's is %s", MarkerText(found.magic).c_str(),
-                      MarkerText(expectation.marker).c_str());
+        return Text("wrong marker: found ", MarkerText(found.magic), ", the board's is ",
+                    MarkerText(expectation.marker));
     case HeaderFault::kWrongVersion:
-        return Format("wrong layout version: found %d, the board expects %d", found.version,
-                      expectation.version) +
-               kind;
+        return Text("wrong layout version: found ", found.version, ", the board expects ",
+                    expectation.version, kind);
     case HeaderFault::kUnknownLayout:
-        return Format("unknown layout: found %d, there are ", found.version) + LayoutNames(" and ");
+        return Text("unknown layout: found ", found.version, ", there are ", LayoutNames(" and "));
     }
     return "";
 }
@@ -132,99 +158,77 @@ std::string Describe(ContentsFault fault, const Examination &found,
     case ContentsFault::kNone:
         break;
     case ContentsFault::kWrongFileSize:
-        return Format("wrong file size: found %" PRId64 " bytes, header and regions are %" PRId64,
-                      package.file_size, package.ExpectedFileSize());
+        return Text("wrong file size: found ", package.file_size, " bytes, header and regions are ",
+                    package.ExpectedFileSize());
     case ContentsFault::kBadKernelImage:
         return "bad kernel image: " + found.kernel.fault;
     case ContentsFault::kBadFileSystem:
         return !block ? "it changed while it was read"
-                      : Format("bad /etc file system: the 64 KiB block at %" PRId64
-                               " of region 3 begins with %02x %02x, not 85 19",
-                               block->start - package.RegionStart(2), block->magic[0],
-                               block->magic[1]);
+                      : Text("bad /etc file system: the 64 KiB block at ",
+                             block->start - package.RegionStart(2), " of region 3 begins with ",
+                             Hex(block->magic[0], 2), ' ', Hex(block->magic[1], 2), ", not 85 19");
     }
     return "";
 }
 
+/// Why the file does not hold the whole region, or empty.
 std::string PlaceFault(const Region &region, int64_t file_size)
 {
-    if (region.size < 0) {
-        return "of negative size";
-    }
-    if (region.start < 0 || (region.start >= file_size && region.size > 0)) {
-        return "outside the file";
-    }
-    return region.start + region.size <= file_size
-               ? ""
-               : Format("cut short, %" PRId64 " bytes are there", file_size - region.start);
+    return region.size < 0                                                      ? "of negative size"
+           : region.start < 0 || (region.start >= file_size && region.size > 0) ? "outside the file"
+           : region.start + region.size > file_size
+               ? Text("cut short, ", file_size - region.start, " bytes are there")
+               : "";
 }
 
-/// Compares the /etc image with its partition.
-void CompareEtc(const InputFile &file, int64_t partition, Examination &found)
-{
-    Region &region = found.regions[2];
-    if (region.size < partition) {
-        found.warnings.push_back(Format("region 3 does not fill its partition: %" PRId64
-                                        " bytes, mtd3 has %" PRId64
-                                        "; old files come back if a block behind it fails to erase",
-                                        region.size, partition));
-    }
-    const EtcBlocks blocks = CountEtcBlocks(file, region.start, region.size, partition);
-    const int64_t spare = blocks.all - blocks.used - blocks.kept;
-    if (blocks.used > 0 && spare < 0) {
-        region.fault = Format("too full to take the settings back: JFFS2 writes with %" PRId64
-                              " free blocks, %" PRId64 " of %" PRId64 " are used",
-                              blocks.kept, blocks.used, blocks.all);
-    } else if (blocks.used > 0 && spare == 0) {
-        found.warnings.push_back("region 3 has room for the settings only in its last used block");
-    }
-}
-
-/// Compares a region with what a board requires, and with its partition.
-void ExamineRegion(const InputFile &file, size_t index, const Board &board, Examination &found)
+/// Compares a region with its partition. No board does that.
+void CompareRegion(const InputFile &file, size_t index, const Board &board, Examination &found)
 {
     Region &region = found.regions[index];
     if (region.is_whole) {
-        region.fault = WhyTooLarge(index, region.size, board);
-        if (board && index == 2 && region.fault.empty()) {
-            CompareEtc(file, (*board)[index], found);
+        region.reason = WhyTooLarge(index, region.size, board);
+        if (board && index == 2 && region.reason.empty()) {
+            region.reason = CompareEtc(file, region, (*board)[index], found.warnings);
         }
     } else if (region.size < 0) {
-        found.warnings.push_back(Format("region %zu has the negative size %" PRId64
-                                        "; a board does not check that",
-                                        index + 1, region.size));
+        found.warnings.push_back(Text("region ", index + 1, " has the negative size ", region.size,
+                                      "; a board does not check that"));
     }
-    if (!region.fault.empty()) {
-        region.verdict = "bad";
-        region.reason = region.fault;
-    }
+    region.verdict = region.reason.empty() ? region.verdict : "bad";
     // A board refuses most packages with an incomplete region, but not all.
-    if (board && !region.fault.empty() && (region.is_whole || found.refusal.empty())) {
-        found.misfits.push_back(Format("region %zu is %s", index + 1, region.fault.c_str()));
+    if (board && !region.reason.empty() && (region.is_whole || found.refusal.empty())) {
+        found.misfits.push_back(Text("region ", index + 1, " is ", region.reason));
     }
 }
 
 /// Says what the regions seem to hold, and what a board says to that.
 void JudgeContents(bool is_jffs2, Examination &found)
 {
-    auto &[kernel, second, etc] = found.regions;
-    kernel.contents = found.kernel.header.magic == kImageMagic ? "kernel image" : "no kernel image";
-    kernel.reason = found.kernel.fault;
-    kernel.verdict = kernel.reason.empty() ? "ok" : "bad";
-    second.contents = "not examined";
-    etc.contents = is_jffs2 ? "JFFS2 at every 64 KiB" : "not JFFS2 at every 64 KiB";
-    etc.reason = is_jffs2 ? "" : etc.contents;
-    if (is_jffs2 || found.package->layout.checks_file_system) {
-        etc.verdict = is_jffs2 ? "ok" : "bad";
-    } else {
-        found.warnings.push_back(Format("region 3 is %s; a board does not check that in layout %d",
-                                        etc.contents.c_str(), found.package->header.version));
-    }
-    for (Region &region : found.regions) {
-        if (region.size <= 0 || region.start < 0 || region.start >= found.package->file_size) {
-            region.contents = region.reason = "";
-            region.verdict = "not examined";
+    const Package &package = *found.package;
+    const auto judge = [&](Region &region, const char *contents, const char *verdict,
+                           const std::string &reason) {
+        if (region.size > 0 && region.start >= 0 && region.start < package.file_size) {
+            region.contents = contents;
+            region.verdict = region.reason.empty() ? verdict : "bad";
+            region.reason = region.reason.empty() ? reason : region.reason;
         }
+    };
+    auto &[kernel, second, etc] = found.regions;
+    const bool is_image = found.kernel.header.magic == kImageMagic;
+    judge(kernel, is_image ? "kernel image" : "no kernel image",
+          found.kernel.fault.empty() ? "ok" : "bad", found.kernel.fault);
+    judge(second, "not examined", "not examined", "");
+    const bool is_checked = package.layout.checks_file_system;
+    const char *fault = is_jffs2 ? "" : "not JFFS2 at every 64 KiB";
+    judge(etc, is_jffs2 ? "JFFS2 at every 64 KiB" : "",
+          is_jffs2     ? "ok"
+          : is_checked ? "bad"
+                       : "not examined",
+          fault);
+    if (!is_jffs2 && !is_checked) {
+        found.warnings.push_back(Text("region 3 is ", fault,
+                                      "; a board does not check that in layout ",
+                                      package.header.version));
     }
 }
 
@@ -238,29 +242,23 @@ std::string Examination::WhyNot() const
 void Examination::PrintWarnings(const std::string &name) const
 {
     for (const std::string &warning : warnings) {
-        PrintError(Format("warning: %s: %s", name.c_str(), warning.c_str()));
+        PrintError(Text("warning: ", name, ": ", warning));
     }
 }
 
-Examination Locate(const InputFile &file, const std::optional<PackageExpectation> &expectation)
+Examination Locate(const InputFile &file, const Expectation &expectation)
 {
     Examination found{};
-    PackageExpectation asked =
-        expectation.value_or(PackageExpectation{false, 0, kPackageLayouts[0].version});
-    auto opened = ReadPackage(file.path(), asked);
-    const auto *refused = std::get_if<HeaderRefusal>(&opened);
-    if (!expectation && refused != nullptr && refused->fault == HeaderFault::kWrongVersion) {
-        asked.version = refused->header.version;
-        opened = ReadPackage(file.path(), asked);
-        refused = std::get_if<HeaderRefusal>(&opened);
-    }
-    if (refused != nullptr) {
+    std::array<uint8_t, 4> version{};
+    file.Read(version.data(), version.size(), 4);
+    const auto stated = static_cast<int32_t>(LoadLe32(version.data()));
+    const auto asked = expectation.value_or(PackageExpectation{false, 0, stated});
+    const auto opened = ReadPackage(file.path(), asked);
+    if (const auto *refused = std::get_if<HeaderRefusal>(&opened)) {
         const std::string kind = WhatItLooksLike(file);
         found.refusal = Describe(*refused, asked, kind);
-        if (!expectation) {
-            Fail(file.name(),
-                 "not a firmware package" + (kind.empty() ? ": " + found.refusal : kind));
-        }
+        FailIf(!expectation, file.name(), ": not a firmware package",
+               kind.empty() ? ": " + found.refusal : kind);
         return found;
     }
     found.package = std::get<Package>(opened);
@@ -268,29 +266,29 @@ Examination Locate(const InputFile &file, const std::optional<PackageExpectation
         Region &region = found.regions[i];
         region.start = found.package->RegionStart(i);
         region.size = found.package->header.size[i];
-        region.fault = PlaceFault(region, found.package->file_size);
-        region.is_whole = region.fault.empty();
+        region.reason = PlaceFault(region, found.package->file_size);
+        region.is_whole = region.reason.empty();
     }
     return found;
 }
 
-Examination Examine(const InputFile &file, const std::optional<PackageExpectation> &expectation,
-                    const Board &board)
+Examination Examine(const InputFile &file, const Expectation &expectation, const Board &board)
 {
     Examination found = Locate(file, expectation);
     if (!found.package) {
         return found;
     }
-    const ContentsFault fault = FindContentsFault(file.path(), *found.package);
+    const Package &package = *found.package;
+    const ContentsFault fault = FindContentsFault(file.path(), package);
     const bool is_good = fault == ContentsFault::kNone || fault == ContentsFault::kBadFileSystem;
-    found.kernel = ReadKernel(file.path(), found.package->RegionStart(0), is_good);
+    found.kernel = ReadKernel(file.path(), package.RegionStart(0), is_good);
     const File stream{file.path(), "r"};
     const auto block =
-        stream ? FindForeignBlock(stream.get(), found.package->RegionStart(2)) : std::nullopt;
+        stream ? FindForeignBlock(stream.get(), package.RegionStart(2)) : std::nullopt;
     found.refusal = Describe(fault, found, block);
-    JudgeContents(!block, found);
     for (size_t i = 0; i < found.regions.size(); ++i) {
-        ExamineRegion(file, i, board, found);
+        CompareRegion(file, i, board, found);
     }
+    JudgeContents(!block, found);
     return found;
 }

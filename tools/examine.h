@@ -13,10 +13,10 @@ struct Region {
     int64_t start; ///< in the file
     int64_t size;
     bool is_whole;                        ///< the file holds all of it
-    std::string fault;                    ///< what is wrong with its place or its size, or empty
-    std::string contents;                 ///< the apparent contents; empty if the file holds none
+    const char *contents = "";            ///< what it seems to hold, if that was looked at
     const char *verdict = "not examined"; ///< or "ok" or "bad"
-    std::string reason;                   ///< for the verdict; may be empty
+    std::string reason;                   ///< what is wrong with it, or empty
+    std::string sha256;                   ///< see InputFile::Sha256; empty if not computed
 };
 
 /// A kernel image in region 1. The header is zero if the file ends within it.
@@ -30,6 +30,7 @@ struct KernelImage {
 struct Examination {
     std::optional<Package> package; ///< nothing if a board refuses the header; then only `refusal`
     std::string refusal;            ///< the first check that fails on a board, or empty
+    std::string sha256;             ///< of the package, like that of a region
     std::array<Region, 3> regions;
     KernelImage kernel;
     std::vector<std::string> misfits;  ///< why regions do not fit the known partitions
@@ -40,12 +41,12 @@ struct Examination {
     void PrintWarnings(const std::string &name) const;
 };
 
+/// What a board accepts. Nothing: every layout and marker; then a file that is no package is a
+/// Failure.
+using Expectation = std::optional<PackageExpectation>;
+
 /// Opens a package and finds its regions, but does not look into them.
-///
-/// @param expectation  what the board accepts. Nothing: every layout and marker; then a file that
-///                     is no package is a Failure
-Examination Locate(const InputFile &file, const std::optional<PackageExpectation> &expectation);
+Examination Locate(const InputFile &file, const Expectation &expectation);
 
 /// Makes the board's checks in the same order, and looks at each region once.
-Examination Examine(const InputFile &file, const std::optional<PackageExpectation> &expectation,
-                    const Board &board);
+Examination Examine(const InputFile &file, const Expectation &expectation, const Board &board);

@@ -1,19 +1,16 @@
 #include "tools/files.h"
 
 #include <fcntl.h>
-#include <libgen.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <filesystem>
 
+#include "flash/mtd.h"
 #include "tools/text.h"
 
 namespace
@@ -36,121 +33,81 @@ int OpenStandardInput()
 
 std::string PathOf(int fd)
 {
-    return Format("/proc/self/fd/%d", fd);
+    return Text("/proc/self/fd/", fd);
 }
 
-void WriteAll(int fd, const std::string &name, std::span<const uint8_t> bytes)
+/// The file that an output with this name makes or replaces.
+std::string FindTarget(const std::string &name, bool replaces, std::span<const char *const> inputs)
 {
-    while (!bytes.empty()) {
-        const ssize_t count = write(fd, bytes.data(), bytes.size());
-        if (count < 0) {
-            FailErrno(name);
-        }
-        bytes = bytes.subspan(static_cast<size_t>(count));
+    std::error_code error; // what fails here fails with a message when the output is opened
+    FailIf(name == "-", "-: only 'extract --region' writes to standard output");
+    if (!std::filesystem::exists(name, error)) {
+        FailIf(std::filesystem::is_symlink(name, error), name, ": a link that leads nowhere");
+        return name;
     }
+    for (const char *input : inputs) {
+        FailIf(input != nullptr && std::filesystem::equivalent(input, name, error), name,
+               ": the same file as the input ", input);
+    }
+    FailIf(!std::filesystem::is_regular_file(name, error), name,
+           ": exists and is not a plain file");
+    FailIf(!replaces, name, ": exists; --force replaces it");
+    return std::filesystem::canonical(name, error);
 }
 
 } // namespace
 
-InputFile::InputFile(const std::string &name) : name_(name), path_(name)
+InputFile::InputFile(const std::string &name)
+    : name_(name == "-" ? "standard input" : name),
+      // Opening a pipe would wait for a writer.
+      fd_(name == "-" ? OpenStandardInput()
+                      : open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)),
+      path_(name == "-" ? PathOf(fd_.get()) : name)
 {
-    if (name == "-") {
-        name_ = "standard input";
-        fd_ = OpenStandardInput();
-        path_ = PathOf(fd_);
-    } else {
-        // Opening a pipe would wait for a writer.
-        fd_ = open(path(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    }
     struct stat status = {};
-    if (fd_ < 0 || fstat(fd_, &status) != 0) {
-        FailErrno(name_);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        Fail(name_, S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
-    }
+    FailErrnoIf(!fd_ || fstat(fd_.get(), &status) != 0, name_);
+    FailIf(!S_ISREG(status.st_mode), name_, ": ",
+           S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a plain file");
     size_ = status.st_size;
 }
 
-InputFile::~InputFile()
+int64_t InputFile::Read(void *bytes, size_t size, int64_t start) const
 {
-    close(fd_);
+    const ssize_t count = pread(fd_.get(), bytes, size, start);
+    FailErrnoIf(count < 0, name_);
+    return count;
 }
 
-size_t InputFile::Read(void *bytes, size_t size, int64_t start) const
-{
-    const ssize_t count = pread(fd_, bytes, size, start);
-    if (count < 0) {
-        FailErrno(name_);
-    }
-    return static_cast<size_t>(count);
-}
-
-void InputFile::CopyTo(int output, const std::string &output_name, int64_t start,
-                       int64_t size) const
+void InputFile::ForEachPiece(int64_t start, int64_t size,
+                             const std::function<void(std::span<const uint8_t>)> &take) const
 {
     std::array<uint8_t, 65536> piece;
-    while (size > 0) {
+    for (int64_t count = 0; size > 0; start += count, size -= count) {
         const auto wanted = static_cast<size_t>(std::min<int64_t>(size, piece.size()));
-        const size_t count = Read(piece.data(), wanted, start);
-        if (count == 0) {
-            Fail(name_, "changed while it was read");
-        }
-        WriteAll(output, output_name, std::span{piece}.first(count));
-        start += static_cast<int64_t>(count);
-        size -= static_cast<int64_t>(count);
+        count = Read(piece.data(), wanted, start);
+        FailIf(count == 0, name_, ": changed while it was read");
+        take(std::span{piece}.first(static_cast<size_t>(count)));
     }
 }
 
-OutputFile::OutputFile(std::string path, bool replaces, std::span<const char *const> inputs,
-                       const std::string &folder)
-    : name_(path), target_(std::move(path)), replaces_(replaces)
+OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs)
+    : name_(path), target_(FindTarget(path, replaces, inputs)), replaces_(replaces)
 {
-    FindTarget(inputs);
-    scratch_ = folder.empty() ? target_ : folder + target_.substr(target_.rfind('/'));
-    scratch_ += Format(".%d", getpid());
-    std::string place = scratch_;
-    fd_ = open(dirname(place.data()), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
-    if (fd_ >= 0) {
-        path_ = PathOf(fd_);
-    } else if (errno == EOPNOTSUPP || errno == EISDIR) {
-        path_ = scratch_;
+    std::error_code error;
+    const std::filesystem::path target{target_};
+    std::filesystem::path folder = target.parent_path();
+    if (!folder.empty() && !std::filesystem::exists(folder, error)) {
+        folder = folder.parent_path(); // beside a new folder
+    }
+    scratch_ = folder / target.filename();
+    scratch_ += Text('.', getpid());
+    fd_ = open((folder / ".").c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {
         fd_ = open(scratch_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
         has_scratch_ = fd_ >= 0;
     }
-    if (fd_ < 0) {
-        FailErrno(name_);
-    }
-}
-
-void OutputFile::FindTarget(std::span<const char *const> inputs)
-{
-    struct stat found = {};
-    if (name_ == "-") {
-        Fail("-", "only 'extract --region' writes to standard output");
-    }
-    if (stat(name_.c_str(), &found) != 0) {
-        if (lstat(name_.c_str(), &found) == 0) {
-            Fail(name_, "a link that leads nowhere");
-        }
-        return;
-    }
-    for (const char *input : inputs) {
-        struct stat status = {};
-        if (input != nullptr && stat(input, &status) == 0 && status.st_dev == found.st_dev &&
-            status.st_ino == found.st_ino) {
-            Fail(name_, Format("the same file as the input %s", input));
-        }
-    }
-    if (!S_ISREG(found.st_mode)) {
-        Fail(name_, "exists and is not a plain file");
-    }
-    if (!replaces_) {
-        Fail(name_, "exists; --force replaces it");
-    }
-    const std::unique_ptr<char, decltype(&std::free)> real{realpath(name_.c_str(), nullptr),
-                                                           std::free};
-    target_ = real ? real.get() : target_;
+    FailErrnoIf(fd_ < 0, name_);
+    path_ = has_scratch_ ? scratch_ : PathOf(fd_);
 }
 
 OutputFile::~OutputFile()
@@ -163,12 +120,12 @@ OutputFile::~OutputFile()
 
 void OutputFile::Write(std::span<const uint8_t> bytes)
 {
-    WriteAll(fd_, name_, bytes);
+    FailErrnoIf(full_write(fd_, bytes.data(), static_cast<ssize_t>(bytes.size())) < 0, name_);
 }
 
 void OutputFile::Copy(const InputFile &input, int64_t start, int64_t size)
 {
-    input.CopyTo(fd_, name_, start, size);
+    input.ForEachPiece(start, size, [this](auto piece) { Write(piece); });
 }
 
 /// A name that others see exists only for the moment of the renaming. Returns false, with errno, if
@@ -187,21 +144,17 @@ bool OutputFile::TakeName()
     return is_new_;
 }
 
-void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &new_folder)
+void OutputFile::Publish(std::span<OutputFile *const> files, const char *folder)
 {
     for (const OutputFile *file : files) {
-        if (fsync(file->fd_) != 0) {
-            FailErrno(file->name_);
-        }
+        FailErrnoIf(fsync(file->fd_) != 0, file->name_);
     }
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, &previous); // nothing may end between two of the steps
+    const bool is_folder_new = folder != nullptr && mkdir(folder, 0777) == 0;
     std::string failed;
-    if (!new_folder.empty() && mkdir(new_folder.c_str(), 0777) != 0) {
-        failed = new_folder;
-    }
     for (OutputFile *file : files) {
         failed = failed.empty() && !file->TakeName() ? file->name_ : failed;
     }
@@ -211,11 +164,9 @@ void OutputFile::Publish(std::span<OutputFile *const> files, const std::string &
             unlink(file->target_.c_str());
         }
     }
-    if (!failed.empty() && failed != new_folder) {
-        rmdir(new_folder.c_str());
+    if (!failed.empty() && is_folder_new) {
+        rmdir(folder);
     }
     sigprocmask(SIG_SETMASK, &previous, nullptr);
-    if (!failed.empty()) {
-        Fail(failed, std::strerror(error));
-    }
+    FailIf(!failed.empty(), failed, ": ", std::strerror(error));
 }

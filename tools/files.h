@@ -1,9 +1,13 @@
 // The files that fwpack reads and writes. What fails throws a Failure.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
+
+#include "util/fd.h"
 
 /// A plain file, or standard input under the name "-". The checks read a file twice, so the data of
 /// a pipe goes into memory first.
@@ -11,23 +15,24 @@ class InputFile
 {
 public:
     explicit InputFile(const std::string &name);
-    ~InputFile();
-    InputFile(const InputFile &) = delete;
-    InputFile &operator=(const InputFile &) = delete;
 
     [[nodiscard]] const std::string &name() const { return name_; }  ///< for messages
     [[nodiscard]] const char *path() const { return path_.c_str(); } ///< for the board's checks
     [[nodiscard]] int64_t size() const { return size_; }
 
     /// Reads up to `size` bytes from `start` on. Returns their number.
-    size_t Read(void *bytes, size_t size, int64_t start) const;
-    void CopyTo(int output, const std::string &output_name, int64_t start, int64_t size) const;
+    int64_t Read(void *bytes, size_t size, int64_t start) const;
+    /// Reads `size` bytes and hands them over in pieces.
+    void ForEachPiece(int64_t start, int64_t size,
+                      const std::function<void(std::span<const uint8_t>)> &take) const;
+    /// 64 hexadecimal digits, or an empty text if fwpack was built without libcrypto.
+    [[nodiscard]] std::string Sha256(int64_t start, int64_t size) const;
 
 private:
     std::string name_;
+    Fd fd_;
     std::string path_;
-    int fd_;
-    int64_t size_ = 0;
+    int64_t size_;
 };
 
 /// A file that is complete or does not appear at all. Until then it has no name, so whatever ends
@@ -39,9 +44,7 @@ public:
     /// link, the file that it leads to is replaced.
     ///
     /// @param inputs  the names of the inputs; null for none
-    /// @param folder  exists on the same file system; empty for the folder of `path`
-    OutputFile(std::string path, bool replaces, std::span<const char *const> inputs,
-               const std::string &folder = "");
+    OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
@@ -50,12 +53,11 @@ public:
 
     void Write(std::span<const uint8_t> bytes);
     void Copy(const InputFile &input, int64_t start, int64_t size);
-    /// Writes all data to the disk, creates `new_folder` if it is not empty, and names the files:
-    /// all, or none if that fails.
-    static void Publish(std::span<OutputFile *const> files, const std::string &new_folder = "");
+    /// Writes all data to the disk, creates the folder if it is given and missing, and names the
+    /// files: all, or none if that fails.
+    static void Publish(std::span<OutputFile *const> files, const char *folder = nullptr);
 
 private:
-    void FindTarget(std::span<const char *const> inputs);
     bool TakeName();
 
     std::string name_;

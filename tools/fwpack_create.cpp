@@ -4,9 +4,24 @@
 #include "tools/examine.h"
 #include "tools/options.h"
 #include "util/byte_order.h"
+#include "util/number.h"
 
 namespace
 {
+
+constexpr const char *kHelp =
+    "usage: fwpack create -l N -m TEXT -k FILE -s FILE -e FILE -o FILE [OPTION...]\n\n"
+    "Makes a firmware package. Fails if a board would refuse it or if it does not fit the\n"
+    "partitions. The output is complete or does not appear at all.\n\n"
+    "  -l, --layout N         %s; in layout 1 the board checks the /etc image too\n"
+    "  -m, --marker TEXT      up to four characters: the OEM marker of the target boards\n"
+    "  -k, --kernel FILE      region 1, for /dev/mtd/1: a kernel image made by mkimage\n"
+    "  -s, --second FILE      region 2, for /dev/mtd/2: anything\n"
+    "  -e, --etc FILE         region 3, for /dev/mtd/3: a JFFS2 image, erase blocks of 64 KiB\n"
+    "  -o, --output FILE      the package\n"
+    "  -f, --force            replace an existing file\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n";
 
 using Inputs = std::array<InputFile, 3>;
 
@@ -15,15 +30,12 @@ void CheckSizes(const Inputs &inputs, const PackageLayout &layout, const Board &
     int64_t total = layout.header_length;
     for (size_t i = 0; i < inputs.size(); ++i) {
         const int64_t size = inputs[i].size();
-        std::string fault = size == 0 ? "empty" : WhyTooLarge(i, size, board);
+        const std::string fault = size == 0 ? "empty" : WhyTooLarge(i, size, board);
+        FailIf(!fault.empty(), inputs[i].name(), ": ", fault);
         // The header's words and the board's file offsets have 31 bits. Compare before adding: a
         // file may be as large as its file system allows.
-        if (fault.empty() && size > std::numeric_limits<int32_t>::max() - total) {
-            fault = "too large: a package must stay below 2 GiB";
-        }
-        if (!fault.empty()) {
-            Fail(inputs[i].name(), fault);
-        }
+        FailIf(size > std::numeric_limits<int32_t>::max() - total, inputs[i].name(),
+               ": too large: a package must stay below 2 GiB");
         total += size;
     }
 }
@@ -42,16 +54,14 @@ void Write(const Inputs &inputs, const PackageLayout &layout, uint32_t magic, Ou
     }
 }
 
-int Create(const Options &options, const Board &board)
+int Create(const Options &options)
 {
-    const std::string layouts = "the layout is " + LayoutNames(" or ");
-    const PackageLayout *layout = FindPackageLayout(options.Number('l', layouts).value_or(0));
+    const PackageLayout *layout = FindPackageLayout(CUTIL_ParseDecimal(options.Value('l')));
+    FailUsageIf(layout == nullptr, options.Value('l'), ": the layout is ", LayoutNames(" or "));
     const uint32_t marker = options.Marker();
-    if (layout == nullptr || std::strlen(options.Value('m')) > sizeof(marker)) {
-        FailUsage(layout == nullptr
-                      ? options.Value('l') + (": " + layouts)
-                      : options.Value('m') + std::string{": a marker has at most four characters"});
-    }
+    FailUsageIf(std::strlen(options.Value('m')) > sizeof(marker), options.Value('m'),
+                ": a marker has at most four characters");
+    const Board board = options.GivenBoard();
     const std::array names{options.Value('k'), options.Value('s'), options.Value('e')};
     const Inputs inputs{InputFile{names[0]}, InputFile{names[1]}, InputFile{names[2]}};
     CheckSizes(inputs, *layout, board);
@@ -62,10 +72,8 @@ int Create(const Options &options, const Board &board)
     const InputFile package{output.path()};
     const Examination found =
         Examine(package, PackageExpectation{true, marker, layout->version}, board);
-    if (!found.WhyNot().empty()) {
-        Fail(found.refusal.empty() ? "not made" : "not made, because a board would refuse it",
-             found.WhyNot());
-    }
+    FailIf(!found.WhyNot().empty(), "not made",
+           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
     found.PrintWarnings(options.Value('o'));
     OutputFile::Publish(std::array{&output});
     SayWhetherCompared(board);
@@ -74,21 +82,4 @@ int Create(const Options &options, const Board &board)
 
 } // namespace
 
-const Command kCreate{
-    "create",
-    "usage: fwpack create -l N -m TEXT -k FILE -s FILE -e FILE -o FILE [OPTION...]\n\n"
-    "Makes a firmware package. Fails if a board would refuse it or if it does not fit the\n"
-    "partitions. The output is complete or does not appear at all.\n\n"
-    "  -l, --layout N         %s; in layout 1 the board checks the /etc image too\n"
-    "  -m, --marker TEXT      up to four characters: the OEM marker of the target boards\n"
-    "  -k, --kernel FILE      region 1, for /dev/mtd/1: a kernel image made by mkimage\n"
-    "  -s, --second FILE      region 2, for /dev/mtd/2: anything\n"
-    "  -e, --etc FILE         region 3, for /dev/mtd/3: a JFFS2 image, erase blocks of 64 KiB\n"
-    "  -o, --output FILE      the package\n"
-    "  -f, --force            replace an existing file\n"
-    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
-    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n",
-    "lmkseo",
-    0,
-    0,
-    Create};
+const Command kCreate{"create", kHelp, "lmkseo", 0, Create};

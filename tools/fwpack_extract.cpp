@@ -1,64 +1,13 @@
-#include <libgen.h>
-#include <unistd.h>
-
-#include <cinttypes>
 #include <deque>
 
 #include "tools/examine.h"
 #include "tools/options.h"
+#include "util/number.h"
 
 namespace
 {
 
-int Extract(const Options &options, const Board & /*board*/)
-{
-    const std::string expected = "the region is 1, 2 or 3";
-    const int32_t only = options.Number('r', expected).value_or(0);
-    if (options.Has('r') && (only < 1 || only > 3)) {
-        FailUsage(options.Value('r') + (": " + expected));
-    }
-    if (options.Has('d') == options.Has('o') || (options.Has('o') && only == 0)) {
-        FailUsage("extract needs --output-dir, or --region and --output");
-    }
-    // Files for a new folder are written beside it. So nothing is left if fwpack is interrupted.
-    const bool is_new = options.Has('d') && access(options.Value('d'), F_OK) != 0;
-    const std::string new_folder = is_new ? options.Value('d') : "";
-    std::string beside = new_folder;
-    beside = is_new ? dirname(beside.data()) : "";
-
-    const InputFile package{options.operands[0]};
-    const Examination found = Locate(package, std::nullopt);
-    std::deque<OutputFile> files;
-    std::vector<OutputFile *> all;
-    std::string report;
-    for (size_t i = 0; i < found.regions.size(); ++i) {
-        const Region &region = found.regions[i];
-        if (only != 0 && i + 1 != static_cast<size_t>(only)) {
-            continue;
-        }
-        if (!region.is_whole) {
-            Fail(package.name(), Format("region %zu: %s", i + 1, region.fault.c_str()));
-        }
-        const std::string path = options.Has('o')
-                                     ? options.Value('o')
-                                     : Format("%s/%s", options.Value('d'), kRegionNames[i]);
-        if (path == "-") {
-            package.CopyTo(STDOUT_FILENO, "standard output", region.start, region.size);
-            return kExitDone;
-        }
-        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands, beside));
-        all.back()->Copy(package, region.start, region.size);
-        report += Format("%s: %" PRId64 " bytes\n", path.c_str(), region.size);
-    }
-    OutputFile::Publish(all, new_folder);
-    std::fputs(report.c_str(), stdout);
-    return kExitDone;
-}
-
-} // namespace
-
-const Command kExtract{
-    "extract",
+constexpr const char *kHelp =
     "usage: fwpack extract --output-dir DIR [OPTION...] PACKAGE\n"
     "       fwpack extract --region N --output FILE [OPTION...] PACKAGE\n\n"
     "Writes the regions of the PACKAGE ('-': standard input) to the files 'kernel', 'second'\n"
@@ -66,8 +15,43 @@ const Command kExtract{
     "  -d, --output-dir DIR   the folder for the files; created if it does not exist\n"
     "  -r, --region N         only region 1, 2 or 3\n"
     "  -o, --output FILE      the file for one region; '-' is standard output\n"
-    "  -f, --force            replace existing files\n",
-    "",
-    1,
-    1,
-    Extract};
+    "  -f, --force            replace existing files\n";
+
+int Extract(const Options &options)
+{
+    const int32_t only = options.Has('r') ? CUTIL_ParseDecimal(options.Value('r')) : 0;
+    FailUsageIf(options.Has('r') && (only < 1 || only > 3), options.Value('r'),
+                ": the region is 1, 2 or 3");
+    FailUsageIf(options.Has('d') == options.Has('o') || (options.Has('o') && only == 0),
+                "extract needs --output-dir, or --region and --output");
+    const InputFile package{options.operands[0]};
+    const Examination found = Locate(package, std::nullopt);
+    std::deque<OutputFile> files;
+    std::vector<OutputFile *> all;
+    std::string report;
+    for (int32_t i = 0; i < 3; ++i) {
+        const Region &region = found.regions.at(i);
+        if (only != 0 && only != i + 1) {
+            continue;
+        }
+        FailIf(!region.is_whole, package.name(), ": region ", i + 1, ": ", region.reason);
+        const std::string path =
+            options.Has('o') ? options.Value('o') : Text(options.Value('d'), '/', kRegionNames[i]);
+        if (path == "-") {
+            package.ForEachPiece(region.start, region.size, [](auto piece) {
+                std::fwrite(piece.data(), 1, piece.size(), stdout); // main checks its errors
+            });
+            return kExitDone;
+        }
+        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands));
+        all.back()->Copy(package, region.start, region.size);
+        report += Text(path, ": ", region.size, " bytes\n");
+    }
+    OutputFile::Publish(all, options.Value('d'));
+    std::fputs(report.c_str(), stdout);
+    return kExitDone;
+}
+
+} // namespace
+
+const Command kExtract{"extract", kHelp, "", 1, Extract};

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cinttypes>
 #include <deque>
 
 #include "tools/examine.h"
@@ -7,6 +6,20 @@
 
 namespace
 {
+
+constexpr const char *kHelp =
+    "usage: fwpack flash-image -T FILE -P PACKAGE -o FILE [OPTION...]\n"
+    "       fwpack flash-image -T FILE [-k FILE] [-s FILE] [-e FILE] -o FILE [OPTION...]\n\n"
+    "Writes the flash of a new board, up to the end of its last partition. What no image fills\n"
+    "is blank: all bits are set.\n\n"
+    "  -T, --table FILE       a line 'NAME START SIZE' for each partition: mtd0, mtd1 and so on\n"
+    "  -b, --boot FILE        the image for mtd0\n"
+    "  -P, --package PACKAGE  the regions for mtd1 to mtd3, or as single images:\n"
+    "  -k, --kernel FILE      for mtd1\n"
+    "  -s, --second FILE      for mtd2\n"
+    "  -e, --etc FILE         for mtd3\n"
+    "  -o, --output FILE      the flash\n"
+    "  -f, --force            replace an existing file\n";
 
 /// What a partition gets: a part of an input, or nothing.
 struct Piece {
@@ -21,43 +34,20 @@ std::vector<Piece> FindPieces(const Options &options, const Board &board,
 {
     std::vector<Piece> pieces;
     for (const char letter : {'b', 'k', 's', 'e'}) {
-        Piece &piece = pieces.emplace_back();
-        if (options.Has(letter)) {
-            const InputFile &input = inputs.emplace_back(options.Value(letter));
-            piece = {&input, 0, input.size()};
-        }
+        const InputFile *input =
+            options.Has(letter) ? &inputs.emplace_back(options.Value(letter)) : nullptr;
+        pieces.push_back({input, 0, input != nullptr ? input->size() : 0});
     }
     if (options.Has('P')) {
         const InputFile &package = inputs.emplace_back(options.Value('P'));
         const Examination found = Examine(package, std::nullopt, board);
-        if (!found.WhyNot().empty()) {
-            Fail(package.name(), found.WhyNot());
-        }
+        FailIf(!found.WhyNot().empty(), package.name(), ": ", found.WhyNot());
         found.PrintWarnings(package.name());
         for (size_t i = 0; i < found.regions.size(); ++i) {
             pieces[i + 1] = {&package, found.regions[i].start, found.regions[i].size};
         }
     }
     return pieces;
-}
-
-/// Fails if the partitions overlap or a piece does not fit.
-void CheckPlaces(const char *name, const std::vector<Partition> &table,
-                 const std::vector<Piece> &pieces)
-{
-    int64_t end = 0;
-    for (size_t i = 0; i < table.size(); ++i) {
-        const auto &[label, start, size] = table[i];
-        if (start < end) {
-            Fail(name, start < 0 ? "does not say where the partitions start"
-                                 : label + " begins before the end of the one above");
-        }
-        if (pieces[i].size > size) {
-            Fail(pieces[i].input->name(), Format("too large for %s: %" PRId64 " bytes of %" PRId64,
-                                                 label.c_str(), pieces[i].size, size));
-        }
-        end = start + size;
-    }
 }
 
 /// Appends blank bytes, as an erased flash has them.
@@ -71,49 +61,37 @@ void Fill(OutputFile &output, int64_t size)
     }
 }
 
-int FlashImage(const Options &options, const Board & /*board*/)
+int FlashImage(const Options &options)
 {
-    if (options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e'))) {
-        FailUsage("flash-image needs either --package or images");
-    }
+    FailUsageIf(options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e')),
+                "flash-image needs either --package or images");
     const std::vector<Partition> table = ReadPartitions(options.Value('T'));
     std::deque<InputFile> inputs;
     std::vector<Piece> pieces = FindPieces(options, SizesOf(table), inputs);
     pieces.resize(table.size());
-    CheckPlaces(options.Value('T'), table, pieces);
     const std::array names{options.Value('T'), options.Value('b'), options.Value('k'),
                            options.Value('s'), options.Value('e'), options.Value('P')};
     OutputFile output{options.Value('o'), options.Has('f'), names};
     int64_t end = 0;
     for (size_t i = 0; i < table.size(); ++i) {
-        Fill(output, table[i].start - end);
-        if (pieces[i].size > 0) {
-            output.Copy(*pieces[i].input, pieces[i].start, pieces[i].size);
+        const auto &[label, start, size] = table[i];
+        const auto &[input, offset, length] = pieces[i];
+        FailIf(start < end, options.Value('T'), ": ",
+               start < 0 ? "does not say where the partitions start"
+                         : label + " begins before the end of the one above");
+        Fill(output, start - end);
+        if (input != nullptr) {
+            FailIf(length > size, input->name(), ": too large for ", label, ": ", length,
+                   " bytes of ", size);
+            output.Copy(*input, offset, length);
         }
-        end = table[i].start + pieces[i].size;
+        Fill(output, size - length);
+        end = start + size;
     }
-    Fill(output, table.back().start + table.back().size - end);
     OutputFile::Publish(std::array{&output});
     return kExitDone;
 }
 
 } // namespace
 
-const Command kFlashImage{
-    "flash-image",
-    "usage: fwpack flash-image -T FILE -P PACKAGE -o FILE [OPTION...]\n"
-    "       fwpack flash-image -T FILE [-k FILE] [-s FILE] [-e FILE] -o FILE [OPTION...]\n\n"
-    "Writes the flash of a new board, up to the end of its last partition. What no image fills\n"
-    "is blank: all bits are set.\n\n"
-    "  -T, --table FILE       a line 'NAME START SIZE' for each partition: mtd0, mtd1 and so on\n"
-    "  -b, --boot FILE        the image for mtd0\n"
-    "  -P, --package PACKAGE  the regions for mtd1 to mtd3, or as single images:\n"
-    "  -k, --kernel FILE      for mtd1\n"
-    "  -s, --second FILE      for mtd2\n"
-    "  -e, --etc FILE         for mtd3\n"
-    "  -o, --output FILE      the flash\n"
-    "  -f, --force            replace an existing file\n",
-    "To",
-    0,
-    0,
-    FlashImage};
+const Command kFlashImage{"flash-image", kHelp, "To", 0, FlashImage};

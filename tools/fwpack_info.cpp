@@ -5,16 +5,32 @@
 
 #include "tools/examine.h"
 #include "tools/options.h"
-#include "tools/sha256.h"
 
 namespace
 {
 
-/// Of the package and the regions, as far as the file holds them completely.
-struct Hashes {
-    std::string package;
-    std::array<std::string, 3> regions;
-};
+constexpr const char *kHelp =
+    "usage: fwpack info [OPTION...] PACKAGE\n\n"
+    "Shows the contents of the PACKAGE ('-': standard input), even a damaged one, and whether\n"
+    "it can be installed on a board with its marker and layout.\n\n"
+    "  -j, --json             print a JSON object, for scripts\n"
+    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
+    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n";
+
+using Rows = std::initializer_list<std::pair<const char *, std::string>>;
+
+/// Hashes the package and the regions, as far as the file holds them completely.
+void Hash(const InputFile &file, Examination &found)
+{
+    // On another processor, because the regions together are as long as the package.
+    auto whole = std::async(std::launch::async, [&] {
+        return found.package->ExpectedFileSize() == file.size() ? file.Sha256(0, file.size()) : "";
+    });
+    for (Region &region : found.regions) {
+        region.sha256 = region.is_whole ? file.Sha256(region.start, region.size) : "";
+    }
+    found.sha256 = whole.get();
+}
 
 std::string DateOf(const ImageHeader &header, const char *format)
 {
@@ -26,37 +42,42 @@ std::string DateOf(const ImageHeader &header, const char *format)
 
 // ---- For people ---------------------------------------------------------------------------------
 
+/// Omits rows without a text.
+void PrintRows(int label_width, Rows rows)
+{
+    for (const auto &[label, text] : rows) {
+        if (!text.empty()) {
+            std::printf("%-*s%s\n", label_width, label, text.c_str());
+        }
+    }
+}
+
 std::string CrcText(uint32_t stated, uint32_t computed)
 {
-    return Format("%08x, ", stated) +
-           (stated == computed ? "ok" : Format("WRONG: computed %08x", computed));
+    return Hex(stated) + (stated == computed ? ", ok" : Text(", WRONG: computed ", Hex(computed)));
 }
 
 void PrintKernel(const KernelImage &image, int64_t region_size)
 {
     const ImageHeader &header = image.header;
     const int64_t beyond = int64_t{ImageHeader::kSize} + header.data_size - region_size;
-    std::printf("\nkernel image\n  name              %s\n  created           %s\n"
-                "  data size         %" PRIu32 " bytes%s\n  load, entry       0x%08x, 0x%08x\n"
-                "  operating system  %s\n  architecture      %s\n  type              %s\n"
-                "  compression       %s\n  header CRC        %s\n  data CRC          %s\n",
-                Printable({header.name.data(), header.name.size()}).c_str(),
-                DateOf(header, "%Y-%m-%d %H:%M:%S UTC").c_str(), header.data_size,
-                beyond > 0 ? Format(", %" PRId64 " of them behind region 1", beyond).c_str() : "",
-                header.load_address, header.entry_point, image.operating_system.c_str(),
-                image.architecture.c_str(), image.type.c_str(), image.compression.c_str(),
-                CrcText(header.header_crc, header.computed_crc).c_str(),
-                CrcText(header.data_crc, image.data_crc).c_str());
+    std::puts("\nkernel image");
+    PrintRows(
+        20,
+        {{"  name", Printable({header.name.data(), header.name.size()})},
+         {"  created", DateOf(header, "%Y-%m-%d %H:%M:%S UTC")},
+         {"  data size", Text(header.data_size, " bytes",
+                              beyond > 0 ? Text(", ", beyond, " of them behind region 1") : "")},
+         {"  load, entry", Text("0x", Hex(header.load_address), ", 0x", Hex(header.entry_point))},
+         {"  operating system", image.operating_system},
+         {"  architecture", image.architecture},
+         {"  type", image.type},
+         {"  compression", image.compression},
+         {"  header CRC", CrcText(header.header_crc, header.computed_crc)},
+         {"  data CRC", CrcText(header.data_crc, image.data_crc)}});
 }
 
-void PrintHash(const char *label, const std::string &hash)
-{
-    if (!hash.empty()) {
-        std::printf("%s%s\n", label, hash.c_str());
-    }
-}
-
-void PrintText(const Examination &found, const Hashes &hashes)
+void PrintText(const Examination &found)
 {
     const Package &package = *found.package;
     const int64_t expected = package.ExpectedFileSize();
@@ -64,22 +85,22 @@ void PrintText(const Examination &found, const Hashes &hashes)
                           : !found.misfits.empty()
                               ? "a board would accept it, but "
                               : "a board with this marker and layout would accept it";
-    std::printf("layout      %d, header of %d bytes\nmarker      %s\nfile size   %" PRId64
-                " bytes, %s\n",
-                package.header.version, package.layout.header_length,
-                MarkerText(package.header.magic).c_str(), package.file_size,
-                expected == package.file_size
-                    ? "header and regions"
-                    : Format("but header and regions are %" PRId64, expected).c_str());
-    PrintHash("SHA-256     ", hashes.package);
-    std::printf("verdict     %s%s\n\nregion      offset        size  contents\n", verdict,
-                found.WhyNot().c_str());
+    PrintRows(12, {{"layout", Text(package.header.version, ", header of ",
+                                   package.layout.header_length, " bytes")},
+                   {"marker", MarkerText(package.header.magic)},
+                   {"file size", Text(package.file_size, " bytes, ",
+                                      expected == package.file_size
+                                          ? "header and regions"
+                                          : Text("but header and regions are ", expected))},
+                   {"SHA-256", found.sha256},
+                   {"verdict", verdict + found.WhyNot()}});
+    std::puts("\nregion      offset        size  contents");
     for (size_t i = 0; i < found.regions.size(); ++i) {
-        const auto &[start, size, is_whole, fault, contents, region_verdict, reason] =
-            found.regions[i];
-        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, start, size,
-                    contents.c_str(), contents.empty() || fault.empty() ? "" : "; ", fault.c_str());
-        PrintHash("        SHA-256 ", hashes.regions[i]);
+        const Region &region = found.regions[i];
+        const bool has_both = *region.contents != '\0' && !region.reason.empty();
+        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, region.start,
+                    region.size, region.contents, has_both ? "; " : "", region.reason.c_str());
+        PrintRows(16, {{"        SHA-256", region.sha256}});
     }
     if (found.kernel.header.magic == kImageMagic) {
         PrintKernel(found.kernel, found.regions[0].size);
@@ -88,111 +109,96 @@ void PrintText(const Examination &found, const Hashes &hashes)
 
 // ---- For scripts --------------------------------------------------------------------------------
 
-/// The text in quotes; null if it is empty. Bytes that are not printable ASCII become the code
-/// points of the same number, so a text of any bytes is valid.
+/// The text up to its first zero byte, in quotes. Bytes that are not printable ASCII become the
+/// code points of the same number, so a text of any bytes is valid.
 std::string Quoted(std::string_view text)
 {
     std::string quoted = "\"";
-    for (const char c : text) {
+    for (const char c : text.substr(0, text.find('\0'))) {
         const bool is_plain = c >= ' ' && c <= '~' && c != '"' && c != '\\';
-        quoted += is_plain ? std::string{c} : Format("\\u%04x", static_cast<unsigned char>(c));
+        quoted += is_plain ? std::string{c} : Text("\\u", Hex(static_cast<unsigned char>(c), 4));
     }
-    return text.empty() ? "null" : quoted + '"';
+    return quoted + '"';
 }
 
-/// The same up to the first zero byte, also of an empty text.
-std::string QuotedName(std::string_view bytes)
+std::string QuotedOrNull(std::string_view text)
 {
-    const std::string_view text = bytes.substr(0, bytes.find('\0'));
-    return text.empty() ? "\"\"" : Quoted(text);
-}
-
-std::string Hex(uint32_t word, const char *prefix = "")
-{
-    return Format("\"%s%08x\"", prefix, word);
+    return text.empty() ? "null" : Quoted(text);
 }
 
 /// An object with one member a line, `depth` objects and arrays deep.
-std::string Object(int depth, std::initializer_list<std::pair<const char *, std::string>> members)
+std::string Object(size_t depth, Rows members)
 {
     std::string object;
-    const std::string indent = Format("\n%*s", 2 * depth, "");
+    const std::string indent(2 * depth, ' ');
     for (const auto &[name, json] : members) {
-        object += Format("%s%s  \"%s\": ", object.empty() ? "{" : ",", indent.c_str(), name) + json;
+        object += Text(object.empty() ? '{' : ',', '\n', indent, "  \"", name, "\": ", json);
     }
-    return object + indent + "}";
+    return Text(object, '\n', indent, '}');
 }
 
-std::string RegionJson(const Region &region, size_t index, const std::string &hash,
-                       const Board &board)
+std::string RegionJson(const Region &region, size_t index, const Board &board)
 {
     return Object(2, {{"number", std::to_string(index + 1)},
                       {"name", Quoted(kRegionNames[index])},
                       {"offset", std::to_string(region.start)},
                       {"size", std::to_string(region.size)},
                       {"partition_size", board ? std::to_string((*board)[index]) : "null"},
-                      {"sha256", Quoted(hash)},
+                      {"sha256", QuotedOrNull(region.sha256)},
                       {"verdict", Quoted(region.verdict)},
-                      {"reason", Quoted(region.reason)}});
+                      {"reason", QuotedOrNull(region.reason)}});
 }
 
 std::string KernelJson(const KernelImage &image)
 {
     const ImageHeader &header = image.header;
-    return Object(1, {{"name", QuotedName({header.name.data(), header.name.size()})},
+    return Object(1, {{"name", Quoted({header.name.data(), header.name.size()})},
                       {"created", Quoted(DateOf(header, "%Y-%m-%dT%H:%M:%SZ"))},
                       {"data_size", std::to_string(header.data_size)},
-                      {"load_address", Hex(header.load_address, "0x")},
-                      {"entry_point", Hex(header.entry_point, "0x")},
+                      {"load_address", Quoted(Text("0x", Hex(header.load_address)))},
+                      {"entry_point", Quoted(Text("0x", Hex(header.entry_point)))},
                       {"operating_system", Quoted(image.operating_system)},
                       {"architecture", Quoted(image.architecture)},
                       {"type", Quoted(image.type)},
                       {"compression", Quoted(image.compression)},
-                      {"header_crc", Hex(header.header_crc)},
-                      {"header_crc_computed", Hex(header.computed_crc)},
-                      {"data_crc", Hex(header.data_crc)},
-                      {"data_crc_computed", Hex(image.data_crc)}});
+                      {"header_crc", Quoted(Hex(header.header_crc))},
+                      {"header_crc_computed", Quoted(Hex(header.computed_crc))},
+                      {"data_crc", Quoted(Hex(header.data_crc))},
+                      {"data_crc_computed", Quoted(Hex(image.data_crc))}});
 }
 
-std::string PackageJson(const Examination &found, const Hashes &hashes, const Board &board)
+std::string PackageJson(const Examination &found, const Board &board)
 {
     const Package &package = *found.package;
+    const std::string reason = found.WhyNot();
+    const bool has_kernel = found.kernel.header.magic == kImageMagic;
     std::string regions;
     for (size_t i = 0; i < found.regions.size(); ++i) {
         regions += i == 0 ? "[\n    " : ",\n    ";
-        regions += RegionJson(found.regions[i], i, hashes.regions[i], board);
+        regions += RegionJson(found.regions[i], i, board);
     }
-    return Object(0, {{"verdict", Quoted(found.WhyNot().empty() ? "accepted" : "refused")},
-                      {"reason", Quoted(found.WhyNot())},
+    return Object(0, {{"verdict", Quoted(reason.empty() ? "accepted" : "refused")},
+                      {"reason", QuotedOrNull(reason)},
                       {"layout", std::to_string(package.header.version)},
                       {"header_size", std::to_string(package.layout.header_length)},
-                      {"marker", QuotedName(MagicBytes(package.header.magic))},
-                      {"marker_word", Hex(package.header.magic)},
+                      {"marker", Quoted(MagicBytes(package.header.magic))},
+                      {"marker_word", Quoted(Hex(package.header.magic))},
                       {"file_size", std::to_string(package.file_size)},
-                      {"sha256", Quoted(hashes.package)},
+                      {"sha256", QuotedOrNull(found.sha256)},
                       {"regions", regions + "\n  ]"},
-                      {"kernel", found.kernel.header.magic == kImageMagic ? KernelJson(found.kernel)
-                                                                          : "null"}});
+                      {"kernel", has_kernel ? KernelJson(found.kernel) : "null"}});
 }
 
-int Info(const Options &options, const Board &board)
+int Info(const Options &options)
 {
+    const Board board = options.GivenBoard();
     const InputFile file{options.operands[0]};
-    const Examination found = Examine(file, std::nullopt, board);
-    Hashes hashes;
-    // On another processor, because the regions together are as long as the package.
-    auto whole = std::async(std::launch::async, [&] {
-        return found.package->ExpectedFileSize() == file.size() ? Sha256(file, 0, file.size()) : "";
-    });
-    for (size_t i = 0; i < hashes.regions.size(); ++i) {
-        const Region &region = found.regions[i];
-        hashes.regions[i] = region.is_whole ? Sha256(file, region.start, region.size) : "";
-    }
-    hashes.package = whole.get();
+    Examination found = Examine(file, std::nullopt, board);
+    Hash(file, found);
     if (options.Has('j')) {
-        std::puts(PackageJson(found, hashes, board).c_str());
+        std::puts(PackageJson(found, board).c_str());
     } else {
-        PrintText(found, hashes);
+        PrintText(found);
     }
     found.PrintWarnings(file.name());
     return kExitDone;
@@ -200,15 +206,4 @@ int Info(const Options &options, const Board &board)
 
 } // namespace
 
-const Command kInfo{
-    "info",
-    "usage: fwpack info [OPTION...] PACKAGE\n\n"
-    "Shows the contents of the PACKAGE ('-': standard input), even a damaged one, and whether\n"
-    "it can be installed on a board with its marker and layout.\n\n"
-    "  -j, --json             print a JSON object, for scripts\n"
-    "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
-    "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n",
-    "",
-    1,
-    1,
-    Info};
+const Command kInfo{"info", kHelp, "", 1, Info};

@@ -1,12 +1,17 @@
 #include "tools/text.h"
 
+#include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "flash/package.h"
+#include "util/byte_order.h"
+
+void FailErrnoIf(bool is_wrong, const std::string &name)
+{
+    FailIf(is_wrong, name, ": ", std::strerror(errno));
+}
 
 void PrintError(const std::string &message)
 {
@@ -14,31 +19,11 @@ void PrintError(const std::string &message)
     std::fprintf(stderr, "fwpack: %s\n", message.c_str());
 }
 
-void Fail(const std::string &name, const std::string &reason)
+std::string Hex(uint32_t number, int digits)
 {
-    throw Failure{name + ": " + reason};
-}
-
-void FailErrno(const std::string &name)
-{
-    Fail(name, std::strerror(errno));
-}
-
-void FailUsage(const std::string &message)
-{
-    throw Failure{message, kExitUsage};
-}
-
-std::string Format(const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    char *text = nullptr;
-    const int length = vasprintf(&text, format, arguments);
-    va_end(arguments);
-    std::string copy(length >= 0 ? text : "");
-    std::free(length >= 0 ? text : nullptr);
-    return copy;
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%0*x", digits, number);
+    return text.data();
 }
 
 std::string Printable(std::string_view text)
@@ -52,16 +37,14 @@ std::string Printable(std::string_view text)
 
 std::string MagicBytes(uint32_t magic)
 {
-    std::string bytes;
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes += static_cast<char>((magic >> shift) & 0xFF);
-    }
-    return bytes;
+    std::array<uint8_t, 4> bytes;
+    StoreLe32(bytes.data(), magic);
+    return {bytes.begin(), bytes.end()};
 }
 
 std::string MarkerText(uint32_t magic)
 {
-    return Format("\"%s\" (%08x)", Printable(MagicBytes(magic)).c_str(), magic);
+    return Text('"', Printable(MagicBytes(magic)), "\" (", Hex(magic), ")");
 }
 
 std::string LayoutNames(const char *separator)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -15,15 +16,39 @@ struct Failure {
     int status = kExitRefused;
 };
 
-[[noreturn]] void Fail(const std::string &name, const std::string &reason);
-[[noreturn]] void FailErrno(const std::string &name); ///< with errno's text
-[[noreturn]] void FailUsage(const std::string &message);
+/// One text of texts and numbers.
+template<typename... Parts>
+std::string Text(const Parts &...parts)
+{
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
+}
+
+/// Ends the command with a message of these parts.
+template<typename... Parts>
+void FailIf(bool is_wrong, const Parts &...parts)
+{
+    if (is_wrong) {
+        throw Failure{Text(parts...)};
+    }
+}
+
+template<typename... Parts>
+void FailUsageIf(bool is_wrong, const Parts &...parts)
+{
+    if (is_wrong) {
+        throw Failure{Text(parts...), kExitUsage};
+    }
+}
+
+/// Ends the command with the name and errno's text.
+void FailErrnoIf(bool is_wrong, const std::string &name);
 
 /// Prints "fwpack: " and the message on standard error, after flushing standard output.
 void PrintError(const std::string &message);
 
-/// printf into a string.
-__attribute__((format(printf, 1, 2))) std::string Format(const char *format, ...);
+std::string Hex(uint32_t number, int digits = 8);
 
 /// The text up to its first zero byte, with dots for unprintable characters.
 std::string Printable(std::string_view text);
