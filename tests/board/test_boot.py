@@ -9,6 +9,7 @@ from pathlib import Path
 import pexpect
 import pytest
 
+pytestmark = [pytest.mark.board, pytest.mark.timeout(1200)]
 ENVIRONMENTS = 0x40000, 0x50000
 U_BOOT, STARTS, KERNEL = 0x60000, 0xF0000, 0x100000
 PROMPT = "=> "
