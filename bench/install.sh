@@ -99,7 +99,7 @@ run() {
     local status=0
     cp flash flash.used
     install -D -m 755 reboot root/sbin/reboot
-    "$top/board/run.sh" --install root "${@:2}" --timeout 3600 --put package:/tmp/flash3 \
+    "$top/board/run" --install root "${@:2}" --timeout 3600 --put package:/tmp/flash3 \
         --put new.app:/tmp/app --job "$1" flash.used >output 2>&1 || status=$?
     [ $status -eq 75 ] || {
         cat output >&2

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Downloads the update engine for the emulated board: Debian's SWUpdate and curl for armhf, with the
-# libraries that the board's image does not have. board/run.sh --install puts the result,
+# libraries that the board's image does not have. board/run --install puts the result,
 # .cache/engine/root, onto the board. Keeps a complete result.
 set -euo pipefail
 

@@ -10,7 +10,7 @@ cache=$(dirname "$here")/.cache/board
 . "$here/../scripts/private-apt.sh"
 settings=$here/../integration/u-boot
 
-# The board's userland. board/run.sh adds the program itself at each boot.
+# The board's userland. board/run adds the program itself at each boot.
 userland=(dash coreutils mount util-linux mawk findutils psmisc procps kmod sed grep tar diffutils iproute2
     net-tools rsyslog strace time mtd-utils bsdutils libubootenv-tool)
 modules=(spi_aspeed_smc spi-nor ofpart mtdblock jffs2 vfat nls_ascii nls_cp437 nls_iso8859-1

@@ -79,7 +79,7 @@ run_fleet_board() {
         jobs+=(--job "$work/report" --job "$work/report")
         ;;
     esac
-    board/run.sh --timeout 600 --install "$work/root" --install .cache/engine/root --kept-sd "$dir/card" \
+    board/run --timeout 600 --install "$work/root" --install .cache/engine/root --kept-sd "$dir/card" \
         --put integration/swupdate/update-agent:/sbin/update-agent --put "$dir/conf:/sbin/update-agent.conf" \
         --put "$work/signing.crt:/signing.crt" --put "$dir/settings:/settings" \
         --web "busybox nc 127.0.0.1 $web" "${cut[@]}" "${jobs[@]}" "$dir/flash" 2>&1 |

@@ -8,7 +8,7 @@
 #     # COMMENT         shown too
 #     log: ...          the system log, behind the other lines of a boot, since they are not in step
 #
-# A command can use board/firmware.sh, $top, $work (the folder) and options (of board/run.sh).
+# A command can use board/firmware.sh, $top, $work (the folder) and options (of board/run).
 set -euo pipefail
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 file=$(realpath "$1")
@@ -53,7 +53,7 @@ for job in job*; do
     options+=(--job "$job")
 done
 # A board that fails or hangs ends early. The output shows it.
-"$top/board/run.sh" --timeout 600 --install root "${options[@]}" flash 2>errors | in_order >output || true
+"$top/board/run" --timeout 600 --install root "${options[@]}" flash 2>errors | in_order >output || true
 if [ "${2:-}" = --update ]; then
     updated=$(sed '/^boot loader:/,$d' "$file" && cat output)
     echo "$updated" >"$file"

@@ -46,7 +46,7 @@ done
 END
 make_card sd
 make_flash flash old.{kernel,app,etc} && cp flash before
-"$top/board/run.sh" --web "$work/serve" --sd sd --install "$top/.cache/engine/root" --install root --timeout 600 \
+"$top/board/run" --web "$work/serve" --sd sd --install "$top/.cache/engine/root" --install root --timeout 600 \
     --job job --put "$top/integration/swupdate/update-agent:/sbin/update-agent" --put ours.crt:/crt flash \
     >output 2>&1 || fail "status $?"
 cmp -n 14M before flash || fail "flash changed" # except /etc, which was mounted

@@ -49,7 +49,7 @@ state() {
 # power_on [option...]: boots with the card in its slot and the package in memory.
 power_on() {
     status=0
-    "$top/board/run.sh" --install root --put package:/tmp/flash3 --kept-sd card --timeout 400 "$@" flash \
+    "$top/board/run" --install root --put package:/tmp/flash3 --kept-sd card --timeout 400 "$@" flash \
         >output 2>&1 || status=$?
 }
 

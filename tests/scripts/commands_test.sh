@@ -51,11 +51,11 @@ ends_at() {
 if [ "${1:-}" = board ]; then
     ln -s "$top/.cache" .
     truncate -s 16M card
-    ends_at ready board/run.sh --sd card flash -- sh -c 'echo ready; exec sleep 1000'
+    ends_at ready board/run --sd card flash -- sh -c 'echo ready; exec sleep 1000'
     exit
 fi
 
-says 2 "usage: board/run" board/run.sh --log-times --put
+says 2 "usage: board/run" board/run --log-times --put
 says 2 "usage: ./demo" ./demo downgrade
 says 2 "usage: ./check" ./check --no-install everything
 says 2 "clean-room.sh [--release" scripts/clean-room.sh --release
