@@ -230,7 +230,8 @@ class Board:
         status = -9
         while status == -9 and boots:
             boots -= 1
-            unmount("/etc")
+            for place in "/etc", WORLD / "tmp/upgrade-look/etc", WORLD / "tmp/upgrade-look":
+                unmount(place)
             shutil.rmtree(WORLD / "tmp")
             (WORLD / "tmp").mkdir()
             status, output = self.call("resume-upgrade")
