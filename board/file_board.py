@@ -53,8 +53,11 @@ PROGRAMS = {
 case "$*" in *of=*) ;; *) exec /bin/dd "$@" ;; esac
 bs=512 seek=0 from=()
 for word in "$@"; do
-    case $word in of=*) to=${word#*=} ;; bs=*) bs=${word#*=} ;; seek=*) seek=${word#*=} ;; conv=*) ;; *) from+=("$word") ;; esac
+    case $word in of=*) to=${word#*=} ;; bs=*) bs=${word#*=} ;; seek=*) seek=${word#*=} ;; conv=*) conv=$word ;; *) from+=("$word") ;; esac
 done
+# Without these words, a write may never arrive, or shortens the file.
+case $conv in *fsync*) ;; *) exit 1 ;; esac
+case $conv in *notrunc*) ;; *) : >"$to" ;; esac
 data=$(mktemp $world/data.XXXXXX)
 /bin/dd bs="$bs" "${from[@]}" of="$data" status=none && write "${to#"$world"/}" $((bs * seek)) "$data"
 status=$?
@@ -227,7 +230,8 @@ class Board:
         status = -9
         while status == -9 and boots:
             boots -= 1
-            unmount("/etc")
+            for place in "/etc", WORLD / "tmp/upgrade-look/etc", WORLD / "tmp/upgrade-look":
+                unmount(place)
             shutil.rmtree(WORLD / "tmp")
             (WORLD / "tmp").mkdir()
             status, output = self.call("resume-upgrade")

@@ -8,7 +8,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from file_board import CARD, SETTINGS, WORLD, Board, own_namespace, run
+from file_board import CARD, SETTINGS, WORLD, Board, own_namespace, run, unmount
 
 STORE = CARD / "upgrade-store"
 PARTS = "none", "first", "half", "last"  # of a write: nothing, one byte, half of it, all but one byte
@@ -18,6 +18,8 @@ WHOLE = ("installed", "new", [])
 @pytest.fixture(scope="module", autouse=True)
 def namespace():
     own_namespace()
+    yield
+    unmount("/etc")  # the next tests need this machine's
 
 
 @pytest.fixture(params=["dash", "busybox"])
