@@ -24,13 +24,16 @@ set(CPACK_SOURCE_OUTPUT_CONFIG_FILE ${PROJECT_BINARY_DIR}/CMakeFiles/CPackSource
 # Packages of the same version for two releases of Debian differ in their libraries, so their names differ.
 # In Debian's order, 1.1.0~rc1 comes before 1.1.0+deb12, and that before 1.1.0+git4.1a2b3c4+deb12.
 string(REPLACE -rc ~rc CPACK_DEBIAN_PACKAGE_VERSION ${QVE_VERSION})
-cmake_host_system_information(RESULT host QUERY DISTRIB_INFO)
-if("${host_ID}" STREQUAL debian AND host_VERSION_ID)
-    string(APPEND CPACK_DEBIAN_PACKAGE_VERSION +deb${host_VERSION_ID})
+if(EXISTS /etc/debian_version)
+    file(STRINGS /etc/os-release release REGEX "^VERSION_ID=") # unstable has none
+    string(REGEX MATCH "[0-9]+" release "${release}")
+    string(APPEND CPACK_DEBIAN_PACKAGE_VERSION +deb${release})
 endif()
 
 set(program_documents docs/factory-tests.md docs/known-limits.md docs/upgrade-safety.md)
 file(GLOB program_pages CONFIGURE_DEPENDS docs/man/*.8)
+file(GLOB integration_pages CONFIGURE_DEPENDS docs/man/*-*.8) # no applet has a '-' in its name
+list(REMOVE_ITEM program_pages ${integration_pages})
 
 # Documents are only in the package. 'cmake --install' omits them: a board's flash has no room.
 install(FILES ${program_pages} DESTINATION ${QVE_MANDIR}/man8
@@ -40,7 +43,27 @@ install(FILES ${program_documents} DESTINATION ${QVE_DOCDIR}/qve
 install(FILES docs/pictures/power-cut.svg DESTINATION ${QVE_DOCDIR}/qve/pictures
         COMPONENT program EXCLUDE_FROM_ALL)
 
+# The scripts for the board. 'cmake --install' has them only as a component: not every board needs them.
+file(GLOB integration_scripts CONFIGURE_DEPENDS integration/*-upgrade integration/second-checksum
+    integration/swupdate/*-agent)
+file(GLOB integration_files CONFIGURE_DEPENDS integration/upgrade-*.sh integration/*.conf
+    integration/swupdate/*.sh integration/swupdate/*.conf)
+install(PROGRAMS ${integration_scripts} DESTINATION sbin COMPONENT integration EXCLUDE_FROM_ALL)
+install(FILES ${integration_files} DESTINATION sbin COMPONENT integration EXCLUDE_FROM_ALL)
+
 if(CMAKE_CROSSCOMPILING)
+    list(APPEND CPACK_COMPONENTS_ALL integration)
+    set(CPACK_DEBIAN_INTEGRATION_PACKAGE_NAME qve-integration)
+    set(CPACK_DEBIAN_INTEGRATION_PACKAGE_ARCHITECTURE all)
+    set(CPACK_DEBIAN_INTEGRATION_PACKAGE_DEPENDS qve)
+    set(CPACK_DEBIAN_INTEGRATION_DESCRIPTION "upgrades of a network video server that survive a power failure
+Scripts for the board around its program. They keep the package and the
+user's settings on the card until flash holds the complete firmware, and
+fetch signed updates from a server with SWUpdate.")
+    install(FILES ${integration_pages} DESTINATION ${QVE_MANDIR}/man8
+            COMPONENT integration EXCLUDE_FROM_ALL)
+    install(FILES integration/README.md DESTINATION ${QVE_DOCDIR}/qve-integration
+            COMPONENT integration EXCLUDE_FROM_ALL)
     set(CPACK_PACKAGING_INSTALL_PREFIX /)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armel)
 else()

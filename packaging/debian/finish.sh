@@ -19,7 +19,7 @@ changelog() {
         elif [[ $line =~ ^'## ['([0-9][^]]*)'] - '([0-9-]+)$ ]]; then
             end_entry
             name=${BASH_REMATCH[1]/-rc/\~rc} date=${BASH_REMATCH[2]}
-            [ -z "$newest" ] || [[ $newest =~ ^"$name"(\+deb[0-9]+)?$ ]] ||
+            [ -z "$newest" ] || [[ $newest =~ ^"$name"(\+deb[0-9]*)?$ ]] ||
                 { echo "CHANGELOG.md has no entry for version $version" >&2 && exit 1; }
         else
             [ -z "$date" ] || sed -E 's/^### (.*)/\n  [ \1 ]/; s/^- /  * /; s/^  ([^*[])/    \1/; /^$/d' <<<"$line"
@@ -43,6 +43,12 @@ for docs in "$2"/*/usr/share/doc/*; do
     share=${docs%/doc/*}
     install -m 644 "$top/COPYRIGHT" "$docs/copyright"
     changelog "$package" | gzip -9n >"$docs/changelog.gz"
+    # The package does not have all documents that its documents link to.
+    grep -oh ']([^):]*)' "$docs"/*.md | sort -u | while read -r link; do
+        target=${link#](}
+        target=${target%)}
+        [ -e "$docs/${target%%#*}" ] || sed -i "s|$link|]|g" "$docs"/*.md
+    done
     mkdir -p "$share/lintian/overrides"
     for file in "${overrides[@]/#/$here/$package.}"; do
         [ ! -e "$file" ] || cat "$file"

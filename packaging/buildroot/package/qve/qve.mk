@@ -34,6 +34,9 @@ endif
 # The board's scripts look for the commands in /bin.
 define QVE_INSTALL_TARGET_CMDS
 	DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix /
+	$(if $(BR2_PACKAGE_QVE_INTEGRATION),
+		DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix / --component integration
+		rm -rf $(TARGET_DIR)/usr/share/doc/qve-integration)
 endef
 
 define HOST_QVE_INSTALL_CMDS

@@ -27,10 +27,16 @@ EXTRA_OECMAKE:append:class-target = " -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF"
 # The board's scripts look for the commands in /bin: with merged /usr that is a link to /usr/bin.
 do_install:class-target() {
     DESTDIR=${D} cmake --install ${B} --prefix ${root_prefix}/
+    DESTDIR=${D} cmake --install ${B} --prefix ${root_prefix}/ --component integration
+    rm -rf ${D}${root_prefix}/usr/share
 }
 do_install:class-native() {
     DESTDIR=${D} cmake --install ${B} --prefix ${prefix} --component tools
 }
 
+# The scripts for safe upgrades: IMAGE_INSTALL:append = " qve-integration"
+PACKAGES =+ "${PN}-integration"
+FILES:${PN}-integration = "${base_sbindir}"
+RDEPENDS:${PN}-integration = "${PN}"
 FILES:${PN} = "${base_bindir}"
 BBCLASSEXTEND = "native"
