@@ -44,7 +44,7 @@ for docs in "$2"/*/usr/share/doc/*; do
     install -m 644 "$top/COPYRIGHT" "$docs/copyright"
     changelog "$package" | gzip -9n >"$docs/changelog.gz"
     # The package does not have all documents that its documents link to.
-    grep -oh ']([^):]*)' "$docs"/*.md | sort -u | while read -r link; do
+    { grep -oh ']([^):]*)' "$docs"/*.md || true; } | sort -u | while read -r link; do
         target=${link#](}
         target=${target%)}
         [ -e "$docs/${target%%#*}" ] || sed -i "s|$link|]|g" "$docs"/*.md
