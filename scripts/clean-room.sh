@@ -63,7 +63,7 @@ make_room() {
     # The machine's settings for pip. Debian's own certificates would replace a file in their place.
     [ ! -e /etc/pip.conf ] || cp /etc/pip.conf "$room/root/etc/"
     local trusted=${PIP_CERT:-/etc/ssl/certs/ca-certificates.crt}
-    [ ! -e "$trusted" ] || install -m 644 "$trusted" "$room/root/etc/ssl/machine.crt"
+    [ ! -e "$trusted" ] || install -D -m 644 "$trusted" "$room/root/etc/ssl/machine.crt"
     git clone --quiet "$top" "$room/root/root/qve"
     git -C "$room/root/root/qve" checkout --quiet --detach "$(git -C "$top" rev-parse HEAD)"
 }
