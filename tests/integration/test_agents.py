@@ -28,34 +28,24 @@ PROGRAMS = {
 
 
 class Board:
-    """A folder with the agent, its settings and the programs that it calls."""
+    """A folder with the agent, its settings and the programs that it calls. The agent sees it as
+    /mnt, and has a /tmp of its own."""
 
     def __init__(self, folder, scripts, agent, shell, **settings):
         self.folder, self.agent, self.shell = folder, agent, shell
         for name in (agent, f"{agent}.conf", "board-state.sh"):
             shutil.copy(scripts / name, folder)
+        (folder / "tmp").mkdir()
         (folder / "bin").mkdir()
         for name, text in PROGRAMS.items():
             path = folder / "bin" / name
-            path.write_text(f"#!/bin/sh\ncd {folder}\n{text}\n")
+            path.write_text(f"#!/bin/sh\ncd /mnt\n{text}\n")
             path.chmod(0o755)
-        base = dict(
-            certificate="/c",
-            board="b1",
-            memo=folder / "memo",
-            mount_point=folder,
-            spread=0,
-            longest=100,
-        )
-        lines = [f"{key}='{value}'\n" for key, value in {**base, **settings}.items()]
+        base = {"certificate": "/c", "board": "b1", "mount_point": "/mnt", "memo": "/mnt/memo"}
+        base |= {"spread": 0, "longest": 100, "token": "/mnt/token", "authority": "/a"}
         with open(folder / f"{agent}.conf", "a", encoding="utf-8") as conf:
-            conf.writelines(lines)
-        for name, text in {
-            "calls": "",
-            "naps": "",
-            "token": "secret-token\n",
-            "swupdate.do": "exit 1",
-        }.items():
+            conf.writelines(f"{key}='{value}'\n" for key, value in {**base, **settings}.items())
+        for name, text in {"token": "secret-token\n", "swupdate.do": "exit 1"}.items():
             (folder / name).write_text(text)
         self.result("none")
 
@@ -71,14 +61,16 @@ class Board:
         """Runs the agent and returns its status, what it printed, and the calls since."""
         (self.folder / "calls").write_text("")
         (self.folder / "naps").write_text("")
-        agent = f"{' '.join(self.shell)} {self.folder}/{self.agent}"
-        script = f'echo $$ >{self.folder}/agent; exec {agent} "$@"'
+        script = (
+            f"/bin/mount --bind {self.folder} /mnt && /bin/mount --bind /mnt/tmp /tmp;"
+            f'echo $$ >/mnt/agent; exec {" ".join(self.shell)} /mnt/{self.agent} "$@"'
+        )
         done = subprocess.run(
-            ["sh", "-c", script, "agent", *arguments],
-            env={**os.environ, **environment, "PATH": f"{self.folder}/bin:{os.environ['PATH']}"},
+            ["unshare", "--mount", "sh", "-c", script, "agent", *arguments],
+            env={**os.environ, **environment, "PATH": f"/mnt/bin:{os.environ['PATH']}"},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             timeout=120, check=False,
-        )  # fmt: skip
+        )
         return (
             done.returncode,
             done.stdout.decode(errors="replace"),
@@ -218,8 +210,8 @@ CONNECTED = "echo '[TRACE] : x :  [x] : Server initialized, entering suricatta m
 
 
 @pytest.fixture(name="fleet_board")
-def make_fleet_board(make, tmp_path):
-    return make("fleet-agent", server="https://s", token=tmp_path / "token", authority="/a")
+def make_fleet_board(make):
+    return make("fleet-agent", server="https://s")
 
 
 def confirmations(calls):
@@ -256,7 +248,7 @@ def test_hang_is_ended(make, tmp_path):
     )
     fleet_board.swupdate("echo 'Update classified as forced'; exec /bin/sleep 1000")
     _, output, calls = fleet_board.run(waits="2")
-    assert output.count("no end after 1 s") == 2 and len(calls) == 2
+    assert output.count("no answer for 1 s") == 2 and len(calls) == 2
 
 
 def test_token_stays_secret_and_errors_harmless(fleet_board):
