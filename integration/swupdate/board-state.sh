@@ -74,6 +74,9 @@ start_swupdate() {
     '' | *[!0-9.]*) ;;
     *) set -- -N "${oldest:-$version}" "$@" ;;
     esac
+    # Its processes wait 100 ms for each other. On a busy board the answer then meets a closed connection,
+    # and SWUpdate would end in the middle of an installation (seen).
+    trap '' PIPE
     ulimit -f $((largest * 2048)) && ulimit -v "$addresses" || exit
     # shellcheck disable=SC2086 # a command and its options
     exec $limited swupdate -l 4 -B none -b "$(sed -n 's/^mtd\([0-9]*\):.*/\1/p' /proc/mtd | tr '\n' ' ')" \
