@@ -60,6 +60,10 @@ make_room() {
     flock "$room_lock"
     cp -a "$template" "$room/root"
     cp /etc/resolv.conf /etc/hosts "$room/root/etc/"
+    # The machine's settings for pip. Debian's own certificates would replace a file in their place.
+    [ ! -e /etc/pip.conf ] || cp /etc/pip.conf "$room/root/etc/"
+    local trusted=${PIP_CERT:-/etc/ssl/certs/ca-certificates.crt}
+    [ ! -e "$trusted" ] || install -D -m 644 "$trusted" "$room/root/etc/ssl/machine.crt"
     git clone --quiet "$top" "$room/root/root/qve"
     git -C "$room/root/root/qve" checkout --quiet --detach "$(git -C "$top" rev-parse HEAD)"
 }
@@ -82,7 +86,7 @@ enter_room() {
         cd /root/qve
         exec "$@"' "$room/root" \
         env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 \
-        TERM="${TERM:-dumb}" "${proxies[@]}" "$@"
+        TERM="${TERM:-dumb}" "${settings[@]}" "$@"
 }
 
 release=bookworm
@@ -95,7 +99,8 @@ done
 [ $# -gt 0 ] || usage
 [[ " $supported_releases sid " == *" $release "* ]] || fail "no release '$release'; supported releases: $supported_releases"
 [ "$(id -u)" -eq 0 ] || fail "only root can make a clean room"
-mapfile -t proxies < <(env | grep -iE '^(https?|no)_proxy=')
+mapfile -t settings < <(env | grep -iE '^((https?|no)_proxy|PIP_(EXTRA_)?INDEX_URL|PIP_DEFAULT_TIMEOUT)=')
+[ -z "${PIP_CERT:-}" ] || settings+=(PIP_CERT=/etc/ssl/machine.crt)
 
 template=$rooms/$release
 on_exit true

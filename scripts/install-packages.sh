@@ -12,7 +12,8 @@ packages_of() {
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck pyflakes3 pycodestyle zlib1g-dev jq iproute2 python3-pexpect python3-pytest python3-pytest-timeout python3-pytest-xdist ;;
     bench) echo dosfstools e2fsprogs strace toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
-    fleet) echo binutils busybox fdisk jq mtools openssl ;;
+    fleet) echo binutils busybox curl fdisk jq mtools openssl python3 python3-venv ;;
+    hawkbit) echo default-jre-headless ;;
     room) echo mmdebstrap ;;
     esac
 }

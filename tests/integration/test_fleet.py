@@ -9,14 +9,15 @@ import pytest
 
 pytestmark = [pytest.mark.board, pytest.mark.timeout(2400)]
 
-# Kernel's name, marker, signer and expected reason. The board runs 'old' and trusts 'ours'.
+# Kernel's name, marker, signer and expected reason. The board runs 1.5 and trusts 'ours'.
 CASES = {
     "unsigned": ("2.0.0", "3510", None, "not signed"),
     "key": ("2.0.0", "3510", "theirs", "Authentication of all signatures failed"),
     "description": ("2.0.0", "3510", "ours", "Signature verification failed"),
     "package": ("2.0.0", "3510", "ours", "HASH mismatch"),
     "hardware": ("2.0.0", "3520", "ours", "SW not compatible with hardware"),
-    "running": ("old", "3510", "ours", "No reinstalling allowed"),
+    "running": ("1.5", "3510", "ours", "No reinstalling allowed"),
+    "older": ("1.4", "3510", "ours", "No downgrading allowed"),
     "half": ("2.0.0", "3510", "ours", "Channel get operation aborted"),
     "down": ("2.0.0", "3510", "ours", None),
     "full": ("2.0.0", "3510", "ours", "safe-upgrade"),
@@ -32,7 +33,9 @@ ip addr add 10.0.2.15/24 dev eth0 && ip link set eth0 up
 for case in {cases}; do
     [ $case != full ] || {{ mount /dev/mmcblk0p1 /mnt/sd && head -c 100M /dev/zero >/mnt/sd/fill; }} 2>/dev/null
     url=http://10.0.2.100/$case
-    printf '%s\n' question=$url/latest update_file=$url/firmware.swu certificate=/crt board=1 >/sbin/update-agent.conf
+    {{ cat /conf
+       echo "question=$url/latest update_file=$url/firmware.swu certificate=/crt board=1 spread=0 memo=/tmp/$case"
+    }} >/sbin/update-agent.conf
     echo "$case:" $(update-agent once || echo "status $?")
 done
 """
@@ -48,7 +51,7 @@ def change(file, old, new):
 def fleet(tmp_path_factory):
     """Runs a board that asks for each file. Returns its output and the server's log."""
     work = tmp_path_factory.mktemp("fleet")
-    board.make(work, board.PARTS + "make_app_image new 100000 new.app; truncate -s 64K new.etc")  # sent often
+    board.make(work, board.PARTS + "make_kernel_image 1.5 old.kernel; make_flash flash old.kernel old.app old.etc; make_app_image new 100000 new.app; truncate -s 64K new.etc")  # sent often
     tools = board.TOP / "integration/swupdate"
     environment = dict(os.environ, PATH=f"{os.environ['PATH']}:{board.TOP}/build/host:{tools}")
     for key in "ours", "theirs":
@@ -61,13 +64,14 @@ def fleet(tmp_path_factory):
         subprocess.run(["make-swu", *sign, "package", f"www/{name}"], cwd=work, env=environment, check=True)
     change(work / "www/description/firmware.swu", b'"3510.1"', b'"5310.1"')  # keeps the archive's checksum
     change(work / "www/package/firmware.swu", b"\nnew 9999\n", b"\nnew 9998\n")
-    (work / "www/running/latest").write_text("announced as another\n")
+    change(work / "www/running/latest", b" 1.5", b" 2.0")  # announced as another
     (work / "serve").write_text(SERVE.format(work=work))
     (work / "serve").chmod(0o755)
     before = (work / "flash").read_bytes()
     status, output = board.run(
         work, "--web", work / "serve", "--install", board.TOP / ".cache/engine/root", "--timeout", "600", "--put",
-        f"{tools}/update-agent:/sbin/update-agent", "--put", "ours.crt:/crt", jobs=[JOB.format(cases=" ".join(CASES))])
+        f"{tools}/update-agent:/sbin/update-agent", "--put", f"{tools}/board-state.sh:/sbin/board-state.sh",
+        "--put", f"{tools}/update-agent.conf:/conf", "--put", "ours.crt:/crt", jobs=[JOB.format(cases=" ".join(CASES))])
     assert status == 0, output
     assert (work / "flash").read_bytes()[:14 << 20] == before[:14 << 20], output  # /etc was mounted
     return output, (work / "asked").read_text()
@@ -80,4 +84,4 @@ def test_refused(fleet, name):
     assert re.search(f"^{name}:.*{reason or ''}.*status 1", output, re.M), output
     if reason:
         sent = reason.replace(" ", "[+]")
-        assert re.search(rf"^/{name}/latest\?.*running=old&outcome=refused&reason={sent}", asked, re.M), asked
+        assert re.search(rf"^/{name}/latest\?.*running=1.5&outcome=refused&reason={sent}", asked, re.M), asked
