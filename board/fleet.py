@@ -133,7 +133,7 @@ class Board:
         self.arguments = [
             TOP / "board/run",
             "--timeout",
-            "900",
+            "1800",
             "--install",
             WORK / "root",
             "--install",
