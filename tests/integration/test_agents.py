@@ -20,8 +20,8 @@ PROGRAMS = {
     "reboot": "echo reboot >>calls; kill $(cat agent)",
     "mount": "true",
     "umount": "true",
-    # The watch, or a pause. $waits pauses are allowed, the one at the start included.
-    "sleep": '[ "$1" != 60 ] || exec /bin/sleep 0.2; '
+    # fleet-agent's watch, or a pause. $waits pauses are allowed, the one at the start included.
+    "sleep": '[ "$agent $1" != "fleet-agent 60" ] || exec /bin/sleep 0.2; '
     'echo "$1" >>naps; [ "$(wc -l <naps)" -le "${waits:-1000}" ] || kill $(cat agent)',
     "dd": 'case $* in *mtdblock*) printf "2.0.0\\0\\0" ;; *) exec /bin/dd "$@" ;; esac',
 }
@@ -67,7 +67,7 @@ class Board:
         )
         done = subprocess.run(
             ["unshare", "--mount", "sh", "-c", script, "agent", *arguments],
-            env={**os.environ, **environment, "PATH": f"/mnt/bin:{os.environ['PATH']}"},
+            env={**os.environ, **environment, "agent": self.agent, "PATH": f"/mnt/bin:{os.environ['PATH']}"},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             timeout=120, check=False,
         )
