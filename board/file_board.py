@@ -139,8 +139,12 @@ def run(*words, **options):
     return subprocess.run([str(word) for word in words], check=True, **options)
 
 
+def is_mounted(place):
+    return any(line.split()[1] == str(place) for line in Path("/proc/self/mounts").read_text().splitlines())
+
+
 def unmount(place):
-    while os.path.ismount(place):
+    while is_mounted(place):
         run("umount", "-l", place)
 
 
@@ -235,7 +239,7 @@ class Board:
             shutil.rmtree(WORLD / "tmp")
             (WORLD / "tmp").mkdir()
             status, output = self.call("resume-upgrade")
-        if not os.path.ismount("/etc") and (WORLD / "etc").exists():
+        if not is_mounted("/etc") and (WORLD / "etc").exists():
             run("mount", "--bind", WORLD / "etc", "/etc")
         return output
 
