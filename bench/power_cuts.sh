@@ -25,6 +25,7 @@ copy() {
 record_upgrade() {
     local n=0
     rm -rf "$dir" && mkdir -p "$dir"
+    make_flash flash old.{kernel,app,etc}
     make_card card
     echo "cp -r /mine/. /etc/ && safe-upgrade /tmp/flash3" >first
     : >output
