@@ -88,7 +88,7 @@ def writes(work):
         for name, log in logs.items():
             for device in {words[2] for words in order}:
                 places = sorted(int(words[6]) // 512 * 512 for words in order if words[2] == device)
-                if places == sorted(offset for offset, _ in log): # some erases overtake others
+                if places == sorted(offset for offset, _ in log):  # some erases overtake others
                     spoken[device] = name
         if sum(map(len, logs.values())) != len(order):
             sys.exit(f"boot {boot}: {len(order)} writes in order, {[len(log) for log in logs.values()]} recorded")

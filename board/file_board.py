@@ -41,7 +41,10 @@ write() {
         case $part in none) size=0 ;; first) size=1 ;; half) size=$((size / 2)) ;; last) size=$((size - 1)) ;; esac
         truncate -s $size "$3"
     fi
-    case $1 in etc/*) cp "$3" "$world/$1" ;; *) /bin/dd if="$3" of="$world/$1" bs=64K oflag=seek_bytes seek="$2" conv=notrunc status=none ;; esac
+    case $1 in
+    etc/*) cp "$3" "$world/$1" ;;
+    *) /bin/dd if="$3" of="$world/$1" bs=64K oflag=seek_bytes seek="$2" conv=notrunc status=none ;;
+    esac
     local status=$?
     [ "$n" != 1 ] || { sed -i 1d $world/power && kill -9 0; }
     return $status
@@ -53,7 +56,13 @@ PROGRAMS = {
 case "$*" in *of=*) ;; *) exec /bin/dd "$@" ;; esac
 bs=512 seek=0 from=()
 for word in "$@"; do
-    case $word in of=*) to=${word#*=} ;; bs=*) bs=${word#*=} ;; seek=*) seek=${word#*=} ;; conv=*) conv=$word ;; *) from+=("$word") ;; esac
+    case $word in
+    of=*) to=${word#*=} ;;
+    bs=*) bs=${word#*=} ;;
+    seek=*) seek=${word#*=} ;;
+    conv=*) conv=$word ;;
+    *) from+=("$word") ;;
+    esac
 done
 # Without these words, a write may never arrive, or shortens the file.
 case $conv in *fsync*) ;; *) exit 1 ;; esac
@@ -170,7 +179,8 @@ class Board:
                 text = script.read_text().replace("#!/bin/sh", f"#!{shutil.which(shell)}" + (" sh" if shell == "busybox" else ""))
                 if script.name == "upgrade-store.conf":
                     text = text.replace("=/dev/", f"={WORLD}/").replace("mmcblk0p1", "slot").replace("=/tmp", f"={WORLD}/tmp")
-                    text += f"mount_point={CARD} store={CARD}/upgrade-store store_size=2 card_wait=0 erase_block=4096 free_blocks=2\n"
+                    text += (f"mount_point={CARD} store={CARD}/upgrade-store store_size=2 card_wait=0 "
+                             "erase_block=4096 free_blocks=2\n")
                 # A folder takes the place of the card's device and of /tmp.
                 text = text.replace("[ -b ", "[ -e ").replace("room /tmp ", f"room {WORLD}/tmp ")
                 self.program(script.name, text)

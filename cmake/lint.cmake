@@ -29,7 +29,7 @@ add_custom_target(lint
             -I ${PROJECT_SOURCE_DIR} -DQVE_BUILD_STAMP="" ${sources}
     COMMAND shellcheck -x ${scripts}
     COMMAND pyflakes3 ${python}
-    COMMAND pycodestyle --max-line-length=120 ${python}
+    COMMAND pycodestyle --max-line-length=132 ${python}
     COMMAND scripts/check-includes.sh
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     VERBATIM)

@@ -19,7 +19,7 @@ for place in one "my work/it's"; do
     (cd "$work/$place" && build arm && build package) >"$work/log" 2>&1 || { cat "$work/log" >&2 && exit 1; }
 done
 cd "$work"
-(cd one && find build/arm/qve *.deb) | while read -r product; do
+(cd one && find build/arm/qve ./*.deb) | while read -r product; do
     cmp "one/$product" "my work/it's/$product"
 done
 grep -q '2023.11.14-22:13+0000' one/build/arm/qve || {

@@ -43,7 +43,7 @@ def flash(**parts):
     data = bytearray(b"\xff" * 0x1C0000)
     for name, start in {"boot": 0, "kernel": 0x80000, "second": 0xA0000, "etc": 0xC0000}.items():
         part = Path(parts[name]).read_bytes() if name in parts else b""
-        data[start : start + len(part)] = part
+        data[start:start + len(part)] = part
     return data
 
 
@@ -73,7 +73,7 @@ def make_packages():
         ("marker", 0, b"X"), ("layout2", 4, b"\2"), ("wrap", 11, b"\xff"), ("magic", 20, b"X"), ("header", 60, b"X"),
         ("kdata", 9999, b"\xff"), ("odd", 0, b'\0"\xff\t'), ("block", 20 + 70065 + 30003 + 0x10000, b"\xff\xff"),
     ]:
-        Path(name).write_bytes(good[:offset] + piece + good[offset + len(piece) :])
+        Path(name).write_bytes(good[:offset] + piece + good[offset + len(piece):])
     for name, data in {
         "good1": good, "good3": package(3), "short": good[:19], "shorter": good[:-1], "longer": good + b"\n",
         "x86-1": package(1, "x86", "second", "etc"),

@@ -51,7 +51,8 @@ def change(file, old, new):
 def fleet(tmp_path_factory):
     """Runs a board that asks for each file. Returns its output and the server's log."""
     work = tmp_path_factory.mktemp("fleet")
-    board.make(work, board.PARTS + "make_kernel_image 1.5 old.kernel; make_flash flash old.kernel old.app old.etc; make_app_image new 100000 new.app; truncate -s 64K new.etc")  # sent often
+    board.make(work, board.PARTS + "make_kernel_image 1.5 old.kernel; make_flash flash old.kernel old.app old.etc\n"
+               "make_app_image new 100000 new.app; truncate -s 64K new.etc")  # small, because they are sent often
     tools = board.TOP / "integration/swupdate"
     environment = dict(os.environ, PATH=f"{os.environ['PATH']}:{board.TOP}/build/host:{tools}")
     for key in "ours", "theirs":
