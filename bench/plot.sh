@@ -57,6 +57,6 @@ awk -F'|' '
             printf "  <circle class=\"%s\" cx=\"%.1f\" cy=\"%.1f\" r=\"4.5\"/>\n", class, x(middle[i]), y
             label(left + width + 14, y + 4, "", middle[i])
         }
-        label(left - 200, bottom + 20, "", "Left of 1 is better. Notch: the goal. Green: met. Red: missed. Blue: no goal.")
+        label(left - 200, bottom + 20, "", "Left of 1 is better. Notch: the goal. Green: met. Red: missed. Blue: time or count without a ratio as goal.")
         print "</svg>"
     }'

@@ -94,10 +94,10 @@ rows_install() {
         1 "as fast as the common tool; the row above decides"
     while read -r name a b; do
         case $name in
-        calls) count "install: system calls" "\`flashcp -v\`" "$a" "$b" "" "none; the reason for the time on NOR" ;;
+        calls) count "install: system calls" "\`flashcp -v\`" "$a" "$b" "" "no goal; the reason for the time on NOR" ;;
         read) count "install: bytes read" "\`flashcp -v\`" "$a" "$b" 1 "read the package twice and the flash once" ;;
         written) count "install: bytes written to flash" "\`flashcp -v\`" "$a" "$b" 1 "flash wears out" ;;
-        memory) count "install: calls for memory (brk, mmap)" "\`flashcp -v\`" "$a" "$b" "" "none of its own: it must not fail half-way because memory is short" ;;
+        memory) count "install: calls for memory (brk, mmap)" "\`flashcp -v\`" "$a" "$b" "" "0 by its own code: it must not fail half-way because memory is short" ;;
         peak) count "install: peak of resident memory" "\`flashcp -v\`" "$a" "$b" "" "< 256 kB: /tmp, which holds the package, needs the rest" 2 " kB" ;;
         esac
     done < <(sort -k 1,1r <<<"$figures")
@@ -110,7 +110,7 @@ rows_crc32() {
     compare "CRC-32 of 64 MiB on the host: CPU time" "$loop" " ms" 1000 cpu \
         "$("$measure" 11 $crc32 program 1048576 64 --vs $crc32 loop 1048576 64)" 0.77 "$faster"
     compare "CRC-32 of 64 MiB on the host: CPU time" zlib " ms" 1000 cpu \
-        "$("$measure" 11 $crc32 program 1048576 64 --vs $crc32 zlib 1048576 64)" "" "none; zlib has more tables"
+        "$("$measure" 11 $crc32 program 1048576 64 --vs $crc32 zlib 1048576 64)" "" "no goal; zlib has more tables"
     local -A per_byte
     local where
     for where in host board; do
@@ -128,7 +128,7 @@ rows_crc32() {
         count "CRC-32 on the ${where/board/board\'s CPU}: instructions a byte" "$loop" \
             "${per_byte[program]}" "${per_byte[loop]}" 0.77 "$faster"
         count "CRC-32 on the ${where/board/board\'s CPU}: instructions a byte" zlib \
-            "${per_byte[program]}" "${per_byte[zlib]}" "" "none; zlib has more tables"
+            "${per_byte[program]}" "${per_byte[zlib]}" "" "no goal; zlib has more tables"
     done
 }
 
@@ -149,16 +149,16 @@ rows_tev_arp() {
     local figures peer="\`arping -D\`"
     figures=$(bench/tev_arp.sh "$host/lib/qve/tev_arp" "$measure" build/arm/qve)
     compare "\`tev_arp\`, taken address: start to exit" "$peer" " ms" 1000 taken-wall "$figures" \
-        "" "none; the kernel's waits decide"
+        "" "no goal; the kernel's waits decide"
     compare "\`tev_arp\`, taken address: CPU time" "$peer" " ms" 1000 taken-cpu "$figures" 1 "the start of a boot waits for it"
     # shellcheck disable=SC2046 # two numbers
     count "\`tev_arp\`, taken address: system calls" "$peer" \
         $(sed -n "s/^taken-calls //p" <<<"$figures") 1 "the same"
     compare "\`tev_arp\`, free address, a second: CPU time" "$peer" " ms" 1000 free-cpu "$figures" \
-        "" "none; 1,000 wake-ups a second cost this"
+        "" "no goal; 1,000 wake-ups a second cost this"
     # shellcheck disable=SC2046 # two numbers
     count "\`tev_arp\`, free address, a second: system calls" "$peer" \
-        $(sed -n "s/^free-calls //p" <<<"$figures") "" "none; it polls 1,000 times a second"
+        $(sed -n "s/^free-calls //p" <<<"$figures") "" "no goal; it polls 1,000 times a second"
     row "\`tev_arp\` on the board's CPU: system calls for each poll" "-" \
         "$(sed -n "s/^poll-calls //p" <<<"$figures")" "" "" "" "" "" "≤ 2: half of the four of the first version"
 }
@@ -182,7 +182,7 @@ rows_size() {
     count "size of the board's program, static, in bytes" "toybox for armel, dynamic" \
         "$(stat -c %s build/arm/qve)" "$toybox" "" "≤ 122,880: 120 KiB of the board's flash"
     count "size of the board's program, dynamic, in bytes" "toybox for armel, dynamic" \
-        "$(stat -c %s "$bench/dynamic/qve.stripped")" "$toybox" "" "none; like against like"
+        "$(stat -c %s "$bench/dynamic/qve.stripped")" "$toybox" "" "no goal; like against like"
 }
 
 sections() {
@@ -229,13 +229,20 @@ $(sections)
 END
 }
 
+all_rows=(install crc32 xkill tev_arp start size)
+for name in "$@"; do
+    [[ " ${all_rows[*]} " == *" $name "* ]] || {
+        echo "usage: bench/run.sh [ROWS...], of: ${all_rows[*]}"
+        [ "$name" = --help ] && exit || exit 2
+    }
+done
 prepare
 if [ $# -gt 0 ]; then
     for name in "$@"; do "rows_$name"; done | table
     exit
 fi
 data=$bench/data
-for name in install crc32 xkill tev_arp start size; do "rows_$name"; done >"$data"
+for name in "${all_rows[@]}"; do "rows_$name"; done >"$data"
 bench/plot.sh <"$data" >bench/ratios.svg
 report >bench/RESULTS.md
 cat bench/RESULTS.md
