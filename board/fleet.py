@@ -336,10 +336,11 @@ def run_server(server) -> bool:
     rows = server.boards()
     print(f"\n{server.name} says:\n{'board':8}{'group':8}{'state':11}{'version':9}message")
     for row in rows:
-        errors = [text for text in row["messages"] if "ERROR" in text] or row["messages"][-1:]
+        errors = [text for text in row["messages"] if "ERROR" in text and row["state"] == "error"]
+        told = (errors or row["messages"][-1:])[:1]
         print(
             f"{row['board']:8}{row['group']:8}{row['state']:11}{row['version']:9}"
-            f"{' '.join(errors[:1])[:90]}"
+            f"{' '.join(told)[:90]}"
         )
     print(f"\n{'board':8}{'before':9}{'after':9}{'settings kept':16}{'cuts':6}in flash")
     good = results == [True] and [row["version"] for row in rows] == [NEW] * 3
