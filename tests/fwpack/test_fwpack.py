@@ -1,6 +1,7 @@
 """fwpack on packages that are made by hand from real images. It must make the same bytes, find every
 damage, lose no file and leave nothing half-written."""
 
+import contextlib
 import hashlib
 import json
 import os
@@ -310,6 +311,13 @@ def test_force():
     assert Path("target").read_bytes() == Path("fixed").read_bytes() == package(1)
 
 
+def opened_by(process):
+    """What the descriptors of the process are, those that it closes meanwhile left out."""
+    for link in Path(f"/proc/{process.pid}/fd").iterdir():
+        with contextlib.suppress(FileNotFoundError):
+            yield os.readlink(link)
+
+
 @pytest.mark.parametrize("number", sorted(signal.valid_signals() - {
     signal.SIGCHLD, signal.SIGCONT, signal.SIGURG, signal.SIGWINCH, signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN,
     signal.SIGTTOU, signal.SIGPIPE, signal.SIGXFSZ} - set(range(signal.SIGRTMIN, signal.SIGRTMAX))))
@@ -319,7 +327,7 @@ def test_signals(kept, number):
     sanitizers = {"ASAN_OPTIONS": "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0:handle_abort=0"}
     for words in "create -l 1 -m AB -k kernel -s big -e etc -f -o former/package", "extract big -d never":
         process = subprocess.Popen([run.fwpack, *words.split()], env={**os.environ, **sanitizers})
-        while not any(unnamed.match(os.readlink(link)) for link in Path(f"/proc/{process.pid}/fd").iterdir()):
+        while not any(map(unnamed.match, opened_by(process))):
             assert process.poll() is None
         process.send_signal(number)
         assert process.wait() == -number
