@@ -321,7 +321,10 @@ void CheckArguments(std::span<const std::string> words)
 
 void RunOne(FakeBoard &board, const Words &words)
 {
-    const std::string name = words.empty() ? "" : words[0];
+    if (words.empty()) {
+        throw WrongLine("expected: an applet or an operation behind the '$'");
+    }
+    const std::string &name = words[0]; // a copy would leak when the run does not come back
     const Applet *applet = FindApplet(name);
     if (name == "qve" || applet != nullptr) {
         applet == nullptr ? Start(board, Dispatch, std::span{words}.subspan(1))
