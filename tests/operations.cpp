@@ -186,9 +186,9 @@ std::string Install(FakeBoard &board, const Words &words)
     const int result = CFlash_TEVWrite("/tmp/flash3", devices[0], devices[1], devices[2],
                                        NumberOf<uint32_t>(words.at(1)));
     std::string text = ResultText(result);
-    for (int i = 0; i < 3 && result == 0; ++i) {
+    for (size_t i = 0; i < devices.size() && result == 0; ++i) {
         const std::string &flash = board.NodeAt(devices[i])->bytes;
-        std::string wanted = RegionOf(board.Read("/tmp/flash3"), i + 1);
+        std::string wanted = RegionOf(board.Read("/tmp/flash3"), static_cast<int>(i) + 1);
         wanted.resize(flash.size(), '\xff'); // cppcheck-suppress invalidFunctionArg
         const auto matching = std::ranges::mismatch(flash, wanted).in1 - flash.begin();
         if (flash != wanted) {
