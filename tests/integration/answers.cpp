@@ -20,7 +20,7 @@ int main(int argc, char **argv)
         std::printf("%s:%s\n%s:%s\n", kLighttpdPort.path, kLighttpdPort.key, kWebsPort.path,
                     kWebsPort.key);
     } else if (question == "layouts") {
-        for (const PackageLayout &layout : kLayouts) {
+        for (const PackageLayout &layout : kPackageLayouts) {
             std::printf("%d %d %zu\n", static_cast<int>(layout.version),
                         static_cast<int>(layout.header_length),
                         static_cast<size_t>(layout.sizes_offset));
