@@ -2,8 +2,8 @@
 // layouts, or answers KEY FILE... for the value and the number in each file.
 
 // The tables have no names outside of these files.
-#include "flash/package.cpp"
-#include "flash/settings.cpp"
+#include "flash/package.cpp"  // NOLINT(bugprone-suspicious-include)
+#include "flash/settings.cpp" // NOLINT(bugprone-suspicious-include)
 
 #include <string_view>
 
