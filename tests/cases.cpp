@@ -175,7 +175,7 @@ public:
     explicit Reader(CaseFile &file) : file_(file) {}
 
     /// The last line that is not empty.
-    [[nodiscard]] int last() const { return last_; }
+    [[nodiscard]] int place() const { return last_; }
 
     void ReadLine(int number, const std::string &line)
     {
@@ -317,8 +317,8 @@ bool ReadCases(CaseFile &file)
 {
     std::ifstream stream{file.path};
     Reader reader{file};
-    int number = 0;
     try {
+        int number = 0;
         for (std::string line; std::getline(stream, line);) {
             file.lines[++number] = line;
             reader.ReadLine(number, line);
@@ -326,7 +326,8 @@ bool ReadCases(CaseFile &file)
         reader.EndBlock();
         return true;
     } catch (const WrongLine &wrong) {
-        std::cerr << file.path << ":" << reader.last() << ": " << file.lines[reader.last()] << "\n"
+        std::cerr << file.path << ":" << reader.place() << ": " << file.lines[reader.place()]
+                  << "\n"
                   << wrong.what() << "\n";
         return false;
     }

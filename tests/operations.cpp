@@ -72,10 +72,15 @@ constexpr bool kIsBuffer = std::is_pointer_v<Type> && !std::is_const_v<std::remo
 template<typename Type>
 std::string NameOf()
 {
-    return kIsRecord<Type>                                            ? ""
-           : std::is_same_v<Type, std::span<char>> || kIsBuffer<Type> ? " SIZE"
-           : std::is_integral_v<Type> && !std::is_same_v<Type, char>  ? " NUMBER|PATH"
-                                                                      : " TEXT";
+    if constexpr (kIsRecord<Type>) {
+        return "";
+    } else if constexpr (std::is_same_v<Type, std::span<char>> || kIsBuffer<Type>) {
+        return " SIZE";
+    } else if constexpr (std::is_integral_v<Type> && !std::is_same_v<Type, char>) {
+        return " NUMBER|PATH";
+    } else {
+        return " TEXT";
+    }
 }
 
 /// The next argument of a function. A buffer to fill takes its size.
