@@ -75,6 +75,7 @@ def fleet(tmp_path_factory):
         "--put", f"{tools}/update-agent.conf:/conf", "--put", "ours.crt:/crt", jobs=[JOB.format(cases=" ".join(CASES))])
     assert status == 0, output
     assert (work / "flash").read_bytes()[:14 << 20] == before[:14 << 20], output  # /etc was mounted
+    assert (work / "asked").exists(), output
     return output, (work / "asked").read_text()
 
 
