@@ -5,8 +5,8 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-cache=$(dirname "$here")/.cache/engine
 . "$here/../scripts/run-control.sh"
+. "$here/../scripts/cache.sh"
 . "$here/../scripts/private-apt.sh"
 
 programs=(usr/bin/swupdate usr/bin/curl)
@@ -28,18 +28,13 @@ needed() {
     done
 }
 
-wanted=$(cat "$0" "$here/../.cache/board/fingerprint" | sha256sum | cut -d ' ' -f 1)
-on_exit true
-wait_for_turn "${cache%/*}"
-[ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+sum=$(cat "$0" "$here/../.cache/board/fingerprint" | sha256sum | cut -d ' ' -f 1)
+begin_cache "$(dirname "$here")/.cache/engine" "$sum"
 echo "update engine: downloading Debian packages for armhf"
-rm -rf "$cache".?????? # left by a killed run
-work=$(mktemp -d "$cache.XXXXXX")
-on_exit rm -rf "$work"
 private_apt armhf "$work/apt"
 # usr-is-merged replaces a package that depends on Perl.
 apt-get "${apt_options[@]}" install -y -d --no-install-recommends swupdate curl usr-is-merged >/dev/null
-mkdir -p "$work/all" "$work/new/root"
+mkdir "$work/all" "$work/new/root"
 for package in "$work"/apt/archives/*.deb; do
     dpkg -x "$package" "$work/all"
 done
@@ -51,7 +46,5 @@ done >"$work/libraries"
 # Under the names that the programs look for. In the packages these are links.
 xargs -a "$work/libraries" cp -L --parents -t "$work/new/root"
 cp --parents "${programs[@]}" "$work/new/root"
-echo "$wanted" >"$work/new/fingerprint"
-rm -rf "$cache"
-mv "$work/new" "$cache"
+end_cache
 echo "update engine: ready, $(du -sh "$cache/root" | cut -f 1)"

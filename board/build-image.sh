@@ -5,8 +5,9 @@ set -euo pipefail
 
 PATH=$PATH:/usr/sbin:/sbin # for depmod; other users than root need this
 here=$(cd "$(dirname "$0")" && pwd)
-cache=$(dirname "$here")/.cache/board
+caches=$(dirname "$here")/.cache
 . "$here/../scripts/run-control.sh"
+. "$here/../scripts/cache.sh"
 . "$here/../scripts/private-apt.sh"
 settings=$here/../integration/u-boot
 
@@ -130,10 +131,10 @@ make_boot_loader() {
     head -c 1M /dev/zero | tr '\0' '\377' >"$work/new/boot.img"
     printf '%s\n' "${factory[@]}" | cat - "$settings/environment.txt" >"$work/environment"
     mkenvimage -r -s 0x10000 -o "$work/environment.bin" "$work/environment"
-    put "${cache%/*}/u-boot/spl.bin" 0
+    put "$caches/u-boot/spl.bin" 0
     put "$work/environment.bin" 0x40000
     put "$work/environment.bin" 0x50000
-    put "${cache%/*}/u-boot/u-boot.img" 0x60000
+    put "$caches/u-boot/u-boot.img" 0x60000
     mkdir "$work/new/tftp"
     SOURCE_DATE_EPOCH=1700000000 mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 \
         -n recovery -d "$work/new/vmlinuz" "$work/new/tftp/recovery.img" >/dev/null
@@ -148,20 +149,12 @@ pack_root() {
 }
 
 main() {
-    local wanted
     on_exit true
     "$here/build-u-boot.sh"
-    wanted=$(fingerprint)
-    wait_for_turn "${cache%/*}"
-    [ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+    begin_cache "$caches/board" "$(fingerprint)"
     need fdtput device-tree-compiler
     need cpio cpio
     need depmod kmod
-
-    rm -rf "$cache".?????? # left by a killed run
-    work=$(mktemp -d "$cache.XXXXXX")
-    on_exit rm -rf "$work"
-    mkdir "$work/new"
     download
     unpack
     add_modules
@@ -169,9 +162,7 @@ main() {
     check_kernel_size
     make_boot_loader
     pack_root
-    echo "$wanted" >"$work/new/fingerprint"
-    rm -rf "$cache"
-    mv "$work/new" "$cache"
+    end_cache
     step "ready, kernel $(cat "$cache/kernel-version")"
 }
 

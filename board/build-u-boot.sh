@@ -5,9 +5,9 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-cache=$(dirname "$here")/.cache/u-boot
 settings=$here/../integration/u-boot
 . "$here/../scripts/run-control.sh"
+. "$here/../scripts/cache.sh"
 . "$here/../scripts/private-apt.sh"
 
 fail() {
@@ -34,14 +34,9 @@ configure() {
     done
 }
 
-wanted=$(cat "$0" "$here/u-boot.patch" "$settings"/{u-boot.config,environment.txt} | sha256sum | cut -d ' ' -f 1)
-on_exit true
-wait_for_turn "${cache%/*}"
-[ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
+sum=$(cat "$0" "$here/u-boot.patch" "$settings"/{u-boot.config,environment.txt} | sha256sum | cut -d ' ' -f 1)
+begin_cache "$(dirname "$here")/.cache/u-boot" "$sum"
 echo "boot loader: building Debian's U-Boot"
-rm -rf "$cache".?????? # left by a killed run
-work=$(mktemp -d "$cache.XXXXXX")
-on_exit rm -rf "$work"
 private_apt source "$work/apt" || fail "could not download the package lists"
 (cd "$work" && quietly apt-get "${apt_options[@]}" source --download-only u-boot)
 quietly dpkg-source --no-check -x "$work"/u-boot_*.dsc "$work/source" # apt has checked the signature
@@ -53,9 +48,6 @@ export CROSS_COMPILE=arm-linux-gnueabi- SOURCE_DATE_EPOCH=1700000000
 configure
 quietly make "-j$(nproc)" u-boot.img spl/u-boot-spl.bin
 [ "$(stat -c %s u-boot.img)" -le $((0x90000)) ] || fail "it does not fit between 0x60000 and 0xf0000 of flash"
-mkdir "$work/new"
 cp u-boot.img "$work/new/"
 cp spl/u-boot-spl.bin "$work/new/spl.bin"
-echo "$wanted" >"$work/new/fingerprint"
-rm -rf "$cache"
-mv "$work/new" "$cache"
+end_cache

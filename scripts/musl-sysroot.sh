@@ -4,8 +4,8 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-cache=$(dirname "$here")/.cache/musl
 . "$here/run-control.sh"
+. "$here/cache.sh"
 . "$here/private-apt.sh"
 
 fail() {
@@ -18,14 +18,8 @@ command -v $compiler >/dev/null || fail "$compiler is missing; install the packa
 version=$($compiler -dumpversion)
 
 # Remade when these scripts change, or the compiler, whose C++ headers it uses.
-wanted=$(cat "$here"/{musl-sysroot,private-apt}.sh - <<<"$version" | sha256sum)
-on_exit true
-wait_for_turn "${cache%/*}"
-[ "$(cat "$cache/fingerprint" 2>/dev/null)" != "$wanted" ] || exit 0
-
-rm -rf "$cache".?????? # left by a killed run
-work=$(mktemp -d "$cache.XXXXXX")
-on_exit rm -rf "$work"
+sum=$(cat "$here"/{musl-sysroot,private-apt}.sh - <<<"$version" | sha256sum)
+begin_cache "$(dirname "$here")/.cache/musl" "$sum"
 echo "musl: downloading Debian's musl-dev and linux-libc-dev for armel"
 private_apt armel "$work/apt" || fail "could not download the package lists"
 (cd "$work/apt" && apt-get "${apt_options[@]}" download musl-dev linux-libc-dev) ||
@@ -36,7 +30,5 @@ done
 rm -rf "$work/new/usr/share"
 # The compiler's own C++ headers. Only the parts that need no library work.
 ln -s "$(realpath "$($compiler -print-file-name=../include/c++/"$version")")" "$work/new/usr/include/c++"
-echo "$wanted" >"$work/new/fingerprint"
 chmod 755 "$work/new"
-rm -rf "$cache"
-mv "$work/new" "$cache"
+end_cache
