@@ -149,11 +149,16 @@ read_settings() {
     read_copy $settings_a || read_copy $settings_b
 }
 
+# keeps_package: succeeds between 'installed' and the second comparison of flash with the package.
+keeps_package() {
+    [ "${ended%% *}" = compared ]
+}
+
 # settle: cleans up after the last state of an upgrade. After 'installed', the second start compares once
 # more: a weak cell can read right at first.
 settle() {
     head -c $(((package_at - settings_a) * 65536)) /dev/zero | put $settings_a &&
-        { [ "${ended%% *}" = compared ] || echo "$idle" | put $door; }
+        { keeps_package || echo "$idle" | put $door; }
 }
 
 # find_damage: sets $damage to the first thing in flash that is not as it must be, or to nothing. Fails

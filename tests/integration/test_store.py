@@ -194,12 +194,13 @@ def test_worn_partition(board, worn, name):
     assert board.result()["tries"] == "2" and not board.lost()
 
 
-def test_weak_cell_after_a_restart(board):
-    def weaken():
-        with (WORLD / "mtd/2").open("r+b") as second:
-            second.seek(9000)
-            second.write(b"x")
+def weaken():
+    with (WORLD / "mtd/2").open("r+b") as second:
+        second.seek(9000)
+        second.write(b"x")
 
+
+def test_weak_cell_after_a_restart(board):
     board.upgrade()
     change("later")
     weaken()
@@ -209,6 +210,19 @@ def test_weak_cell_after_a_restart(board):
     weaken()
     assert "twice: after a restart, block 2 of /mnt/mtd/2" in board.start()
     assert (board.result()["outcome"], board.result()["tries"], hostname()) == ("given-up", "2", "later")
+
+
+def test_next_package_after_a_weak_cell(board):
+    """While the store takes the next package, it can repair nothing with the last one."""
+    board.upgrade()
+    weaken()
+    board.start()
+    board.package.write_bytes(board.package.read_bytes().replace(b"new 1", b"next1"))
+    board.hook("upgrade-store@1048576", "kill -9 0")
+    assert board.call("safe-upgrade", board.package)[0] == -9
+    weaken()
+    assert "nothing is left to do" in board.start()
+    assert board.result()["outcome"] == "installed"
 
 
 def test_refused_by_upgrade(board):
