@@ -22,7 +22,7 @@ trap 'rm -rf "$work"' EXIT
 cd "$work"
 readonly nor_rounds=${NOR_ROUNDS:-5} nand_rounds=${NAND_ROUNDS:-2}
 
-DESTDIR=root cmake --install "$top/build/arm" --prefix / >/dev/null
+install_program root
 make_kernel_image board old.kernel
 # The package's kernel never boots, so it can be small. That keeps the first region short.
 seq 20000 >data

@@ -30,7 +30,7 @@ def shell(command, work):
 
 def make(work, parts=PARTS):
     """Makes the firmware, and the root that each boot gets, with the user's settings in /mine."""
-    shell(f"DESTDIR=root cmake --install {TOP}/build/arm --prefix /\n{parts}", work)
+    shell(f"install_program root\n{parts}", work)
     for name, text in SETTINGS.items():
         path = work / "root/mine" / name
         path.parent.mkdir(parents=True, exist_ok=True)

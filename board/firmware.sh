@@ -66,6 +66,11 @@ make_package() {
         --second "$1.app" --etc "$1.etc" --output "$3" --force "${@:4}"
 }
 
+# install_program DIR: installs the board's program into a root for it.
+install_program() {
+    DESTDIR=$1 cmake --install "$board_dir/../build/arm" --prefix / >/dev/null
+}
+
 # make_card OUT: makes an empty SD card with vfat, like a new card.
 make_card() {
     rm -f "$1"

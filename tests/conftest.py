@@ -2,11 +2,13 @@
 
 import os
 import shutil
+import sys
 from pathlib import Path
 
 import pytest
 
 TOP = Path(__file__).parent.parent
+sys.path.insert(0, str(TOP / "board"))  # the boards that the tests use
 PRESET = "cmake --preset {0} && cmake --build --preset {0}"
 PARTS_OF_BOARD = {
     "build/host/fwpack": PRESET.format("host"),

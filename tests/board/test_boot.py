@@ -1,6 +1,5 @@
 """The emulated board's boot loader: U-Boot with the files of integration/u-boot."""
 
-import os
 import shutil
 import subprocess
 import time
@@ -8,6 +7,7 @@ from pathlib import Path
 
 import pexpect
 import pytest
+from emulated_board import shell
 
 pytestmark = [pytest.mark.board, pytest.mark.timeout(1200)]
 ENVIRONMENTS = 0x40000, 0x50000
@@ -15,27 +15,22 @@ U_BOOT, STARTS, KERNEL = 0x60000, 0xF0000, 0x100000
 PROMPT = "=> "
 
 
-def shell(top, folder, commands):
-    subprocess.run(["bash", "-ec", f". '{top}/board/firmware.sh'; {commands}"], cwd=folder, check=True)
-
-
 @pytest.fixture(scope="session")
-def new_board(top, tmp_path_factory):
+def new_board(tmp_path_factory):
     """A folder with the flash of a new board, and one with a kernel that hangs."""
     folder = tmp_path_factory.mktemp("new")
-    shell(top, folder, "make_release old; make_flash flash old.kernel old.app old.etc")
+    shell("make_release old; make_flash flash old.kernel old.app old.etc", folder)
     (folder / "code").write_bytes(bytes.fromhex("03f020e3 fdffffea"))  # wait for an interrupt, again and again
-    shell(top, folder, "mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 -n hangs -d code hangs;"
-                       "make_flash hanging hangs old.app old.etc")
+    shell("mkimage -A arm -O linux -T kernel -C none -a 0x80008000 -e 0x80008000 -n hangs -d code hangs;"
+          "make_flash hanging hangs old.app old.etc", folder)
     return folder
 
 
 @pytest.fixture(scope="session")
-def program(top, tmp_path_factory):
+def program(tmp_path_factory):
     """The program as it is installed on the board."""
     folder = tmp_path_factory.mktemp("program")
-    subprocess.run(["cmake", "--install", top / "build/arm", "--prefix", "/"], env={**os.environ, "DESTDIR": str(folder)},
-                   check=True, stdout=subprocess.DEVNULL)
+    shell("install_program .", folder)
     return folder
 
 
@@ -90,8 +85,8 @@ def wait_at_prompt(top, flash):
     folder = flash.parent
     lines = "serial_no=QV00000001\n" + (top / "integration/u-boot/environment.txt").read_text()
     (folder / "lines").write_text(lines.replace("bootdelay=1", "bootdelay=-1"))
-    shell(top, folder, "mkenvimage -r -s 0x10000 -o both lines; cat both both |"
-                       f"dd of='{flash}' bs=64K seek=4 conv=notrunc status=none")
+    shell("mkenvimage -r -s 0x10000 -o both lines; cat both both |"
+          f"dd of='{flash}' bs=64K seek=4 conv=notrunc status=none", folder)
 
 
 def test_serial_number_in_the_first_512_bytes(top, program, flash):
@@ -149,11 +144,11 @@ def test_flipped_bit_in_u_boot(top, flash):
 
 def test_recovery_kernel_on_the_card(top, flash, tmp_path):
     flip(flash, KERNEL)
-    shell(top, tmp_path, 'make_card card; cp "$board_cache/tftp/recovery.img" .; mcopy -i card@@1M recovery.img ::')
+    shell('make_card card; cp "$board_cache/tftp/recovery.img" .; mcopy -i card@@1M recovery.img ::', tmp_path)
     with Console(top, "--sd", tmp_path / "card", flash) as console:
         console.expect("recovery kernel", " bytes read", "Image Name:   recovery", "Starting kernel")
     flip(tmp_path / "recovery.img", 3_000_000)
-    shell(top, tmp_path, "mcopy -o -i card@@1M recovery.img ::")
+    shell("mcopy -o -i card@@1M recovery.img ::", tmp_path)
     with Console(top, "--sd", tmp_path / "card", flash) as console:
         console.expect("recovery kernel", " bytes read", "Bad Data CRC", "TFTP from server", "Starting kernel")
 

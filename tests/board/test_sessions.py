@@ -12,7 +12,6 @@ A command can use board/firmware.sh, $top, $work (the folder) and options (of bo
 
 import difflib
 import itertools
-import os
 import re
 import subprocess
 from pathlib import Path
@@ -30,6 +29,7 @@ set -euo pipefail
 top=$1 work=$PWD
 exec 3>&1 >&2
 . "$top/board/firmware.sh"
+install_program root
 make_release old
 make_flash flash old.{kernel,app,etc}
 options=()
@@ -87,8 +87,6 @@ def differences(name, expected, found):
 def test_session(file, top, tmp_path, monkeypatch, request):
     monkeypatch.chdir(tmp_path)
     head, *boots = BOOT.split(file.read_text())
-    subprocess.run(["cmake", "--install", top / "build/arm", "--prefix", "/"], check=True,
-                   stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": str(tmp_path / "root")})
     status, output, errors = run_board(top, preparation(file, head), boots)
     found = [in_order(boot) for boot in BOOT.split(output) if boot]
     if request.config.getoption("--update"):
