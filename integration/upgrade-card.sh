@@ -32,8 +32,12 @@ open_store() {
         sleep 1
         waited=$((waited + 1))
     done
-    mount -o "$1" "$card" "$mount_point" || { check_card && mount -o "$1" "$card" "$mount_point"; } &&
-        mounted_here=yes
+    mount_card "$1" || { check_card && mount_card "$1"; } && mounted_here=yes
+}
+
+# mount_card OPTIONS: a write that fails must show, and not make the card read-only.
+mount_card() {
+    mount -o "$1,errors=continue" "$card" "$mount_point" 2>/dev/null || mount -o "$1" "$card" "$mount_point"
 }
 
 close_store() {

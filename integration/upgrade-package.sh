@@ -32,30 +32,14 @@ check_sizes() {
         refuse "the store has no room for the package; make store_size larger"
 }
 
-# free_blocks_left BLOCKS: prints how many of the erase blocks of /etc the image leaves free. A free one has
-# nothing, or only jffs2's mark of an erased block.
-free_blocks_left() {
-    part "$given" "$etc_at" "$etc_size" | od -A d -t x4 | awk -v size="$erase_block" -v blocks="$1" '
-        $1 == "*" { next }
-        in_use { for (b = int(last / size); b * size < $1 + 0; ++b) used[b] }
-        {
-            last = $1 + 0
-            mark = last % size == 0 && $2 == "20031985" && $3 == "0000000c" && $5 == "ffffffff"
-            in_use = NF > 1 && !mark && $2 $3 $4 $5 !~ /^f+$/
-        }
-        END {
-            for (b in used) --blocks
-            print blocks
-        }'
-}
-
+# check_free_blocks: jffs2 needs some blocks without data to write anything. They are blank, or have only its mark
+# of an erased block, 12 bytes.
 check_free_blocks() {
-    bytes=$(wc -c <"$etc")
-    [ $((bytes % erase_block)) -eq 0 ] || {
-        say "the size of $etc is no multiple of erase_block, so its free blocks are not counted"
-        return
-    }
-    free=$(free_blocks_left $((bytes / erase_block)))
+    free=$(($(wc -c <"$etc") / erase_block)) at=0
+    while [ "$at" -lt "$etc_size" ]; do
+        [ "$(part "$given" $((etc_at + at)) "$erase_block" | tr -d '\377' | wc -c)" -le 12 ] || free=$((free - 1))
+        at=$((at + erase_block))
+    done
     [ "$free" -ge "$free_blocks" ] ||
         refuse "the image of /etc leaves $free blocks free, and jffs2 needs $free_blocks"
 }
@@ -64,21 +48,18 @@ check_free_blocks() {
 # example because another key begins with the same letters. It would be lost each time.
 check_settings() {
     command -v jffs2reader >/dev/null || return 0
-    part "$given" "$etc_at" "$etc_size" >"$memory/upgrade-image" || refuse "there is no room in $memory"
+    image=$memory/upgrade-image file=$memory/upgrade-file mine='' new=''
+    part "$given" "$etc_at" "$etc_size" >"$image" || { rm -f "$image" && refuse "there is no room in $memory"; }
     for place in $carried_values; do
-        file=${place%:*} key=${place#*:}
-        [ -r "/etc/$file" ] || continue
-        jffs2reader "$memory/upgrade-image" -f "/$file" >"$memory/upgrade-file" 2>/dev/null
-        [ -s "$memory/upgrade-file" ] || continue # the new firmware has no such file
-        mine=$(conf_number "/etc/$file" "$key")
-        as_rewritten "$memory/upgrade-file" "$key" "$mine" >"$memory/upgrade-rewritten"
-        new=$(conf_number "$memory/upgrade-rewritten" "$key")
-        [ "$new" = "$mine" ] || {
-            rm -f "$memory"/upgrade-[ifr]*
-            refuse "the new firmware would read $key of $file as $new, not as $mine"
-        }
+        name=${place%:*} key=${place#*:}
+        [ -r "/etc/$name" ] && jffs2reader "$image" -f "/$name" >"$file" 2>/dev/null && [ -s "$file" ] || continue
+        mine=$(conf_number "/etc/$name" "$key")
+        as_rewritten "$file" "$key" "$mine" >"$file.new"
+        new=$(conf_number "$file.new" "$key")
+        [ "$new" = "$mine" ] || break
     done
-    rm -f "$memory"/upgrade-[ifr]*
+    rm -f "$image" "$file" "$file.new"
+    [ "$new" = "$mine" ] || refuse "the new firmware would read $key of $name as $new, not as $mine"
 }
 
 # as_rewritten FILE KEY NUMBER: prints a settings file as upgrade leaves it. upgrade replaces the lines that

@@ -9,17 +9,12 @@ export LC_ALL=C
 # so a power cut finds the card's own tables at rest. Its parts begin at these blocks of 64 KiB:
 door=0        # one line: must start-up look further?
 headers="1 2" # one sector each; the newer complete one counts
-settings_a=4  # two copies of the settings
-settings_b=8
+copies="4 8"  # of the settings
 package_at=16
 
 archive=$memory/upgrade-settings # the settings, as a tar file
 look=$memory/upgrade-look
-
-# forget_cache: makes the next reads come from the card and not from memory.
-forget_cache() {
-    [ ! -w /proc/sys/vm/drop_caches ] || echo 3 >/proc/sys/vm/drop_caches
-}
+in_memory=$memory/upgrade-package
 
 # sha: prints the SHA-256 of its input, which names a package or a board.
 sha() {
@@ -34,20 +29,20 @@ sum() {
 # part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
 part() {
     {
-        dd bs=1 skip="$2" count=0
-        dd bs=65536 count=$(($3 / 65536))
-        head -c $(($3 % 65536))
+        dd bs=1 skip="$2" count=0 && dd bs=65536 count=$(($3 / 65536)) && head -c $(($3 % 65536))
     } <"$1" 2>/dev/null
 }
 
-# stored OFFSET SIZE: prints this part of the package in the store.
+# stored SIZE: prints the package in the store.
 stored() {
-    part "$store" $((package_at * 65536 + $1)) "$2"
+    part "$store" $((package_at * 65536)) "$1"
 }
 
-# put BLOCK: writes its input into the store, safely.
+# put BLOCK: writes its input into the store, safely, and makes the next reads come from the card and not from
+# memory.
 put() {
-    dd of="$store" bs=65536 seek="$1" conv=notrunc,fsync 2>/dev/null
+    dd of="$store" bs=65536 seek="$1" conv=notrunc,fsync 2>/dev/null &&
+        { [ ! -w /proc/sys/vm/drop_caches ] || echo 3 >/proc/sys/vm/drop_caches; }
 }
 
 # sector BLOCK: prints the text in the block's first sector.
@@ -62,24 +57,29 @@ this_board() {
     get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sha <"$memory/board"
 }
 
-# The state, one line each. tries: starts of upgrade. settings: where they are, 'etc' or only in the 'store'.
-# ended: what the last start said, 'complete' or 'fail ...'; nothing after a power cut; 'compared' after
-# 'installed', see settle. fails: starts that said fail. regions: start of the first one in the package, and
-# the three sizes. sums: their checksums.
-fields="outcome reason package tries settings board ended fails regions sums"
+# The state, one line each. package: its SHA-256. tries: starts of upgrade. settings: where they are, 'etc' or
+# only in the 'store'. ended: what the last start said, 'complete' or 'fail ...'; nothing after a power cut;
+# 'compared' after 'installed', see settle. regions: start of the first one in the package, and the three sizes.
+fields="outcome reason package tries settings board ended regions"
 newline='
 '
+
+# new_state BOARD: the state of a card without an upgrade.
+new_state() {
+    outcome=none reason='' package='' tries=0 settings=etc board=$1 ended='' regions=''
+}
 
 # write_header: writes the state in place of the older header, then of the other one, so that damage to one
 # of them brings no earlier state back. Each is one sector, and is read back.
 write_header() {
+    reason=$(printf '%.100s' "$reason")
     for _ in 1 2; do
         state="seq=$((seq + 1))"
         for name in $fields; do
             eval "state=\"\$state$newline$name=\$$name\""
         done
         printf '%-511s\n' "$state${newline}sum=$(printf %s "$state" | sum)$newline" | put "$((3 - slot))" &&
-            forget_cache && load_header && [ "$header" = "$state" ] || return 1
+            load_header && [ "$header" = "$state" ] || return 1
     done
 }
 
@@ -103,11 +103,6 @@ $header
 END
 }
 
-# set_reason TEXT: cuts it so that the header stays one sector.
-set_reason() {
-    reason=$(printf '%.100s' "$1")
-}
-
 # pack_settings DIR: makes the archive. Fails if a file changes meanwhile.
 pack_settings() (
     cd "$1" || exit
@@ -124,15 +119,19 @@ pack_settings() (
     fi
 )
 
-# save_settings DIR: saves the settings of DIR in both copies, one after the other, and reads them back.
+# save_settings DIR: saves the settings of DIR in both copies, until they no longer change.
+saved='' # their checksum
 save_settings() {
-    pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] &&
-        saved=$(sum <"$archive") || return 1
-    for copy in $settings_a $settings_b; do
-        { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put "$copy" || return 1
+    for _ in 1 2 3 4; do
+        pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] || return
+        [ "$(sum <"$archive")" != "$saved" ] || return 0
+        saved=$(sum <"$archive")
+        for copy in $copies; do
+            { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put "$copy" &&
+                read_copy "$copy" && [ "$digits" = "$saved" ] || return
+        done
     done
-    forget_cache
-    read_copy $settings_a && read_copy $settings_b && [ "$(sum <"$archive")" = "$saved" ]
+    return 1
 }
 
 # read_copy BLOCK: makes the archive from this copy. Fails if it is damaged or another board's.
@@ -146,7 +145,10 @@ END
 }
 
 read_settings() {
-    read_copy $settings_a || read_copy $settings_b
+    for copy in $copies; do
+        ! read_copy "$copy" || return 0
+    done
+    return 1
 }
 
 # keeps_package: succeeds between 'installed' and the second comparison of flash with the package.
@@ -157,86 +159,72 @@ keeps_package() {
 # settle: cleans up after the last state of an upgrade. After 'installed', the second start compares once
 # more: a weak cell can read right at first.
 settle() {
-    head -c $(((package_at - settings_a) * 65536)) /dev/zero | put $settings_a &&
+    head -c $(((package_at - ${copies%% *}) * 65536)) /dev/zero | put "${copies%% *}" &&
         { keeps_package || echo "$idle" | put $door; }
 }
 
-# find_damage: sets $damage to the first thing in flash that is not as it must be, or to nothing. Fails
-# if it cannot compare.
+# find_damage [firmware]: sets $damage to the first thing in flash that is not as the package in memory and the
+# saved settings, or to nothing. With 'firmware' it leaves out /etc. Fails if it cannot compare.
 find_damage() {
     damage=
-    compare_firmware
-    [ -z "$damage" ] || return 0
-    compare_etc || return 1
+    # shellcheck disable=SC2086 # one word each
+    set -- "${1:-}" $regions
+    compare "$kernel" "$2" "$3" && compare "$second" $(($2 + $3)) "$4" || return
+    [ -z "$1" ] || return 0
+    compare "$etc" $(($2 + $3 + $4)) "$5" || return
     [ -z "$damage" ] && read_settings || return 0
-    lost=$(lost_setting) || return 1
-    damage=${lost:+"$lost is not in /etc as it was saved"}
+    lost=$(lost_settings) || return
+    damage=${lost:+"${lost%%"$newline"*} is not in /etc as it was saved"}
 }
 
-# compare_firmware: compares the kernel and the second partition.
-compare_firmware() {
-    # shellcheck disable=SC2086 # one word each
-    set -- $regions $sums
-    compare_region "$kernel" "$1" "$2" "$5" &&
-        compare_region "$second" $(($1 + $2)) "$3" "$6"
+# compare DEVICE OFFSET SIZE: compares with this part of the package, unless there is damage already. In /etc, jffs2
+# writes only where the image is blank (377), and it marks a node as obsolete by a bit of its type (340 becomes
+# 300). With any other difference, the image is incomplete.
+compare() {
+    [ -z "$damage" ] || return 0
+    first=$({ part "$in_memory" "$2" "$3" | cmp -l - "$1" 2>/dev/null || echo "status $?"; } |
+        awk -v is_etc="$([ "$1" != "$etc" ] || echo yes)" '$1 == "status" { if ($2 > 1) print "error"; next }
+            !is_etc || $2 != 377 && !($2 == 340 && $3 == 300) { print $1; exit }') || return
+    case $first in
+    error) return 1 ;;
+    ?*) damage="block $(((first - 1) / erase_block)) of $1 does not hold the package" ;;
+    esac
 }
 
-compare_region() { # DEVICE OFFSET SIZE SUM
-    [ "$(part "$1" 0 "$3" | sum)" = "$4" ] && return
-    name_block "$1" "$(stored "$2" "$3" | cmp - "$1" 2>/dev/null | sed -n 's/.* \([0-9]*\),.*/\1/p')"
-}
-
-# name_block DEVICE BYTE: says what is damaged. Fails.
-name_block() {
-    damage="block $(((${2:-1} - 1) / erase_block)) of $1 does not hold the package"
-    return 1
-}
-
-# compare_etc: jffs2 writes only where the image is blank (377), and it marks a node as obsolete by a bit
-# of its type (340 becomes 300). With any other difference, the image is incomplete.
-compare_etc() {
-    # shellcheck disable=SC2086 # one word each
-    set -- $regions $sums
-    [ "$(stored $(($1 + $2 + $3)) "$4" | sum)" = "$7" ] || {
-        damage="the package on the card is damaged"
-        return 0
-    }
-    first=$({
-        # The image may be shorter than the partition. That is no difference.
-        stored $(($1 + $2 + $3)) "$4" | cmp -l - "$etc" 2>/dev/null || echo "status $?"
-    } | awk '$1 == "status" { if ($2 > 1) print "error"; next }
-        $2 != 377 && !($2 == 340 && $3 == 300) { print $1; exit }')
-    [ "$first" != error ] || return 1
-    [ -z "$first" ] || name_block "$etc" "$first" || return 0
-}
-
-# lost_setting: prints the first setting that is not in /etc as it was saved. Fails if it cannot compare.
-lost_setting() (
-    mkdir -p "$look/saved" "$look/etc" && tar -xf "$archive" -C "$look/saved" || exit 1
-    mount -t jffs2 -o ro "$etc_block" "$look/etc" || {
+# lost_settings: prints the settings that are not in /etc as they were saved. Fails if it cannot compare.
+lost_settings() (
+    mkdir -p "$look/saved" && tar -xf "$archive" -C "$look/saved" && cd "$look/saved" || exit
+    mount_flash "$look/etc" || {
         echo "any setting"
         exit 0
     }
     trap 'umount "$look/etc" && rm -rf "$look"' EXIT
-    cd "$look/saved" || exit 1
     for file in $carried_files; do
         # A firmware without the folder cannot hold the file.
-        [ ! -e "$file" ] || [ ! -d "$look/etc/${file%"${file##*/}"}" ] ||
-            cmp -s "$file" "$look/etc/$file" || {
+        [ ! -e "$file" ] || [ ! -d "$look/etc/${file%"${file##*/}"}" ] || cmp -s "$file" "$look/etc/$file" ||
             echo "$file"
-            exit 0
-        }
     done
     for place in $carried_values; do
         file=${place%:*} key=${place#*:}
         [ ! -e "$file" ] || [ ! -e "$look/etc/$file" ] ||
-            [ "$(conf_number "$file" "$key")" = "$(conf_number "$look/etc/$file" "$key")" ] || {
-            echo "$key of $file"
-            exit 0
-        }
+            [ "$(conf_number "$file" "$key")" = "$(conf_number "$look/etc/$file" "$key")" ] || echo "$key of $file"
     done
     [ ! -e "$look/etc/temp.conf" ] || echo "a file that was being written"
 )
+
+# mount_flash DIR: mounts the /etc that is in flash.
+mount_flash() {
+    mkdir -p "$1" && mount -t jffs2 -o ro "$etc_block" "$1"
+}
+
+# load_package: copies the package from the store into memory, where upgrade reads it. Returns 1 if there is no
+# room, and 2 if the package is damaged.
+load_package() {
+    # shellcheck disable=SC2086 # one word each
+    set -- $regions
+    stored $(($1 + $2 + $3 + $4)) >"$in_memory" || return 1
+    [ "$(sha <"$in_memory")" = "$package" ] || return 2
+}
 
 # room DIR BYTES: succeeds if DIR has room for them.
 room() {

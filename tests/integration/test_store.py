@@ -228,7 +228,7 @@ def test_next_package_after_a_weak_cell(board):
 def test_refused_by_upgrade(board):
     (WORLD / "refuses").touch()
     assert "refused: upgrade refuses the package: CFlash_TEVWrite : chech Image" in board.upgrade()
-    assert board.state() == ("refused", "old", []) and board.result()["tries"] == "2"
+    assert board.state() == ("refused", "old", []) and board.result()["tries"] == "1"
     (WORLD / "refuses").unlink()
     board.upgrade()
     assert board.state() == WHOLE
