@@ -24,7 +24,7 @@ from emulated_board import LOOK, NEXT  # noqa: E402
 from file_board import WORLD, Board  # noqa: E402
 
 CARDS = {
-    "vfat-512": "mkfs.vfat -F 32 -s 1 --offset 2048 card 31744",
+    "vfat-512": "mkfs.vfat -F 16 -s 1 --offset 2048 card 31744",
     "vfat-4k": "mkfs.vfat -s 8 --offset 2048 card 31744",
     "vfat-32k": "mkfs.vfat -s 64 --offset 2048 card 31744",
     "ext4": "mkfs.ext4 -q -E offset=1048576 card 31M",
@@ -61,6 +61,8 @@ def record(work, card):
     status, output = emulated_board.run(work, *OPTIONS, "--record", "log", jobs=["safe-upgrade /tmp/flash3\n", LOOK, LOOK])
     if status or "lost:\n" not in output or "outcome=installed" not in output:
         sys.exit(f"the upgrade failed:\n{output}")
+    if not files_on((work / "card").read_bytes(), card, work)[0]:
+        sys.exit("the store on the card cannot be read here")
     (work / "output").write_text(output)
 
 

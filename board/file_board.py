@@ -165,7 +165,8 @@ class Board:
     """A board with old firmware, changed settings, an empty card and a mounted /etc."""
 
     old = [lines(f"old {n}", PARTITION) for n in (1, 2, 3)]
-    new = [lines(f"new {n}", 40000) for n in (1, 2)] + [lines("new 3", 30000) + b"\340" + b"\377" * 9999]
+    new = [lines("new 1", 40000), lines("new 2", 9000) + b"\377" + lines("new 2", 30999),
+           lines("new 3", 30000) + b"\340" + b"\377" * 9999]
 
     def __init__(self, scripts, shell="dash", old=old, new=new):
         self.old, self.new = old, new

@@ -157,6 +157,16 @@ def test_settings_change_while_they_are_saved(board):
     assert hostname() == "later" and board.result()["outcome"] == "installed"
 
 
+def test_card_loses_a_write(board):
+    """It then still has the settings that were saved before."""
+    board.call("safe-upgrade", "--at-boot", board.package)
+    change("later")
+    board.hook("upgrade-store@262144", "set -- $1 $2 /dev/null")
+    assert "the card cannot be written" in board.start()
+    board.start()
+    assert hostname() == "later" and board.result()["outcome"] == "installed"
+
+
 @pytest.mark.parametrize("copy", [4, 8])
 def test_one_copy_of_the_settings_is_damaged(board, copy):
     cut_in_etc(board)
@@ -232,6 +242,15 @@ def test_refused_by_upgrade(board):
     (WORLD / "refuses").unlink()
     board.upgrade()
     assert board.state() == WHOLE
+
+
+def test_refused_after_a_cut(board):
+    """Flash is not unchanged then."""
+    board.hook("1@20000", "kill -9 0")
+    board.call("safe-upgrade", board.package)
+    (WORLD / "refuses").touch()
+    assert "twice: upgrade refuses" in board.start()
+    assert board.state()[:2] == ("given-up", "mixed") and board.result()["tries"] == "3"
 
 
 # In the new firmware, this file gives the lookup another line than the one that upgrade writes.
@@ -353,9 +372,8 @@ def short(board):
     board.package.write_bytes(board.package.read_bytes()[:50000])
 
 
-def full_etc(board):
-    data = bytearray(board.package.read_bytes())
-    image = b"x" * 49000
+def with_etc(board, image):
+    data = board.package.read_bytes()
     board.package.write_bytes(data[:16] + struct.pack("<I", len(image)) + data[20:80020] + image)
 
 
@@ -363,7 +381,7 @@ REFUSED = {
     "no file": (lambda board: board.package.unlink(), "there is no file"),
     "half a package": (short, "not a whole package"),
     "partition too small": (lambda board: os.truncate(WORLD / "mtd/2", 30000), "mtd/2 has no room"),
-    "few free blocks": (full_etc, "leaves 1 blocks free"),
+    "few free blocks": (lambda board: with_etc(board, b"x" * 45057), "leaves 1 blocks free"),
     "no card": (away, "no card"),
     "card read-only": (read_only, "read-only"),
     "card full": (lambda _: fill(CARD, 1 << 20, 65536), "cannot be made"),
@@ -382,6 +400,12 @@ def test_refused(board, case):
     assert status == 1 and "refused, nothing changed" in output and text in output
     assert board.result()["outcome"] == "none" and not board.lost() and not list(CARD.glob("upgrade*"))
     assert board.firmware() == "old" or "mtd/2" in text
+
+
+def test_blocks_with_only_a_mark_are_free(board):
+    mark = bytes.fromhex("851903200c000000b1b01ee4")
+    with_etc(board, b"x" * 45056 + mark.ljust(4096, b"\377") * 2)
+    assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
 
 
 def test_a_file_of_the_store_is_no_package(board):
