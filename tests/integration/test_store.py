@@ -161,7 +161,7 @@ def test_card_loses_a_write(board):
     """It then still has the settings that were saved before."""
     board.call("safe-upgrade", "--at-boot", board.package)
     change("later")
-    board.hook("upgrade-store@262144", "set -- $1 $2 /dev/null")
+    board.hook("upgrade-store@524288", "set -- $1 $2 /dev/null")
     assert "the card cannot be written" in board.start()
     board.start()
     assert hostname() == "later" and board.result()["outcome"] == "installed"
@@ -381,7 +381,7 @@ REFUSED = {
     "no file": (lambda board: board.package.unlink(), "there is no file"),
     "half a package": (short, "not a whole package"),
     "partition too small": (lambda board: os.truncate(WORLD / "mtd/2", 30000), "mtd/2 has no room"),
-    "few free blocks": (lambda board: with_etc(board, b"x" * 45057), "leaves 1 blocks free"),
+    "few free blocks": (lambda board: with_etc(board, b"x" * 45100), "leaves 1 blocks free"),
     "no card": (away, "no card"),
     "card read-only": (read_only, "read-only"),
     "card full": (lambda _: fill(CARD, 1 << 20, 65536), "cannot be made"),
