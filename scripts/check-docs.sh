@@ -101,7 +101,14 @@ check_models() {
         <(table_of_models) || fault "docs/your-board.md and bringup/load_drv.cpp differ"
 }
 
+# README.md names the packages for a build.
+check_packages() {
+    grep -qxF "    apt install $(. scripts/install-packages.sh && packages_of build)" README.md ||
+        fault "README.md lacks packages that scripts/install-packages.sh has"
+}
+
 check_links
+check_packages
 check_settings
 check_models
 check_pictures
