@@ -1,3 +1,4 @@
+#!/usr/bin/python3 -B
 """fleet.py [--hawkbit JAR] [--boards N] [--seconds S]: puts the load of N boards (10,000) on the
 demo's fleet server, on this machine's loopback address only, and prints a table in Markdown. S is
 the length of each load (20). Needs wrk, and .cache/goosebit or hawkBit's executable jar.

@@ -30,7 +30,8 @@ if(EXISTS /etc/debian_version)
     string(APPEND CPACK_DEBIAN_PACKAGE_VERSION +deb${release})
 endif()
 
-set(program_documents docs/factory-tests.md docs/known-limits.md docs/upgrade-safety.md)
+set(program_documents docs/factory-tests.md docs/known-limits.md docs/settings.md docs/troubleshooting.md
+    docs/upgrade-safety.md docs/your-board.md)
 file(GLOB program_pages CONFIGURE_DEPENDS docs/man/*.8)
 file(GLOB integration_pages CONFIGURE_DEPENDS docs/man/*-*.8) # no applet has a '-' in its name
 list(REMOVE_ITEM program_pages ${integration_pages})

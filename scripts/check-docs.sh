@@ -1,6 +1,6 @@
 #!/bin/bash
 # Checks the documents: each relative link leads to an existing file, and to a heading in it. Each
-# picture renders, in light and in dark colours.
+# picture renders, in light and in dark colours. The tables of settings and of models match the program.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)
@@ -59,7 +59,57 @@ check_settings() {
             tr -d '`' | sort) || fault "docs/settings.md and flash/settings.cpp differ"
 }
 
+# commands_of_models: prints what load_drv runs on each model, a model a line. The program's own plans run,
+# without its shell and configuration file.
+commands_of_models() {
+    g++ -std=c++20 -I. -o "$work/models" bringup/load_drv.cpp bringup/model.cpp -x c++ - <<'END' && "$work/models"
+#include <cstdio>
+#include <span>
+#include "bringup/applets.h"
+static char model[8];
+void RunShell(const char *command) { std::printf(", %s", command); }
+void RunShell(std::span<const char *const> commands) { for (const char *command : commands) RunShell(command); }
+int CUTIL_GetConfValue(const char *, const char *, std::span<char> value)
+{
+    return std::snprintf(value.data(), value.size(), "%s", model);
+}
+int main()
+{
+    for (int i = 1; i <= 55; ++i) {
+        std::snprintf(model, sizeof model, i < 55 ? "VM%02d" : "other", i);
+        std::printf("%s", model);
+        load_drv(0, nullptr);
+        std::puts("");
+    }
+}
+END
+}
+
+# table_of_models: prints the same from the table in your-board.md. Its last row is for all models without a row.
+table_of_models() {
+    tr -d '`' <docs/your-board.md | awk -F' *\\| *' '
+        /^\| (VM[0-9]|all others)/ { count = split($2, models, ", ")
+                                    for (i = 1; i <= count; ++i) commands[models[i]] = $3 }
+        END { for (i = 1; i <= 55; ++i) { model = i < 55 ? sprintf("VM%02d", i) : "other"
+                  print model ", " commands[model in commands ? model : "all others"] } }'
+}
+
+# In the table, a module has its name only, and registers in a row are one entry.
+check_models() {
+    diff <(commands_of_models | sed -E 's:/sbin/insmod /dvs/(Hi3512reg|extdrv/([a-z0-9_]+))\.ko:\1:g; s:extdrv/::g
+            s:/bin/reg [^,]*:registers:g; s/registers(, registers)+/registers/g') \
+        <(table_of_models) || fault "docs/your-board.md and bringup/load_drv.cpp differ"
+}
+
+# README.md names the packages for a build.
+check_packages() {
+    grep -qxF "    apt install $(. scripts/install-packages.sh && packages_of build)" README.md ||
+        fault "README.md lacks packages that scripts/install-packages.sh has"
+}
+
 check_links
+check_packages
 check_settings
+check_models
 check_pictures
 [ "$faults" -eq 0 ]

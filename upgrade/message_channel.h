@@ -2,6 +2,8 @@
 //
 // A message is a header of eight 32-bit words in host order (see MessageHeader), then the payload.
 // The receiver trusts the sender: it checks neither the magic nor the declared size.
+//
+// No applet uses it. Its functions are for the board's other programs, so they are an interface.
 #pragma once
 
 #include <array>

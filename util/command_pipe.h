@@ -1,4 +1,6 @@
 // A child process at the other end of two pipes, and the commands that go through them.
+//
+// No applet uses it. Its functions are for the board's other programs, so they are an interface.
 #pragma once
 
 #include <sys/types.h>

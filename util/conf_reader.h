@@ -2,6 +2,9 @@
 //
 // Lines that begin with '#' or '[' (after blanks) are skipped; sections have no meaning. A line
 // longer than the reader's buffer is read in pieces, and each piece counts as a line.
+//
+// No applet looks for whole keys or takes another separator. These functions are for the board's
+// other programs, so they are an interface.
 #pragma once
 
 #include <span>

@@ -3,6 +3,9 @@
 // Builds the new text in a scratch file and renames it onto the target, so readers see the old file
 // or the new one, never half of one. If the scratch file cannot be written completely (a full
 // disk), removes it and leaves the target as it was. Both files must be on one file system.
+//
+// The applets use CUTIL_SetConfValue only. The other two functions are for the board's other
+// programs, so they are an interface.
 #pragma once
 
 /// Sets `key` to `value` in the file `path`, through the scratch file "/etc/temp.conf".
