@@ -151,6 +151,11 @@ read_settings() {
     return 1
 }
 
+# unpack DIR: unpacks the settings. tar would complain about their time, since the clock is not set yet.
+unpack() {
+    tar -xf "$archive" -C "$1" 2>/dev/null
+}
+
 # keeps_package: succeeds between 'installed' and the second comparison of flash with the package.
 keeps_package() {
     [ "${ended%% *}" = compared ]
@@ -193,7 +198,7 @@ compare() {
 
 # lost_settings: prints the settings that are not in /etc as they were saved. Fails if it cannot compare.
 lost_settings() (
-    mkdir -p "$look/saved" && tar -xf "$archive" -C "$look/saved" && cd "$look/saved" || exit
+    mkdir -p "$look/saved" && unpack "$look/saved" && cd "$look/saved" || exit
     mount_flash "$look/etc" || {
         echo "any setting"
         exit 0
@@ -246,9 +251,9 @@ take_try() {
     write_header
 }
 
-# run_upgrade PACKAGE: returns only if upgrade could not run. upgrade kills every process that uses the
-# file system of /etc. If that is the root file system, it kills everything. Its verdict goes into the
-# header; without one, the power failed.
+# run_upgrade PACKAGE: returns only if upgrade could not run. upgrade kills processes that use the file system of
+# /etc, and all processes use the root file system. Its verdict goes into the header; without one, the power
+# failed.
 run_upgrade() {
     own_mount /etc && cd / || return
     trap '' HUP INT TERM PIPE
