@@ -181,54 +181,38 @@ std::string PlaceFault(const Region &region, int64_t file_size)
                : "";
 }
 
-/// Compares a region with its partition. No board does that.
-void CompareRegion(const InputFile &file, size_t index, const Board &board, Examination &found)
+/// What a region seems to hold, and what a board says to that.
+struct Contents {
+    const char *name;
+    const char *verdict;
+    std::string fault;
+};
+
+/// Compares the region with its partition, which no board does, and then says what it holds.
+void JudgeRegion(const InputFile &file, size_t index, const Contents &contents, const Board &board,
+                 Examination &found)
 {
     Region &region = found.regions[index];
     if (region.is_whole) {
         region.reason = WhyTooLarge(index, region.size, board);
-        if (board && index == 2 && region.reason.empty()) {
-            region.reason = CompareEtc(file, region, (*board)[index], found.warnings);
+        if (!board.empty() && index == 2 && region.reason.empty()) {
+            region.reason = CompareEtc(file, region, board[3].size, found.warnings);
         }
     } else if (region.size < 0) {
         found.warnings.push_back(Text("region ", index + 1, " has the negative size ", region.size,
                                       "; a board does not check that"));
     }
-    region.verdict = region.reason.empty() ? region.verdict : "bad";
-    // A board refuses most packages with an incomplete region, but not all.
-    if (board && !region.reason.empty() && (region.is_whole || found.refusal.empty())) {
-        found.misfits.push_back(Text("region ", index + 1, " is ", region.reason));
-    }
-}
-
-/// Says what the regions seem to hold, and what a board says to that.
-void JudgeContents(bool is_jffs2, Examination &found)
-{
-    const Package &package = *found.package;
-    const auto judge = [&](Region &region, const char *contents, const char *verdict,
-                           const std::string &reason) {
-        if (region.size > 0 && region.start >= 0 && region.start < package.file_size) {
-            region.contents = contents;
-            region.verdict = region.reason.empty() ? verdict : "bad";
-            region.reason = region.reason.empty() ? reason : region.reason;
+    if (!region.reason.empty()) {
+        region.verdict = "bad";
+        // A board refuses most packages with an incomplete region, but not all.
+        if (!board.empty() && (region.is_whole || found.refusal.empty())) {
+            found.misfits.push_back(Text("region ", index + 1, " is ", region.reason));
         }
-    };
-    auto &[kernel, second, etc] = found.regions;
-    const bool is_image = found.kernel.header.magic == kImageMagic;
-    judge(kernel, is_image ? "kernel image" : "no kernel image",
-          found.kernel.fault.empty() ? "ok" : "bad", found.kernel.fault);
-    judge(second, "not examined", "not examined", "");
-    const bool is_checked = package.layout.checks_file_system;
-    const char *fault = is_jffs2 ? "" : "not JFFS2 at every 64 KiB";
-    judge(etc, is_jffs2 ? "JFFS2 at every 64 KiB" : "",
-          is_jffs2     ? "ok"
-          : is_checked ? "bad"
-                       : "not examined",
-          fault);
-    if (!is_jffs2 && !is_checked) {
-        found.warnings.push_back(Text("region 3 is ", fault,
-                                      "; a board does not check that in layout ",
-                                      package.header.version));
+    }
+    if (region.size > 0 && region.start >= 0 && region.start < file.size()) {
+        region.contents = contents.name;
+        region.verdict = region.reason.empty() ? contents.verdict : "bad";
+        region.reason = region.reason.empty() ? contents.fault : region.reason;
     }
 }
 
@@ -286,9 +270,23 @@ Examination Examine(const InputFile &file, const Expectation &expectation, const
     const auto block =
         stream ? FindForeignBlock(stream.get(), package.RegionStart(2)) : std::nullopt;
     found.refusal = Describe(fault, found, block);
-    for (size_t i = 0; i < found.regions.size(); ++i) {
-        CompareRegion(file, i, board, found);
+    const bool has_image = found.kernel.header.magic == kImageMagic;
+    const bool is_checked = package.layout.checks_file_system;
+    const char *no_jffs2 = "not JFFS2 at every 64 KiB";
+    const std::array<Contents, 3> contents{{
+        {has_image ? "kernel image" : "no kernel image", found.kernel.fault.empty() ? "ok" : "bad",
+         found.kernel.fault},
+        {"not examined", "not examined", ""},
+        block ? Contents{"", is_checked ? "bad" : "not examined", no_jffs2}
+              : Contents{"JFFS2 at every 64 KiB", "ok", ""},
+    }};
+    for (size_t i = 0; i < contents.size(); ++i) {
+        JudgeRegion(file, i, contents[i], board, found);
     }
-    JudgeContents(!block, found);
+    if (block && !is_checked) {
+        found.warnings.push_back(Text("region 3 is ", no_jffs2,
+                                      "; a board does not check that in layout ",
+                                      package.header.version));
+    }
     return found;
 }

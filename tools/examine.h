@@ -1,6 +1,8 @@
 // What a package holds, and what a board makes of it. The checks are the board's own.
 #pragma once
 
+#include <optional>
+
 #include "flash/package.h"
 #include "flash/uimage.h"
 #include "tools/files.h"

@@ -61,7 +61,7 @@ int Check(const Options &options)
 {
     const bool has_marker = options.Has('m');
     const int32_t layout = options.Has('l') ? CUTIL_ParseDecimal(options.Value('l')) : 1;
-    FailUsageIf(layout < 0, "the layout version is a number");
+    FailIf<kExitUsage>(layout < 0, "the layout version is a number");
     const PackageExpectation expectation{has_marker, has_marker ? options.Marker() : 0, layout};
     const Board board = options.GivenBoard();
     g_shows_log = options.Has('v');

@@ -63,11 +63,12 @@ void Fill(OutputFile &output, int64_t size)
 
 int FlashImage(const Options &options)
 {
-    FailUsageIf(options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e')),
-                "flash-image needs either --package or images");
-    const std::vector<Partition> table = ReadPartitions(options.Value('T'));
+    FailIf<kExitUsage>(options.Has('P') ==
+                           (options.Has('k') || options.Has('s') || options.Has('e')),
+                       "flash-image needs either --package or images");
+    const Board table = ReadPartitions(options.Value('T'));
     std::deque<InputFile> inputs;
-    std::vector<Piece> pieces = FindPieces(options, SizesOf(table), inputs);
+    std::vector<Piece> pieces = FindPieces(options, table, inputs);
     pieces.resize(table.size());
     const std::array names{options.Value('T'), options.Value('b'), options.Value('k'),
                            options.Value('s'), options.Value('e'), options.Value('P')};

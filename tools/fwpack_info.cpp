@@ -19,15 +19,21 @@ constexpr const char *kHelp =
 
 using Rows = std::initializer_list<std::pair<const char *, std::string>>;
 
+/// A larger package fits no flash of a board.
+constexpr int64_t kLargestHashed = 256 << 20;
+
 /// Hashes the package and the regions, as far as the file holds them completely.
 void Hash(const InputFile &file, Examination &found)
 {
+    if (Sha256 == nullptr || file.size() > kLargestHashed) {
+        return;
+    }
     // On another processor, because the regions together are as long as the package.
     auto whole = std::async(std::launch::async, [&] {
-        return found.package->ExpectedFileSize() == file.size() ? file.Sha256(0, file.size()) : "";
+        return found.package->ExpectedFileSize() == file.size() ? Sha256(file, 0, file.size()) : "";
     });
     for (Region &region : found.regions) {
-        region.sha256 = region.is_whole ? file.Sha256(region.start, region.size) : "";
+        region.sha256 = region.is_whole ? Sha256(file, region.start, region.size) : "";
     }
     found.sha256 = whole.get();
 }
@@ -139,14 +145,15 @@ std::string Object(size_t depth, Rows members)
 
 std::string RegionJson(const Region &region, size_t index, const Board &board)
 {
-    return Object(2, {{"number", std::to_string(index + 1)},
-                      {"name", Quoted(kRegionNames[index])},
-                      {"offset", std::to_string(region.start)},
-                      {"size", std::to_string(region.size)},
-                      {"partition_size", board ? std::to_string((*board)[index]) : "null"},
-                      {"sha256", QuotedOrNull(region.sha256)},
-                      {"verdict", Quoted(region.verdict)},
-                      {"reason", QuotedOrNull(region.reason)}});
+    return Object(
+        2, {{"number", std::to_string(index + 1)},
+            {"name", Quoted(kRegionNames[index])},
+            {"offset", std::to_string(region.start)},
+            {"size", std::to_string(region.size)},
+            {"partition_size", board.empty() ? "null" : std::to_string(board[index + 1].size)},
+            {"sha256", QuotedOrNull(region.sha256)},
+            {"verdict", Quoted(region.verdict)},
+            {"reason", QuotedOrNull(region.reason)}});
 }
 
 std::string KernelJson(const KernelImage &image)

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
 
 #include "tools/text.h"
-#include "util/file.h"
 
 namespace
 {
@@ -30,65 +29,63 @@ int64_t ParseBytes(const std::string &text)
 
 Board ParseSizes(const std::string &text)
 {
-    std::array<int64_t, 3> sizes{};
-    std::istringstream words{text};
-    std::string word;
-    for (int64_t &size : sizes) {
-        size = std::getline(words, word, ',') ? ParseBytes(word) : 0;
+    Board board(4);
+    std::istringstream sizes{text};
+    for (size_t i = 1; i <= 3; ++i) {
+        std::string size;
+        std::getline(sizes, size, ',');
+        board[i].size = ParseBytes(size);
+        FailIf<kExitUsage>(board[i].size <= 0 || sizes.eof() != (i == 3), text,
+                           ": the partitions are three sizes, as in 0x580000,8M,2048K");
     }
-    FailUsageIf(!words.eof() || std::ranges::min(sizes) <= 0, text,
-                ": the partitions are three sizes, as in 0x580000,8M,2048K");
-    return sizes;
+    return board;
 }
 
-std::vector<Partition> ReadPartitions(const char *path)
+Board ReadPartitions(const char *path)
 {
-    File file{path, "r"};
+    std::ifstream file{path};
     FailErrnoIf(!file, path);
-    std::vector<Partition> table;
-    std::array<char, 256> line{};
-    for (int number = 1; file.ReadLine(line) != 0; ++number) {
+    Board board;
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
         unsigned index = 0;
         uint32_t mtd_size = 0;
         // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
         // NOLINTNEXTLINE(cert-err34-c): both numbers have a width that cannot overflow
-        if (std::sscanf(line.data(), "mtd%1u: %8" SCNx32 " ", &index, &mtd_size) == 2) {
-            table.resize(std::max<size_t>(table.size(), index + 1));
-            table[index] = {"mtd", -1, mtd_size};
+        if (std::sscanf(line.c_str(), "mtd%3u: %8" SCNx32, &index, &mtd_size) == 2) {
+            board.resize(std::max<size_t>(board.size(), index + 1));
+            board[index] = {"mtd", -1, mtd_size};
             continue;
         }
-        std::array<std::string, 4> words;
-        std::istringstream{line.data()} >> words[0] >> words[1] >> words[2] >> words[3];
-        if (words[0].empty() || words[0][0] == '#' || words[0] == "dev:") {
+        std::string name, start, size, more;
+        std::istringstream{line} >> name >> start >> size >> more;
+        if (name.empty() || name[0] == '#' || name == "dev:") {
             continue;
         }
-        table.push_back({words[0], ParseBytes(words[1]), ParseBytes(words[2])});
-        FailIf(table.back().start < 0 || table.back().size <= 0 || !words[3].empty(), path,
-               ": line ", number, " is not 'NAME START SIZE'");
+        board.push_back({name, ParseBytes(start), ParseBytes(size)});
+        FailIf(board.back().start < 0 || board.back().size <= 0 || !more.empty(), path, ": line ",
+               number, " is not 'NAME START SIZE'");
     }
     for (size_t i = 1; i <= 3; ++i) {
-        FailIf(table.size() <= i || table[i].size == 0, path,
+        FailIf(board.size() <= i || board[i].size == 0, path,
                ": not a saved /proc/mtd or a table: it has no size of mtd", i);
     }
-    return table;
-}
-
-Board SizesOf(const std::vector<Partition> &table)
-{
-    return {{table[1].size, table[2].size, table[3].size}};
+    return board;
 }
 
 void SayWhetherCompared(const Board &board)
 {
-    if (!board) {
+    if (board.empty()) {
         PrintError("the sizes were not compared with the partitions: give --partitions or --mtd");
     }
 }
 
 std::string WhyTooLarge(size_t index, int64_t size, const Board &board)
 {
-    return !board || size <= (*board)[index]
+    const size_t mtd = index + 1;
+    return board.empty() || size <= board[mtd].size
                ? ""
-               : Text("too large for its partition: ", size, " bytes, mtd", index + 1, " has ",
-                      (*board)[index]);
+               : Text("too large for its partition: ", size, " bytes, mtd", mtd, " has ",
+                      board[mtd].size);
 }

@@ -13,7 +13,7 @@ constexpr int kExitUsage = 2;   ///< or, with check, a package that cannot be re
 /// Ends a command: thrown with a message.
 struct Failure {
     std::string message;
-    int status = kExitRefused;
+    int status;
 };
 
 /// One text of texts and numbers.
@@ -26,19 +26,11 @@ std::string Text(const Parts &...parts)
 }
 
 /// Ends the command with a message of these parts.
-template<typename... Parts>
+template<int status = kExitRefused, typename... Parts>
 void FailIf(bool is_wrong, const Parts &...parts)
 {
     if (is_wrong) {
-        throw Failure{Text(parts...)};
-    }
-}
-
-template<typename... Parts>
-void FailUsageIf(bool is_wrong, const Parts &...parts)
-{
-    if (is_wrong) {
-        throw Failure{Text(parts...), kExitUsage};
+        throw Failure{Text(parts...), status};
     }
 }
 
