@@ -32,14 +32,13 @@ struct KernelImage {
 struct Examination {
     std::optional<Package> package; ///< nothing if a board refuses the header; then only `refusal`
     std::string refusal;            ///< the first check that fails on a board, or empty
+    std::string reason;             ///< why it cannot be installed on the board, or empty
     std::string sha256;             ///< of the package, like that of a region
     std::array<Region, 3> regions;
     KernelImage kernel;
     std::vector<std::string> misfits;  ///< why regions do not fit the known partitions
     std::vector<std::string> warnings; ///< what may go wrong although a board accepts it
 
-    /// Why the package cannot be installed on the board, or empty.
-    [[nodiscard]] std::string WhyNot() const;
     void PrintWarnings(const std::string &name) const;
 };
 

@@ -43,15 +43,15 @@ try {
     if (!quiet) {
         // The worse result first, because scripts read the first line.
         for (const std::string &misfit : found.misfits) {
-            std::puts(Text(file.name(), ": ", misfit).c_str());
+            Print(file.name(), ": ", misfit);
         }
         const char *verdict = !found.refusal.empty()  ? "refuse it: "
                               : found.misfits.empty() ? "accept it"
                                                       : "accept it: it does not compare sizes";
-        std::puts(Text(file.name(), ": a board would ", verdict, found.refusal).c_str());
+        Print(file.name(), ": a board would ", verdict, found.refusal);
         found.PrintWarnings(file.name());
     }
-    return found.WhyNot().empty() ? kExitDone : kExitRefused;
+    return found.reason.empty() ? kExitDone : kExitRefused;
 } catch (const Failure &failure) {
     PrintError(failure.message);
     return kExitUsage;

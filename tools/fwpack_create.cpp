@@ -74,8 +74,8 @@ int Create(const Options &options)
     const InputFile package{output.path()};
     const Examination found =
         Examine(package, PackageExpectation{true, marker, layout->version}, board);
-    FailIf(!found.WhyNot().empty(), "not made",
-           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
+    FailIf(!found.reason.empty(), "not made",
+           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.reason);
     found.PrintWarnings(options.Value('o'));
     OutputFile::Publish(std::array{&output});
     SayWhetherCompared(board);

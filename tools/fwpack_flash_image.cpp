@@ -41,7 +41,7 @@ std::vector<Piece> FindPieces(const Options &options, const Board &board,
     if (options.Has('P')) {
         const InputFile &package = inputs.emplace_back(options.Value('P'));
         const Examination found = Examine(package, std::nullopt, board);
-        FailIf(!found.WhyNot().empty(), package.name(), ": ", found.WhyNot());
+        FailIf(!found.reason.empty(), package.name(), ": ", found.reason);
         found.PrintWarnings(package.name());
         for (size_t i = 0; i < found.regions.size(); ++i) {
             pieces[i + 1] = {&package, found.regions[i].start, found.regions[i].size};

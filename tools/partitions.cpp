@@ -1,7 +1,5 @@
 #include "tools/partitions.h"
 
-#include <algorithm>
-#include <cinttypes>
 #include <cstdlib>
 #include <fstream>
 
@@ -49,28 +47,25 @@ Board ReadPartitions(const char *path)
     int number = 0;
     for (std::string line; std::getline(file, line);) {
         ++number;
-        unsigned index = 0;
-        uint32_t mtd_size = 0;
-        // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
-        // NOLINTNEXTLINE(cert-err34-c): both numbers have a width that cannot overflow
-        if (std::sscanf(line.c_str(), "mtd%3u: %8" SCNx32, &index, &mtd_size) == 2) {
-            board.resize(std::max<size_t>(board.size(), index + 1));
-            board[index] = {"mtd", -1, mtd_size};
-            continue;
-        }
         std::string name, start, size, more;
         std::istringstream{line} >> name >> start >> size >> more;
         if (name.empty() || name[0] == '#' || name == "dev:") {
+            continue;
+        }
+        if (name.starts_with("mtd") && name.ends_with(':')) {
+            // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
+            if (name != Text("mtd", board.size(), ':')) {
+                break;
+            }
+            board.push_back({name, -1, ParseBytes("0x" + start)});
             continue;
         }
         board.push_back({name, ParseBytes(start), ParseBytes(size)});
         FailIf(board.back().start < 0 || board.back().size <= 0 || !more.empty(), path, ": line ",
                number, " is not 'NAME START SIZE'");
     }
-    for (size_t i = 1; i <= 3; ++i) {
-        FailIf(board.size() <= i || board[i].size == 0, path,
-               ": not a saved /proc/mtd or a table: it has no size of mtd", i);
-    }
+    FailIf(board.size() < 4, path, ": not a saved /proc/mtd or a table: it has no size of mtd",
+           board.size());
     return board;
 }
 

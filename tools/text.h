@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -23,6 +24,13 @@ std::string Text(const Parts &...parts)
     std::ostringstream text;
     (text << ... << parts);
     return text.str();
+}
+
+/// Prints a line of them.
+template<typename... Parts>
+void Print(const Parts &...parts)
+{
+    std::puts(Text(parts...).c_str());
 }
 
 /// Ends the command with a message of these parts.
