@@ -113,10 +113,8 @@ OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const c
 OutputFile::~OutputFile()
 {
     close(fd_);
-    if (!leftover_.empty()) {
-        unlink(leftover_.c_str());
-        rmdir(new_folder_.c_str()); // the last file does that
-    }
+    unlink(leftover_.c_str());
+    rmdir(new_folder_.c_str()); // as long as it has files, this fails
 }
 
 std::string OutputFile::path() const
@@ -134,19 +132,23 @@ void OutputFile::Copy(const InputFile &input, int64_t start, int64_t size)
     input.ForEachPiece(start, size, [this](auto piece) { Write(piece); });
 }
 
-/// A name that others see exists only for the moment of the renaming.
+/// A new file gets its name at once. One that replaces another needs a name for the moment before.
 void OutputFile::TakeName()
 {
+    mkdir(new_folder_.c_str(), 0777); // if that fails, the next call fails too
+    if (leftover_.empty()) {
+        const std::string &name = replaces_ ? scratch_ : target_;
+        FailErrnoIf(linkat(AT_FDCWD, path().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) !=
+                        0,
+                    name_);
+        leftover_ = name;
+    }
+    const unsigned flags = replaces_ ? 0 : RENAME_NOREPLACE;
     const char *scratch = scratch_.c_str();
     const char *target = target_.c_str();
-    const bool has_name = !leftover_.empty() || linkat(AT_FDCWD, path().c_str(), AT_FDCWD, scratch,
-                                                       AT_SYMLINK_FOLLOW) == 0;
-    FailErrnoIf(!has_name, name_);
-    leftover_ = scratch_;
-    mkdir(new_folder_.c_str(), 0777); // if that fails, the renaming fails too
-    const unsigned flags = replaces_ ? 0 : RENAME_NOREPLACE;
     // NFS does not know the flag.
-    FailErrnoIf(renameat2(AT_FDCWD, scratch, AT_FDCWD, target, flags) != 0 &&
+    FailErrnoIf(leftover_ == scratch_ &&
+                    renameat2(AT_FDCWD, scratch, AT_FDCWD, target, flags) != 0 &&
                     (errno != EINVAL || std::rename(scratch, target) != 0),
                 name_);
     leftover_ = replaces_ ? "" : target_;
@@ -158,12 +160,10 @@ void OutputFile::Publish(std::span<OutputFile *const> files)
         FailErrnoIf(fsync(file->fd_) != 0, file->name_);
     }
     sigset_t all;
-    sigset_t previous;
     sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &previous); // nothing may end between two of the steps
+    sigprocmask(SIG_BLOCK, &all, nullptr); // for good: what ends by a signal has changed nothing
     std::ranges::for_each(files, &OutputFile::TakeName);
     for (OutputFile *file : files) {
         file->leftover_.clear();
     }
-    sigprocmask(SIG_SETMASK, &previous, nullptr);
 }
