@@ -72,8 +72,8 @@ int Create(const Options &options)
     // The board's own checks on the finished package: a kernel whose data runs on into region 2 is
     // valid only alone.
     const InputFile package{output.path()};
-    const Examination found =
-        Examine(package, PackageExpectation{true, marker, layout->version}, board);
+    const PackageExpectation target{true, marker, layout->version};
+    const Examination found = Examine(package, target, board);
     FailIf(!found.reason.empty(), "not made",
            found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.reason);
     found.PrintWarnings(options.Value('o'));

@@ -52,17 +52,16 @@ Board ReadPartitions(const char *path)
         if (name.empty() || name[0] == '#' || name == "dev:") {
             continue;
         }
-        if (name.starts_with("mtd") && name.ends_with(':')) {
-            // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
-            if (name != Text("mtd", board.size(), ':')) {
-                break;
-            }
-            board.push_back({name, -1, ParseBytes("0x" + start)});
-            continue;
+        // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
+        const bool is_saved = name.starts_with("mtd") && name.ends_with(':');
+        const Partition partition{name, is_saved ? -1 : ParseBytes(start),
+                                  ParseBytes(is_saved ? "0x" + start : size)};
+        if (is_saved && (name != Text("mtd", board.size(), ':') || partition.size <= 0)) {
+            break;
         }
-        board.push_back({name, ParseBytes(start), ParseBytes(size)});
-        FailIf(board.back().start < 0 || board.back().size <= 0 || !more.empty(), path, ": line ",
-               number, " is not 'NAME START SIZE'");
+        FailIf(!is_saved && (partition.start < 0 || partition.size <= 0 || !more.empty()), path,
+               ": line ", number, " is not 'NAME START SIZE'");
+        board.push_back(partition);
     }
     FailIf(board.size() < 4, path, ": not a saved /proc/mtd or a table: it has no size of mtd",
            board.size());
