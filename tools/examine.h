@@ -18,7 +18,7 @@ struct Region {
     const char *contents = "";            ///< what it seems to hold, if that was looked at
     const char *verdict = "not examined"; ///< or "ok" or "bad"
     std::string reason;                   ///< what is wrong with it, or empty
-    std::string sha256;                   ///< see InputFile::Sha256; empty if not computed
+    std::string sha256;                   ///< see Sha256; empty if not computed
 };
 
 /// A kernel image in region 1. The header is zero if the file ends within it.
@@ -32,7 +32,7 @@ struct KernelImage {
 struct Examination {
     std::optional<Package> package; ///< nothing if a board refuses the header; then only `refusal`
     std::string refusal;            ///< the first check that fails on a board, or empty
-    std::string reason;             ///< why it cannot be installed on the board, or empty
+    std::string reason;             ///< the first one not to install it on the board, or empty
     std::string sha256;             ///< of the package, like that of a region
     std::array<Region, 3> regions;
     KernelImage kernel;
