@@ -1,5 +1,6 @@
 #include "tools/partitions.h"
 
+#include <array>
 #include <cstdlib>
 #include <fstream>
 
@@ -47,7 +48,7 @@ Board ReadPartitions(const char *path)
     int number = 0;
     for (std::string line; std::getline(file, line);) {
         ++number;
-        std::string name, start, size, more;
+        auto [name, start, size, more] = std::array<std::string, 4>{};
         std::istringstream{line} >> name >> start >> size >> more;
         if (name.empty() || name[0] == '#' || name == "dev:") {
             continue;
