@@ -12,8 +12,6 @@
 namespace
 {
 
-// ---- The kernel image ---------------------------------------------------------------------------
-
 using CodeName = std::pair<int, const char *>;
 
 std::string NameOf(int code, std::initializer_list<CodeName> names)
@@ -25,28 +23,17 @@ std::string NameOf(int code, std::initializer_list<CodeName> names)
 std::string Describe(ImageFault fault, const KernelImage &image)
 {
     const ImageHeader &header = image.header;
-    switch (fault) {
-    case ImageFault::kNone:
-        break;
-    case ImageFault::kUnreadable:
-        return "the file ends within the image's header";
-    case ImageFault::kBadMagic:
-        return Text("magic ", Hex(header.magic), ", expected ", Hex(kImageMagic));
-    case ImageFault::kBadHeaderCrc:
-        return Text("header CRC ", Hex(header.header_crc), ", its bytes give ",
-                    Hex(header.computed_crc));
-    case ImageFault::kBadDataCrc:
-        return Text("data CRC ", Hex(header.data_crc), ", the ", header.data_size,
-                    " bytes behind the header give ", Hex(image.data_crc));
-    case ImageFault::kWrongArchitecture:
-        return Text("architecture ", image.architecture, ", expected ARM");
-    case ImageFault::kWrongType:
-        return Text("type ", image.type,
-                    ", expected kernel, standalone program or multi-file image");
-    case ImageFault::kWrongCompression:
-        return Text("compression ", image.compression, ", expected none or gzip");
-    }
-    return "";
+    const std::array<std::string, 8> texts{
+        "", // in the order of ImageFault
+        "the file ends within the image's header",
+        Text("magic ", Hex(header.magic), ", expected ", Hex(kImageMagic)),
+        Text("header CRC ", Hex(header.header_crc), ", its bytes give ", Hex(header.computed_crc)),
+        Text("data CRC ", Hex(header.data_crc), ", the ", header.data_size,
+             " bytes behind the header give ", Hex(image.data_crc)),
+        Text("architecture ", image.architecture, ", expected ARM"),
+        Text("type ", image.type, ", expected kernel, standalone program or multi-file image"),
+        Text("compression ", image.compression, ", expected none or gzip")};
+    return texts.at(static_cast<size_t>(fault));
 }
 
 /// Reads the image, also a damaged one. If the board's check found no fault, the data is not read
@@ -73,8 +60,6 @@ KernelImage ReadKernel(const char *path, int64_t offset, bool is_good)
     image.fault = is_good ? "" : Describe(FindImageFault(path, offset, header), image);
     return image;
 }
-
-// ---- The /etc image -----------------------------------------------------------------------------
 
 constexpr int64_t kEraseBlock = 0x10000;
 
@@ -116,8 +101,6 @@ std::string CompareEtc(const InputFile &file, const Region &region, int64_t part
                       " free blocks, ", used, " of ", all, " are used");
 }
 
-// ---- The package --------------------------------------------------------------------------------
-
 /// A text such as " (it looks like a bare kernel image)"; empty for an unknown kind of file.
 std::string WhatItLooksLike(const InputFile &file)
 {
@@ -134,41 +117,29 @@ std::string WhatItLooksLike(const InputFile &file)
 std::string Describe(const HeaderRefusal &refusal, const PackageExpectation &expectation,
                      const std::string &kind)
 {
-    const FirmwarePackageHeader &found = refusal.header;
-    switch (refusal.fault) {
-    case HeaderFault::kUnreadable:
-        return "unreadable: it ends within its header";
-    case HeaderFault::kWrongMarker:
-        return Text("wrong marker: found ", MarkerText(found.magic), ", the board's is ",
-                    MarkerText(expectation.marker));
-    case HeaderFault::kWrongVersion:
-        return Text("wrong layout version: found ", found.version, ", the board expects ",
-                    expectation.version, kind);
-    case HeaderFault::kUnknownLayout:
-        return Text("unknown layout: found ", found.version, ", there are ", LayoutNames(" and "));
-    }
-    return "";
+    const auto &[magic, version, size] = refusal.header;
+    const std::array<std::string, 4> texts{
+        "unreadable: it ends within its header", // in the order of HeaderFault
+        Text("wrong marker: found ", MarkerText(magic), ", the board's is ",
+             MarkerText(expectation.marker)),
+        Text("wrong layout version: found ", version, ", the board expects ", expectation.version,
+             kind),
+        Text("unknown layout: found ", version, ", there are ", LayoutNames(" and "))};
+    return texts.at(static_cast<size_t>(refusal.fault));
 }
 
-std::string Describe(ContentsFault fault, const Examination &found,
-                     const std::optional<ForeignBlock> &block)
+std::string Describe(ContentsFault fault, const Package &package, const std::string &kernel_fault,
+                     const ForeignBlock &block)
 {
-    const Package &package = *found.package;
-    switch (fault) {
-    case ContentsFault::kNone:
-        break;
-    case ContentsFault::kWrongFileSize:
-        return Text("wrong file size: found ", package.file_size, " bytes, header and regions are ",
-                    package.ExpectedFileSize());
-    case ContentsFault::kBadKernelImage:
-        return "bad kernel image: " + found.kernel.fault;
-    case ContentsFault::kBadFileSystem:
-        return !block ? "it changed while it was read"
-                      : Text("bad /etc file system: the 64 KiB block at ",
-                             block->start - package.RegionStart(2), " of region 3 begins with ",
-                             Hex(block->magic[0], 2), ' ', Hex(block->magic[1], 2), ", not 85 19");
-    }
-    return "";
+    const std::array<std::string, 4> texts{
+        "", // in the order of ContentsFault
+        Text("wrong file size: found ", package.file_size, " bytes, header and regions are ",
+             package.ExpectedFileSize()),
+        "bad kernel image: " + kernel_fault,
+        Text("bad /etc file system: the 64 KiB block at ", block.start - package.RegionStart(2),
+             " of region 3 begins with ", Hex(block.magic[0], 2), ' ', Hex(block.magic[1], 2),
+             ", not 85 19")};
+    return texts.at(static_cast<size_t>(fault));
 }
 
 /// Why the file does not hold the whole region, or empty.
@@ -181,63 +152,43 @@ std::string PlaceFault(const Region &region, int64_t file_size)
                : "";
 }
 
-/// Compares a region with its partition. No board does that.
-void CompareRegion(const InputFile &file, size_t index, const Board &board, Examination &found)
+/// What a region seems to hold, and what a board says to that.
+struct Contents {
+    const char *name;
+    const char *verdict;
+    std::string fault;
+};
+
+/// Compares the region with its partition, which no board does, and then says what it holds.
+void JudgeRegion(const InputFile &file, size_t index, const Contents &contents, const Board &board,
+                 Examination &found)
 {
     Region &region = found.regions[index];
     if (region.is_whole) {
         region.reason = WhyTooLarge(index, region.size, board);
-        if (board && index == 2 && region.reason.empty()) {
-            region.reason = CompareEtc(file, region, (*board)[index], found.warnings);
+        if (!board.empty() && index == 2 && region.reason.empty()) {
+            region.reason = CompareEtc(file, region, board[3].size, found.warnings);
         }
     } else if (region.size < 0) {
         found.warnings.push_back(Text("region ", index + 1, " has the negative size ", region.size,
                                       "; a board does not check that"));
     }
-    region.verdict = region.reason.empty() ? region.verdict : "bad";
-    // A board refuses most packages with an incomplete region, but not all.
-    if (board && !region.reason.empty() && (region.is_whole || found.refusal.empty())) {
-        found.misfits.push_back(Text("region ", index + 1, " is ", region.reason));
-    }
-}
-
-/// Says what the regions seem to hold, and what a board says to that.
-void JudgeContents(bool is_jffs2, Examination &found)
-{
-    const Package &package = *found.package;
-    const auto judge = [&](Region &region, const char *contents, const char *verdict,
-                           const std::string &reason) {
-        if (region.size > 0 && region.start >= 0 && region.start < package.file_size) {
-            region.contents = contents;
-            region.verdict = region.reason.empty() ? verdict : "bad";
-            region.reason = region.reason.empty() ? reason : region.reason;
+    if (!region.reason.empty()) {
+        region.verdict = "bad";
+        // A board refuses most packages with an incomplete region, but not all.
+        if (!board.empty() && (region.is_whole || found.refusal.empty())) {
+            found.misfits.push_back(Text("region ", index + 1, " is ", region.reason));
+            found.reason = found.reason.empty() ? found.misfits[0] : found.reason;
         }
-    };
-    auto &[kernel, second, etc] = found.regions;
-    const bool is_image = found.kernel.header.magic == kImageMagic;
-    judge(kernel, is_image ? "kernel image" : "no kernel image",
-          found.kernel.fault.empty() ? "ok" : "bad", found.kernel.fault);
-    judge(second, "not examined", "not examined", "");
-    const bool is_checked = package.layout.checks_file_system;
-    const char *fault = is_jffs2 ? "" : "not JFFS2 at every 64 KiB";
-    judge(etc, is_jffs2 ? "JFFS2 at every 64 KiB" : "",
-          is_jffs2     ? "ok"
-          : is_checked ? "bad"
-                       : "not examined",
-          fault);
-    if (!is_jffs2 && !is_checked) {
-        found.warnings.push_back(Text("region 3 is ", fault,
-                                      "; a board does not check that in layout ",
-                                      package.header.version));
+    }
+    if (region.size > 0 && region.start >= 0 && region.start < file.size()) {
+        region.contents = contents.name;
+        region.verdict = region.reason.empty() ? contents.verdict : "bad";
+        region.reason = region.reason.empty() ? contents.fault : region.reason;
     }
 }
 
 } // namespace
-
-std::string Examination::WhyNot() const
-{
-    return !refusal.empty() || misfits.empty() ? refusal : misfits[0];
-}
 
 void Examination::PrintWarnings(const std::string &name) const
 {
@@ -256,7 +207,7 @@ Examination Locate(const InputFile &file, const Expectation &expectation)
     const auto opened = ReadPackage(file.path(), asked);
     if (const auto *refused = std::get_if<HeaderRefusal>(&opened)) {
         const std::string kind = WhatItLooksLike(file);
-        found.refusal = Describe(*refused, asked, kind);
+        found.reason = found.refusal = Describe(*refused, asked, kind);
         FailIf(!expectation, file.name(), ": not a firmware package",
                kind.empty() ? ": " + found.refusal : kind);
         return found;
@@ -285,10 +236,26 @@ Examination Examine(const InputFile &file, const Expectation &expectation, const
     const File stream{file.path(), "r"};
     const auto block =
         stream ? FindForeignBlock(stream.get(), package.RegionStart(2)) : std::nullopt;
-    found.refusal = Describe(fault, found, block);
-    for (size_t i = 0; i < found.regions.size(); ++i) {
-        CompareRegion(file, i, board, found);
+    FailIf(fault == ContentsFault::kBadFileSystem && !block, file.name(),
+           ": changed while it was read");
+    found.refusal = Describe(fault, package, found.kernel.fault, block.value_or(ForeignBlock{}));
+    found.reason = found.refusal;
+    const bool has_image = found.kernel.header.magic == kImageMagic;
+    const bool is_checked = package.layout.checks_file_system;
+    const char *no_jffs2 = "not JFFS2 at every 64 KiB";
+    JudgeRegion(file, 0,
+                {has_image ? "kernel image" : "no kernel image",
+                 found.kernel.fault.empty() ? "ok" : "bad", found.kernel.fault},
+                board, found);
+    JudgeRegion(file, 1, {"not examined", "not examined", ""}, board, found);
+    JudgeRegion(file, 2,
+                block ? Contents{"", is_checked ? "bad" : "not examined", no_jffs2}
+                      : Contents{"JFFS2 at every 64 KiB", "ok", ""},
+                board, found);
+    if (block && !is_checked) {
+        found.warnings.push_back(Text("region 3 is ", no_jffs2,
+                                      "; a board does not check that in layout ",
+                                      package.header.version));
     }
-    JudgeContents(!block, found);
     return found;
 }

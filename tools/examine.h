@@ -1,6 +1,8 @@
 // What a package holds, and what a board makes of it. The checks are the board's own.
 #pragma once
 
+#include <optional>
+
 #include "flash/package.h"
 #include "flash/uimage.h"
 #include "tools/files.h"
@@ -16,7 +18,7 @@ struct Region {
     const char *contents = "";            ///< what it seems to hold, if that was looked at
     const char *verdict = "not examined"; ///< or "ok" or "bad"
     std::string reason;                   ///< what is wrong with it, or empty
-    std::string sha256;                   ///< see InputFile::Sha256; empty if not computed
+    std::string sha256;                   ///< see Sha256; empty if not computed
 };
 
 /// A kernel image in region 1. The header is zero if the file ends within it.
@@ -30,14 +32,13 @@ struct KernelImage {
 struct Examination {
     std::optional<Package> package; ///< nothing if a board refuses the header; then only `refusal`
     std::string refusal;            ///< the first check that fails on a board, or empty
+    std::string reason;             ///< the first one not to install it on the board, or empty
     std::string sha256;             ///< of the package, like that of a region
     std::array<Region, 3> regions;
     KernelImage kernel;
     std::vector<std::string> misfits;  ///< why regions do not fit the known partitions
     std::vector<std::string> warnings; ///< what may go wrong although a board accepts it
 
-    /// Why the package cannot be installed on the board, or empty.
-    [[nodiscard]] std::string WhyNot() const;
     void PrintWarnings(const std::string &name) const;
 };
 

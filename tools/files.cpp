@@ -16,24 +16,23 @@
 namespace
 {
 
-/// Opens standard input, or its copy in memory if it is a pipe. Returns -1 if that fails.
-int OpenStandardInput()
-{
-    struct stat status = {};
-    if (fstat(STDIN_FILENO, &status) != 0 || S_ISREG(status.st_mode)) {
-        return dup(STDIN_FILENO);
-    }
-    const int copy = memfd_create("standard input", MFD_CLOEXEC);
-    ssize_t count = copy < 0 ? -1 : 1;
-    while (count > 0) {
-        count = splice(STDIN_FILENO, nullptr, copy, nullptr, size_t{1} << 20, 0);
-    }
-    return count == 0 ? copy : -1;
-}
-
+/// A path that leads to the file, also if it has no name.
 std::string PathOf(int fd)
 {
     return Text("/proc/self/fd/", fd);
+}
+
+/// Copies standard input into memory. Returns the copy, or -1 if that fails.
+int CopyStandardInput()
+{
+    const int copy = memfd_create("standard input", MFD_CLOEXEC);
+    std::array<uint8_t, 65536> piece;
+    ssize_t count = copy < 0 ? -1 : 1;
+    while (count > 0) {
+        count = read(STDIN_FILENO, piece.data(), piece.size());
+        count = count > 0 ? full_write(copy, piece.data(), count) : count;
+    }
+    return count == 0 ? copy : -1;
 }
 
 /// The file that an output with this name makes or replaces.
@@ -46,8 +45,9 @@ std::string FindTarget(const std::string &name, bool replaces, std::span<const c
         return name;
     }
     for (const char *input : inputs) {
-        FailIf(input != nullptr && std::filesystem::equivalent(input, name, error), name,
-               ": the same file as the input ", input);
+        const std::string path = input == nullptr ? "" : input;
+        FailIf(std::filesystem::equivalent(path == "-" ? "/dev/stdin" : path, name, error), name,
+               ": the same file as the input ", path);
     }
     FailIf(!std::filesystem::is_regular_file(name, error), name,
            ": exists and is not a plain file");
@@ -60,7 +60,7 @@ std::string FindTarget(const std::string &name, bool replaces, std::span<const c
 InputFile::InputFile(const std::string &name)
     : name_(name == "-" ? "standard input" : name),
       // Opening a pipe would wait for a writer.
-      fd_(name == "-" ? OpenStandardInput()
+      fd_(name == "-" ? CopyStandardInput()
                       : open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)),
       path_(name == "-" ? PathOf(fd_.get()) : name)
 {
@@ -90,32 +90,36 @@ void InputFile::ForEachPiece(int64_t start, int64_t size,
     }
 }
 
-OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs)
+OutputFile::OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
+                       bool makes_folder)
     : name_(path), target_(FindTarget(path, replaces, inputs)), replaces_(replaces)
 {
-    std::error_code error;
     const std::filesystem::path target{target_};
     std::filesystem::path folder = target.parent_path();
-    if (!folder.empty() && !std::filesystem::exists(folder, error)) {
-        folder = folder.parent_path(); // beside a new folder
+    std::error_code error;
+    if (makes_folder && !std::filesystem::exists(folder, error)) {
+        new_folder_ = folder;
+        folder = folder.parent_path();
     }
-    scratch_ = folder / target.filename();
-    scratch_ += Text('.', getpid());
+    scratch_ = folder / Text(target.filename().string(), '.', getpid());
     fd_ = open((folder / ".").c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
     if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {
         fd_ = open(scratch_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
-        has_scratch_ = fd_ >= 0;
+        leftover_ = fd_ >= 0 ? scratch_ : "";
     }
     FailErrnoIf(fd_ < 0, name_);
-    path_ = has_scratch_ ? scratch_ : PathOf(fd_);
 }
 
 OutputFile::~OutputFile()
 {
     close(fd_);
-    if (has_scratch_) {
-        unlink(scratch_.c_str());
-    }
+    unlink(leftover_.c_str());
+    rmdir(new_folder_.c_str()); // as long as it has files, this fails
+}
+
+std::string OutputFile::path() const
+{
+    return PathOf(fd_);
 }
 
 void OutputFile::Write(std::span<const uint8_t> bytes)
@@ -128,45 +132,38 @@ void OutputFile::Copy(const InputFile &input, int64_t start, int64_t size)
     input.ForEachPiece(start, size, [this](auto piece) { Write(piece); });
 }
 
-/// A name that others see exists only for the moment of the renaming. Returns false, with errno, if
-/// it fails.
-bool OutputFile::TakeName()
+/// A new file gets its name at once. One that replaces another needs a name for the moment before.
+void OutputFile::TakeName()
 {
+    mkdir(new_folder_.c_str(), 0777); // if that fails, the next call fails too
+    if (leftover_.empty()) {
+        const std::string &name = replaces_ ? scratch_ : target_;
+        FailErrnoIf(linkat(AT_FDCWD, path().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) !=
+                        0,
+                    name_);
+        leftover_ = name;
+    }
+    const unsigned flags = replaces_ ? 0 : RENAME_NOREPLACE;
     const char *scratch = scratch_.c_str();
     const char *target = target_.c_str();
-    has_scratch_ =
-        has_scratch_ || linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, scratch, AT_SYMLINK_FOLLOW) == 0;
-    const unsigned flags = replaces_ ? 0 : RENAME_NOREPLACE;
     // NFS does not know the flag.
-    is_new_ = has_scratch_ && (renameat2(AT_FDCWD, scratch, AT_FDCWD, target, flags) == 0 ||
-                               (errno == EINVAL && std::rename(scratch, target) == 0));
-    has_scratch_ = has_scratch_ && !is_new_;
-    return is_new_;
+    FailErrnoIf(leftover_ == scratch_ &&
+                    renameat2(AT_FDCWD, scratch, AT_FDCWD, target, flags) != 0 &&
+                    (errno != EINVAL || std::rename(scratch, target) != 0),
+                name_);
+    leftover_ = replaces_ ? "" : target_;
 }
 
-void OutputFile::Publish(std::span<OutputFile *const> files, const char *folder)
+void OutputFile::Publish(std::span<OutputFile *const> files)
 {
     for (const OutputFile *file : files) {
         FailErrnoIf(fsync(file->fd_) != 0, file->name_);
     }
     sigset_t all;
-    sigset_t previous;
     sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &previous); // nothing may end between two of the steps
-    const bool is_folder_new = folder != nullptr && mkdir(folder, 0777) == 0;
-    std::string failed;
+    sigprocmask(SIG_BLOCK, &all, nullptr); // for good: what ends by a signal has changed nothing
+    std::ranges::for_each(files, &OutputFile::TakeName);
     for (OutputFile *file : files) {
-        failed = failed.empty() && !file->TakeName() ? file->name_ : failed;
+        file->leftover_.clear();
     }
-    const int error = errno;
-    for (const OutputFile *file : files) {
-        if (!failed.empty() && file->is_new_ && !file->replaces_) {
-            unlink(file->target_.c_str());
-        }
-    }
-    if (!failed.empty() && is_folder_new) {
-        rmdir(folder);
-    }
-    sigprocmask(SIG_SETMASK, &previous, nullptr);
-    FailIf(!failed.empty(), failed, ": ", std::strerror(error));
 }

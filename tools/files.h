@@ -9,8 +9,8 @@
 
 #include "util/fd.h"
 
-/// A plain file, or standard input under the name "-". The checks read a file twice, so the data of
-/// a pipe goes into memory first.
+/// A plain file, or standard input under the name "-". The checks read a file twice, so standard
+/// input, perhaps a pipe, goes into memory first.
 class InputFile
 {
 public:
@@ -25,8 +25,6 @@ public:
     /// Reads `size` bytes and hands them over in pieces.
     void ForEachPiece(int64_t start, int64_t size,
                       const std::function<void(std::span<const uint8_t>)> &take) const;
-    /// 64 hexadecimal digits, or an empty text if fwpack was built without libcrypto.
-    [[nodiscard]] std::string Sha256(int64_t start, int64_t size) const;
 
 private:
     std::string name_;
@@ -34,6 +32,9 @@ private:
     std::string path_;
     int64_t size_;
 };
+
+/// 64 hexadecimal digits. Null if fwpack was built without libcrypto.
+[[gnu::weak]] std::string Sha256(const InputFile &file, int64_t start, int64_t size);
 
 /// A file that is complete or does not appear at all. Until then it has no name, so whatever ends
 /// fwpack leaves nothing. Where the file system has no such files, a signal leaves 'NAME.NUMBER'.
@@ -44,28 +45,28 @@ public:
     /// link, the file that it leads to is replaced.
     ///
     /// @param inputs  the names of the inputs; null for none
-    OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs);
+    OutputFile(const std::string &path, bool replaces, std::span<const char *const> inputs,
+               bool makes_folder = false);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
-    [[nodiscard]] const std::string &path() const { return path_; } ///< leads to the unnamed file
+    [[nodiscard]] std::string path() const; ///< leads to the file while it has no name
 
     void Write(std::span<const uint8_t> bytes);
     void Copy(const InputFile &input, int64_t start, int64_t size);
-    /// Writes all data to the disk, creates the folder if it is given and missing, and names the
-    /// files: all, or none if that fails.
-    static void Publish(std::span<OutputFile *const> files, const char *folder = nullptr);
+    /// Writes all data to the disk and names the files. If that fails, the last of their
+    /// destructors leaves none.
+    static void Publish(std::span<OutputFile *const> files);
 
 private:
-    bool TakeName();
+    void TakeName();
 
     std::string name_;
-    std::string target_;  ///< the file that a link leads to
-    std::string scratch_; ///< a temporary name
-    std::string path_;
+    std::string target_;     ///< the file that a link leads to
+    std::string scratch_;    ///< a temporary name
+    std::string new_folder_; ///< to be made, or empty
+    std::string leftover_;   ///< what the destructor removes, or empty
     int fd_ = -1;
-    bool has_scratch_ = false;
     bool replaces_;
-    bool is_new_ = false; ///< it has its name, and replaced nothing
 };

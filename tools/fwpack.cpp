@@ -24,25 +24,28 @@ constexpr const char *kHelp =
     "  fwpack help [COMMAND]  show this help, or that of a command\n\n"
     "  -V, --version          show the version\n";
 
-/// Prints the text, the option -h and the meaning of the exit statuses.
+/// The end of each help.
+constexpr const char *kCommonHelp =
+    "  -h, --help             show this help\n\n"
+    "Exit status: 0 done or accepted; 1 refused or failed; 2 wrong usage or, with check,\n"
+    "a package that cannot be read.\n";
+
 int PrintHelp(const char *text)
 {
     std::printf(text, LayoutNames(" or ").c_str());
-    std::puts(
-        "  -h, --help             show this help\n\n"
-        "Exit status: 0 done or accepted; 1 refused or failed; 2 wrong usage or, with check,\n"
-        "a package that cannot be read.");
+    std::fputs(kCommonHelp, stdout);
     return kExitDone;
 }
 
-/// getopt's tables, made from the lines of a help text.
+/// getopt's tables, made from the lines of a command's help.
 struct OptionTable {
     std::deque<std::string> names; ///< `options` has pointers to them
     std::vector<option> options;
     std::string letters;
 
-    explicit OptionTable(const std::string &help)
+    explicit OptionTable(const Command &command)
     {
+        const std::string help = Text(command.help, kCommonHelp);
         for (size_t at = 0; (at = help.find("\n  -", at)) != std::string::npos; ++at) {
             const size_t name = at + std::strlen("\n  -l, --");
             const size_t end = help.find_first_of(" \n", name);
@@ -51,9 +54,7 @@ struct OptionTable {
             options.push_back({names.back().c_str(), takes_value ? 1 : 0, nullptr, help[at + 4]});
             letters += help[at + 4] + std::string{takes_value ? ":" : ""};
         }
-        options.push_back({"help", no_argument, nullptr, 'h'});
         options.push_back({});
-        letters += 'h';
     }
 };
 
@@ -69,7 +70,7 @@ void CheckComplete(const Command &command, const OptionTable &table, const Optio
     if (missing.empty() && command.most_operands > 0 && given.operands.empty()) {
         missing = command.most_operands > 1 ? "at least one package" : "a package";
     }
-    FailUsageIf(!missing.empty(), command.name, " needs ", missing);
+    FailIf<kExitUsage>(!missing.empty(), command.name, " needs ", missing);
     if (given.operands.size() > command.most_operands) {
         const char *word = given.operands[command.most_operands];
         throw Failure{Text(word, ": an argument too many"), kExitUsage};
@@ -79,7 +80,7 @@ void CheckComplete(const Command &command, const OptionTable &table, const Optio
 /// `words` begins with the command's name.
 int RunCommand(const Command &command, std::span<char *> words)
 {
-    const OptionTable table{command.help};
+    const OptionTable table{command};
     Options options;
     words[0] = const_cast<char *>("fwpack"); // getopt's messages begin with it
     for (int c; (c = getopt_long(static_cast<int>(words.size()), words.data(),
@@ -87,7 +88,7 @@ int RunCommand(const Command &command, std::span<char *> words)
         if (c == 'h') {
             return PrintHelp(command.help);
         }
-        FailUsageIf(c == '?', "");
+        FailIf<kExitUsage>(c == '?', "");
         options.values.at(static_cast<size_t>(c)) = optarg != nullptr ? optarg : "";
     }
     options.operands = words.subspan(static_cast<size_t>(optind));
@@ -99,7 +100,7 @@ int RunCommand(const Command &command, std::span<char *> words)
 int Run(std::span<char *> words, std::string &command)
 {
     const auto word = [&](size_t i) { return std::string{i < words.size() ? words[i] : ""}; };
-    FailUsageIf(words.size() < 2, "a command is missing");
+    FailIf<kExitUsage>(words.size() < 2, "a command is missing");
     if (word(1) == "-V" || word(1) == "--version") {
         std::puts("fwpack " FWPACK_VERSION);
         return kExitDone;
@@ -134,19 +135,18 @@ void OpenStandardStreams()
 uint32_t Options::Marker() const
 {
     const std::string_view text = Value('m');
-    FailUsageIf(text.empty(), "the marker is empty");
+    FailIf<kExitUsage>(text.empty(), "the marker is empty");
     // A value in the board's files ends at these characters.
-    FailUsageIf(text.find_first_of("=\r\n") != std::string_view::npos,
-                "the marker has a '=' or a line end, which no board's configuration can hold");
+    FailIf<kExitUsage>(
+        text.find_first_of("=\r\n") != std::string_view::npos,
+        "the marker has a '=' or a line end, which no board's configuration can hold");
     return MarkerWord(text);
 }
 
 Board Options::GivenBoard() const
 {
-    FailUsageIf(Has('p') && Has('t'), "--partitions and --mtd exclude each other");
-    return Has('p')   ? ParseSizes(Value('p'))
-           : Has('t') ? SizesOf(ReadPartitions(Value('t')))
-                      : std::nullopt;
+    FailIf<kExitUsage>(Has('p') && Has('t'), "--partitions and --mtd exclude each other");
+    return Has('p') ? ParseSizes(Value('p')) : Has('t') ? ReadPartitions(Value('t')) : Board{};
 }
 
 int main(int argc, char **argv)

@@ -43,15 +43,15 @@ try {
     if (!quiet) {
         // The worse result first, because scripts read the first line.
         for (const std::string &misfit : found.misfits) {
-            std::puts(Text(file.name(), ": ", misfit).c_str());
+            Print(file.name(), ": ", misfit);
         }
         const char *verdict = !found.refusal.empty()  ? "refuse it: "
                               : found.misfits.empty() ? "accept it"
                                                       : "accept it: it does not compare sizes";
-        std::puts(Text(file.name(), ": a board would ", verdict, found.refusal).c_str());
+        Print(file.name(), ": a board would ", verdict, found.refusal);
         found.PrintWarnings(file.name());
     }
-    return found.WhyNot().empty() ? kExitDone : kExitRefused;
+    return found.reason.empty() ? kExitDone : kExitRefused;
 } catch (const Failure &failure) {
     PrintError(failure.message);
     return kExitUsage;
@@ -61,7 +61,7 @@ int Check(const Options &options)
 {
     const bool has_marker = options.Has('m');
     const int32_t layout = options.Has('l') ? CUTIL_ParseDecimal(options.Value('l')) : 1;
-    FailUsageIf(layout < 0, "the layout version is a number");
+    FailIf<kExitUsage>(layout < 0, "the layout version is a number");
     const PackageExpectation expectation{has_marker, has_marker ? options.Marker() : 0, layout};
     const Board board = options.GivenBoard();
     g_shows_log = options.Has('v');

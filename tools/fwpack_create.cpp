@@ -57,12 +57,14 @@ void Write(const Inputs &inputs, const PackageLayout &layout, uint32_t magic, Ou
 int Create(const Options &options)
 {
     const PackageLayout *layout = FindPackageLayout(CUTIL_ParseDecimal(options.Value('l')));
-    FailUsageIf(layout == nullptr, options.Value('l'), ": the layout is ", LayoutNames(" or "));
+    FailIf<kExitUsage>(layout == nullptr, options.Value('l'), ": the layout is ",
+                       LayoutNames(" or "));
     const uint32_t marker = options.Marker();
-    FailUsageIf(std::strlen(options.Value('m')) > sizeof(marker), options.Value('m'),
-                ": a marker has at most four characters");
+    FailIf<kExitUsage>(std::strlen(options.Value('m')) > sizeof(marker), options.Value('m'),
+                       ": a marker has at most four characters");
     const Board board = options.GivenBoard();
-    const std::array names{options.Value('k'), options.Value('s'), options.Value('e')};
+    const std::array names{options.Value('k'), options.Value('s'), options.Value('e'),
+                           options.Value('t')};
     const Inputs inputs{InputFile{names[0]}, InputFile{names[1]}, InputFile{names[2]}};
     CheckSizes(inputs, *layout, board);
     OutputFile output{options.Value('o'), options.Has('f'), names};
@@ -70,10 +72,10 @@ int Create(const Options &options)
     // The board's own checks on the finished package: a kernel whose data runs on into region 2 is
     // valid only alone.
     const InputFile package{output.path()};
-    const Examination found =
-        Examine(package, PackageExpectation{true, marker, layout->version}, board);
-    FailIf(!found.WhyNot().empty(), "not made",
-           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.WhyNot());
+    const PackageExpectation target{true, marker, layout->version};
+    const Examination found = Examine(package, target, board);
+    FailIf(!found.reason.empty(), "not made",
+           found.refusal.empty() ? ": " : ", because a board would refuse it: ", found.reason);
     found.PrintWarnings(options.Value('o'));
     OutputFile::Publish(std::array{&output});
     SayWhetherCompared(board);

@@ -20,10 +20,10 @@ constexpr const char *kHelp =
 int Extract(const Options &options)
 {
     const int32_t only = options.Has('r') ? CUTIL_ParseDecimal(options.Value('r')) : 0;
-    FailUsageIf(options.Has('r') && (only < 1 || only > 3), options.Value('r'),
-                ": the region is 1, 2 or 3");
-    FailUsageIf(options.Has('d') == options.Has('o') || (options.Has('o') && only == 0),
-                "extract needs --output-dir, or --region and --output");
+    FailIf<kExitUsage>(options.Has('r') && (only < 1 || only > 3), options.Value('r'),
+                       ": the region is 1, 2 or 3");
+    FailIf<kExitUsage>(options.Has('d') == options.Has('o') || (options.Has('o') && only == 0),
+                       "extract needs --output-dir, or --region and --output");
     const InputFile package{options.operands[0]};
     const Examination found = Locate(package, std::nullopt);
     std::deque<OutputFile> files;
@@ -43,11 +43,12 @@ int Extract(const Options &options)
             });
             return kExitDone;
         }
-        all.push_back(&files.emplace_back(path, options.Has('f'), options.operands));
+        all.push_back(
+            &files.emplace_back(path, options.Has('f'), options.operands, options.Has('d')));
         all.back()->Copy(package, region.start, region.size);
         report += Text(path, ": ", region.size, " bytes\n");
     }
-    OutputFile::Publish(all, options.Value('d'));
+    OutputFile::Publish(all);
     std::fputs(report.c_str(), stdout);
     return kExitDone;
 }

@@ -41,7 +41,7 @@ std::vector<Piece> FindPieces(const Options &options, const Board &board,
     if (options.Has('P')) {
         const InputFile &package = inputs.emplace_back(options.Value('P'));
         const Examination found = Examine(package, std::nullopt, board);
-        FailIf(!found.WhyNot().empty(), package.name(), ": ", found.WhyNot());
+        FailIf(!found.reason.empty(), package.name(), ": ", found.reason);
         found.PrintWarnings(package.name());
         for (size_t i = 0; i < found.regions.size(); ++i) {
             pieces[i + 1] = {&package, found.regions[i].start, found.regions[i].size};
@@ -63,11 +63,12 @@ void Fill(OutputFile &output, int64_t size)
 
 int FlashImage(const Options &options)
 {
-    FailUsageIf(options.Has('P') == (options.Has('k') || options.Has('s') || options.Has('e')),
-                "flash-image needs either --package or images");
-    const std::vector<Partition> table = ReadPartitions(options.Value('T'));
+    FailIf<kExitUsage>(options.Has('P') ==
+                           (options.Has('k') || options.Has('s') || options.Has('e')),
+                       "flash-image needs either --package or images");
+    const Board table = ReadPartitions(options.Value('T'));
     std::deque<InputFile> inputs;
-    std::vector<Piece> pieces = FindPieces(options, SizesOf(table), inputs);
+    std::vector<Piece> pieces = FindPieces(options, table, inputs);
     pieces.resize(table.size());
     const std::array names{options.Value('T'), options.Value('b'), options.Value('k'),
                            options.Value('s'), options.Value('e'), options.Value('P')};

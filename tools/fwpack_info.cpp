@@ -1,7 +1,7 @@
-#include <cinttypes>
 #include <ctime>
 #include <future>
 #include <initializer_list>
+#include <iomanip>
 
 #include "tools/examine.h"
 #include "tools/options.h"
@@ -17,17 +17,21 @@ constexpr const char *kHelp =
     "  -p, --partitions SIZES the bytes of mtd1 to mtd3, such as 0x580000,8M,2048K\n"
     "  -t, --mtd FILE         the same, from a saved /proc/mtd or a table for flash-image\n";
 
-using Rows = std::initializer_list<std::pair<const char *, std::string>>;
+/// A larger package fits no flash of a board.
+constexpr int64_t kLargestHashed = 256 << 20;
 
 /// Hashes the package and the regions, as far as the file holds them completely.
 void Hash(const InputFile &file, Examination &found)
 {
+    if (Sha256 == nullptr || file.size() > kLargestHashed) {
+        return;
+    }
     // On another processor, because the regions together are as long as the package.
     auto whole = std::async(std::launch::async, [&] {
-        return found.package->ExpectedFileSize() == file.size() ? file.Sha256(0, file.size()) : "";
+        return found.package->ExpectedFileSize() == file.size() ? Sha256(file, 0, file.size()) : "";
     });
     for (Region &region : found.regions) {
-        region.sha256 = region.is_whole ? file.Sha256(region.start, region.size) : "";
+        region.sha256 = region.is_whole ? Sha256(file, region.start, region.size) : "";
     }
     found.sha256 = whole.get();
 }
@@ -40,18 +44,6 @@ std::string DateOf(const ImageHeader &header, const char *format)
     return date.data();
 }
 
-// ---- For people ---------------------------------------------------------------------------------
-
-/// Omits rows without a text.
-void PrintRows(int label_width, Rows rows)
-{
-    for (const auto &[label, text] : rows) {
-        if (!text.empty()) {
-            std::printf("%-*s%s\n", label_width, label, text.c_str());
-        }
-    }
-}
-
 std::string CrcText(uint32_t stated, uint32_t computed)
 {
     return Hex(stated) + (stated == computed ? ", ok" : Text(", WRONG: computed ", Hex(computed)));
@@ -61,20 +53,18 @@ void PrintKernel(const KernelImage &image, int64_t region_size)
 {
     const ImageHeader &header = image.header;
     const int64_t beyond = int64_t{ImageHeader::kSize} + header.data_size - region_size;
-    std::puts("\nkernel image");
-    PrintRows(
-        20,
-        {{"  name", Printable({header.name.data(), header.name.size()})},
-         {"  created", DateOf(header, "%Y-%m-%d %H:%M:%S UTC")},
-         {"  data size", Text(header.data_size, " bytes",
-                              beyond > 0 ? Text(", ", beyond, " of them behind region 1") : "")},
-         {"  load, entry", Text("0x", Hex(header.load_address), ", 0x", Hex(header.entry_point))},
-         {"  operating system", image.operating_system},
-         {"  architecture", image.architecture},
-         {"  type", image.type},
-         {"  compression", image.compression},
-         {"  header CRC", CrcText(header.header_crc, header.computed_crc)},
-         {"  data CRC", CrcText(header.data_crc, image.data_crc)}});
+    Print("\nkernel image");
+    Print("  name              ", Printable({header.name.data(), header.name.size()}));
+    Print("  created           ", DateOf(header, "%Y-%m-%d %H:%M:%S UTC"));
+    Print("  data size         ", header.data_size, " bytes",
+          beyond > 0 ? Text(", ", beyond, " of them behind region 1") : "");
+    Print("  load, entry       0x", Hex(header.load_address), ", 0x", Hex(header.entry_point));
+    Print("  operating system  ", image.operating_system);
+    Print("  architecture      ", image.architecture);
+    Print("  type              ", image.type);
+    Print("  compression       ", image.compression);
+    Print("  header CRC        ", CrcText(header.header_crc, header.computed_crc));
+    Print("  data CRC          ", CrcText(header.data_crc, image.data_crc));
 }
 
 void PrintText(const Examination &found)
@@ -85,29 +75,28 @@ void PrintText(const Examination &found)
                           : !found.misfits.empty()
                               ? "a board would accept it, but "
                               : "a board with this marker and layout would accept it";
-    PrintRows(12, {{"layout", Text(package.header.version, ", header of ",
-                                   package.layout.header_length, " bytes")},
-                   {"marker", MarkerText(package.header.magic)},
-                   {"file size", Text(package.file_size, " bytes, ",
-                                      expected == package.file_size
-                                          ? "header and regions"
-                                          : Text("but header and regions are ", expected))},
-                   {"SHA-256", found.sha256},
-                   {"verdict", verdict + found.WhyNot()}});
-    std::puts("\nregion      offset        size  contents");
+    Print("layout      ", package.header.version, ", header of ", package.layout.header_length,
+          " bytes");
+    Print("marker      ", MarkerText(package.header.magic));
+    Print("file size   ", package.file_size, " bytes, ",
+          expected == package.file_size ? "header and regions"
+                                        : Text("but header and regions are ", expected));
+    if (!found.sha256.empty()) {
+        Print("SHA-256     ", found.sha256);
+    }
+    Print("verdict     ", verdict, found.reason);
+    Print("\nregion      offset        size  contents");
     for (size_t i = 0; i < found.regions.size(); ++i) {
         const Region &region = found.regions[i];
         const bool has_both = *region.contents != '\0' && !region.reason.empty();
-        std::printf("%6zu  %10" PRId64 "  %10" PRId64 "  %s%s%s\n", i + 1, region.start,
-                    region.size, region.contents, has_both ? "; " : "", region.reason.c_str());
-        PrintRows(16, {{"        SHA-256", region.sha256}});
+        Print(std::setw(6), i + 1, std::setw(12), region.start, std::setw(12), region.size, "  ",
+              region.contents, has_both ? "; " : "", region.reason,
+              region.sha256.empty() ? "" : "\n        SHA-256 " + region.sha256);
     }
     if (found.kernel.header.magic == kImageMagic) {
         PrintKernel(found.kernel, found.regions[0].size);
     }
 }
-
-// ---- For scripts --------------------------------------------------------------------------------
 
 /// The text up to its first zero byte, in quotes. Bytes that are not printable ASCII become the
 /// code points of the same number, so a text of any bytes is valid.
@@ -126,8 +115,10 @@ std::string QuotedOrNull(std::string_view text)
     return text.empty() ? "null" : Quoted(text);
 }
 
+using Members = std::initializer_list<std::pair<const char *, std::string>>;
+
 /// An object with one member a line, `depth` objects and arrays deep.
-std::string Object(size_t depth, Rows members)
+std::string Object(size_t depth, Members members)
 {
     std::string object;
     const std::string indent(2 * depth, ' ');
@@ -139,14 +130,15 @@ std::string Object(size_t depth, Rows members)
 
 std::string RegionJson(const Region &region, size_t index, const Board &board)
 {
-    return Object(2, {{"number", std::to_string(index + 1)},
-                      {"name", Quoted(kRegionNames[index])},
-                      {"offset", std::to_string(region.start)},
-                      {"size", std::to_string(region.size)},
-                      {"partition_size", board ? std::to_string((*board)[index]) : "null"},
-                      {"sha256", QuotedOrNull(region.sha256)},
-                      {"verdict", Quoted(region.verdict)},
-                      {"reason", QuotedOrNull(region.reason)}});
+    return Object(
+        2, {{"number", std::to_string(index + 1)},
+            {"name", Quoted(kRegionNames[index])},
+            {"offset", std::to_string(region.start)},
+            {"size", std::to_string(region.size)},
+            {"partition_size", board.empty() ? "null" : std::to_string(board[index + 1].size)},
+            {"sha256", QuotedOrNull(region.sha256)},
+            {"verdict", Quoted(region.verdict)},
+            {"reason", QuotedOrNull(region.reason)}});
 }
 
 std::string KernelJson(const KernelImage &image)
@@ -170,7 +162,7 @@ std::string KernelJson(const KernelImage &image)
 std::string PackageJson(const Examination &found, const Board &board)
 {
     const Package &package = *found.package;
-    const std::string reason = found.WhyNot();
+    const std::string reason = found.reason;
     const bool has_kernel = found.kernel.header.magic == kImageMagic;
     std::string regions;
     for (size_t i = 0; i < found.regions.size(); ++i) {
@@ -196,7 +188,7 @@ int Info(const Options &options)
     Examination found = Examine(file, std::nullopt, board);
     Hash(file, found);
     if (options.Has('j')) {
-        std::puts(PackageJson(found, board).c_str());
+        Print(PackageJson(found, board));
     } else {
         PrintText(found);
     }

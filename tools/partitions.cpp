@@ -1,12 +1,10 @@
 #include "tools/partitions.h"
 
-#include <algorithm>
-#include <cinttypes>
+#include <array>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
 
 #include "tools/text.h"
-#include "util/file.h"
 
 namespace
 {
@@ -30,65 +28,59 @@ int64_t ParseBytes(const std::string &text)
 
 Board ParseSizes(const std::string &text)
 {
-    std::array<int64_t, 3> sizes{};
-    std::istringstream words{text};
-    std::string word;
-    for (int64_t &size : sizes) {
-        size = std::getline(words, word, ',') ? ParseBytes(word) : 0;
-    }
-    FailUsageIf(!words.eof() || std::ranges::min(sizes) <= 0, text,
-                ": the partitions are three sizes, as in 0x580000,8M,2048K");
-    return sizes;
-}
-
-std::vector<Partition> ReadPartitions(const char *path)
-{
-    File file{path, "r"};
-    FailErrnoIf(!file, path);
-    std::vector<Partition> table;
-    std::array<char, 256> line{};
-    for (int number = 1; file.ReadLine(line) != 0; ++number) {
-        unsigned index = 0;
-        uint32_t mtd_size = 0;
-        // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
-        // NOLINTNEXTLINE(cert-err34-c): both numbers have a width that cannot overflow
-        if (std::sscanf(line.data(), "mtd%1u: %8" SCNx32 " ", &index, &mtd_size) == 2) {
-            table.resize(std::max<size_t>(table.size(), index + 1));
-            table[index] = {"mtd", -1, mtd_size};
-            continue;
-        }
-        std::array<std::string, 4> words;
-        std::istringstream{line.data()} >> words[0] >> words[1] >> words[2] >> words[3];
-        if (words[0].empty() || words[0][0] == '#' || words[0] == "dev:") {
-            continue;
-        }
-        table.push_back({words[0], ParseBytes(words[1]), ParseBytes(words[2])});
-        FailIf(table.back().start < 0 || table.back().size <= 0 || !words[3].empty(), path,
-               ": line ", number, " is not 'NAME START SIZE'");
-    }
+    Board board(4);
+    std::istringstream sizes{text};
     for (size_t i = 1; i <= 3; ++i) {
-        FailIf(table.size() <= i || table[i].size == 0, path,
-               ": not a saved /proc/mtd or a table: it has no size of mtd", i);
+        std::string size;
+        std::getline(sizes, size, ',');
+        board[i].size = ParseBytes(size);
+        FailIf<kExitUsage>(board[i].size <= 0 || sizes.eof() != (i == 3), text,
+                           ": the partitions are three sizes, as in 0x580000,8M,2048K");
     }
-    return table;
+    return board;
 }
 
-Board SizesOf(const std::vector<Partition> &table)
+Board ReadPartitions(const char *path)
 {
-    return {{table[1].size, table[2].size, table[3].size}};
+    std::ifstream file{path};
+    FailErrnoIf(!file, path);
+    Board board;
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        auto [name, start, size, more] = std::array<std::string, 4>{};
+        std::istringstream{line} >> name >> start >> size >> more;
+        if (name.empty() || name[0] == '#' || name == "dev:") {
+            continue;
+        }
+        // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
+        const bool is_saved = name.starts_with("mtd") && name.ends_with(':');
+        const Partition partition{name, is_saved ? -1 : ParseBytes(start),
+                                  ParseBytes(is_saved ? "0x" + start : size)};
+        if (is_saved && (name != Text("mtd", board.size(), ':') || partition.size <= 0)) {
+            break;
+        }
+        FailIf(!is_saved && (partition.start < 0 || partition.size <= 0 || !more.empty()), path,
+               ": line ", number, " is not 'NAME START SIZE'");
+        board.push_back(partition);
+    }
+    FailIf(board.size() < 4, path, ": not a saved /proc/mtd or a table: it has no size of mtd",
+           board.size());
+    return board;
 }
 
 void SayWhetherCompared(const Board &board)
 {
-    if (!board) {
+    if (board.empty()) {
         PrintError("the sizes were not compared with the partitions: give --partitions or --mtd");
     }
 }
 
 std::string WhyTooLarge(size_t index, int64_t size, const Board &board)
 {
-    return !board || size <= (*board)[index]
+    const size_t mtd = index + 1;
+    return board.empty() || size <= board[mtd].size
                ? ""
-               : Text("too large for its partition: ", size, " bytes, mtd", index + 1, " has ",
-                      (*board)[index]);
+               : Text("too large for its partition: ", size, " bytes, mtd", mtd, " has ",
+                      board[mtd].size);
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iomanip>
 
 #include "flash/package.h"
 #include "util/byte_order.h"
@@ -21,9 +22,7 @@ void PrintError(const std::string &message)
 
 std::string Hex(uint32_t number, int digits)
 {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%0*x", digits, number);
-    return text.data();
+    return Text(std::hex, std::setfill('0'), std::setw(digits), number);
 }
 
 std::string Printable(std::string_view text)

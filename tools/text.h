@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -13,7 +14,7 @@ constexpr int kExitUsage = 2;   ///< or, with check, a package that cannot be re
 /// Ends a command: thrown with a message.
 struct Failure {
     std::string message;
-    int status = kExitRefused;
+    int status;
 };
 
 /// One text of texts and numbers.
@@ -25,20 +26,19 @@ std::string Text(const Parts &...parts)
     return text.str();
 }
 
-/// Ends the command with a message of these parts.
+/// Prints a line of them.
 template<typename... Parts>
+void Print(const Parts &...parts)
+{
+    std::puts(Text(parts...).c_str());
+}
+
+/// Ends the command with a message of these parts.
+template<int status = kExitRefused, typename... Parts>
 void FailIf(bool is_wrong, const Parts &...parts)
 {
     if (is_wrong) {
-        throw Failure{Text(parts...)};
-    }
-}
-
-template<typename... Parts>
-void FailUsageIf(bool is_wrong, const Parts &...parts)
-{
-    if (is_wrong) {
-        throw Failure{Text(parts...), kExitUsage};
+        throw Failure{Text(parts...), status};
     }
 }
 

@@ -7,6 +7,7 @@ import json
 import os
 import re
 import signal
+import socket
 import struct
 import subprocess
 from pathlib import Path
@@ -87,7 +88,7 @@ def make_packages():
         stream.write(package(1, sizes=(0, 1500 << 20, 0))[: 20 + 70065])
         stream.seek(1500 << 20, os.SEEK_CUR)
         stream.write(Path("etc").read_bytes())
-    mtd = "".join(f'mtd{i}: {s:08x} 00010000 "name"\n' for i, s in enumerate([0x80000, 0x11200, 0x800000, 0x80000]))
+    mtd = "".join(f'mtd{i}: {s:08x} 00010000 "name"\n' for i, s in enumerate([0x80000, 0x11200, 0x800000, 0x80000] + 7 * [1]))
     for name, text in {
         "mtd": "dev:    size   erasesize  name\n" + mtd, "mtd-cut": mtd.replace("mtd1", "mtd4"), "table": TABLE,
         "overlap": TABLE.replace("0xa0000", "0x9f000"), "tight": TABLE.replace("0x20000\n", "70064\n"),
@@ -141,6 +142,7 @@ def test_json():
     assert (odd["kernel"]["name"], odd["kernel"]["created"]) == ('bell\a"\\\xff', "2023-11-14T22:13:20Z")
     assert [(r["offset"], r["verdict"]) for r in odd["regions"]] == [(20, "ok"), (70085, "not examined"), (100088, "ok")]
     assert odd["regions"][1]["sha256"] == hashlib.sha256(Path("second").read_bytes()).hexdigest()
+    assert json.loads(run("info -j big")[1])["sha256"] is None
     for words, reason in {
         "-p 70064,1M,512K good1": "region 1 is too large for its partition: 70065 bytes, mtd1 has 70064",
         "-p 1M,1M,512K negative": "region 2 is outside the file", "-p 1M,1M,512K good1": None,
@@ -254,6 +256,7 @@ def kept():
     *((f"{MAKE} -l 1 -f -o {name}", f"{name}: the same file as the input {which}") for name, which in [
         ("kernel", "kernel"), ("./former/../second", "second"), ("former/to-kernel", "kernel"),
         ("former/second-kernel", "kernel"), ("etc", "etc")]),
+    (f"{MAKE} -l 1 -f -o mtd -t mtd", "mtd: the same file as the input mtd"),
     ("extract good1 -r 1 -f -o good1", "good1: the same file as the input good1"),
     ("flash-image -T table -k kernel -f -o table", "table: the same file as the input table"),
     # What exists is replaced only by request.
@@ -338,6 +341,12 @@ def test_streams():
     assert run("check -q -", input=package(1).decode("latin1")) == (0, "")
     with open("good1") as stream:
         assert run("info -j -", stdin=stream)[0] == 0
+        stream.seek(0)
+        expect("extract - -r 1 -f -o good1", 1, "fwpack: good1: the same file as the input -", stdin=stream)
+    here, there = socket.socketpair()  # some programs start others with it
+    there.sendall(b"short")
+    there.close()
+    expect("check -", 1, "standard input: .*: unreadable: .*", stdin=here)
     assert run("extract -r 2 -o - -", input=package(3).decode("latin1")) == (0, Path("second").read_text())
     with open("/dev/full", "w") as full:
         assert run("info good1", stdout=full) == (1, "fwpack: standard output: No space left on device\n")
