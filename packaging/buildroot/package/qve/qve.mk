@@ -7,7 +7,6 @@
 ifeq ($(BR2_PACKAGE_QVE_ARCHIVE),y)
 QVE_VERSION = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_VERSION))
 QVE_SITE = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_SITE))
-QVE_SOURCE = qve-$(QVE_VERSION).tar.gz
 else
 QVE_SITE = $(realpath $(BR2_EXTERNAL_QVE_PATH)/../..)
 QVE_SITE_METHOD = local
