@@ -10,7 +10,7 @@ packages_of() {
     build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod mtools fdisk python3 bison flex make xxd dpkg-dev ;;
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck pyflakes3 pycodestyle zlib1g-dev jq iproute2 python3-pexpect python3-pytest python3-pytest-timeout python3-pytest-xdist ;;
-    bench) echo dosfstools e2fsprogs strace toybox iputils-arping psmisc procps zlib1g-dev ;;
+    bench) echo wrk dosfstools e2fsprogs strace toybox iputils-arping psmisc procps zlib1g-dev ;;
     package) echo dpkg-dev fakeroot lintian mandoc bsdextrautils file librsvg2-bin ;;
     fleet) echo binutils busybox curl fdisk jq mtools openssl python3 python3-venv ;;
     hawkbit) echo default-jre-headless ;;

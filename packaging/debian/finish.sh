@@ -8,28 +8,38 @@ here=$(cd "$(dirname "$0")" && pwd)
 top=$here/../..
 version=$1 # Debian's
 
-# changelog PACKAGE: prints CHANGELOG.md in Debian's form. The newest entry has this package's version: that
-# of the release, or between releases the one with the unreleased changes.
+# begin_entry PACKAGE VERSION DATE
+begin_entry() {
+    printf '%s (%s) stable; urgency=medium\n' "$1" "$2"
+    date=$(LC_ALL=C date -u -R -d "$3")
+}
+
+end_entry() {
+    [ -z "$date" ] || printf '\n -- QVE firmware team <firmware@qve.invalid>  %s\n\n' "$date"
+}
+
+# changelog PACKAGE: prints CHANGELOG.md in Debian's form. The newest entry has this package's version: that of the
+# release, or between releases one of its own, with what CHANGELOG.md lists as unreleased so far.
 changelog() {
-    local line name date='' newest=$version
-    end_entry() { [ -z "$date" ] || printf '\n -- QVE firmware team <firmware@qve.invalid>  %s\n\n' "$date"; }
+    local line name date='' release=${version%%+*} is_newest=yes
+    if [[ $version == *+git* ]]; then
+        begin_entry "$1" "$version" "@$("$top/scripts/version.sh" --time)"
+        printf '\n  * Snapshot after release %s.\n' "$release"
+    fi
     while IFS= read -r line; do
-        if [[ $line =~ ^'## [Unreleased]' && $version == *+git* ]]; then
-            date=@$("$top/scripts/version.sh" --time)
-        elif [[ $line =~ ^'## ['([0-9][^]]*)'] - '([0-9-]+)$ ]]; then
+        if [[ $line =~ ^'## ['([0-9][^]]*)'] - '([0-9-]+)$ ]]; then
             end_entry
-            name=${BASH_REMATCH[1]/-rc/\~rc} date=${BASH_REMATCH[2]}
-            [ -z "$newest" ] || [[ $newest =~ ^"$name"(\+deb[0-9]*)?$ ]] ||
-                { echo "CHANGELOG.md has no entry for version $version" >&2 && exit 1; }
-        else
-            [ -z "$date" ] || sed -E 's/^### (.*)/\n  [ \1 ]/; s/^- /  * /; s/^  ([^*[])/    \1/; /^$/d' <<<"$line"
-            continue
+            name=${BASH_REMATCH[1]/-rc/\~rc}
+            if [ -n "$is_newest" ]; then
+                [ "$name" = "$release" ] || { echo "CHANGELOG.md has no entry for version $release" >&2 && exit 1; }
+                [[ $version == *+git* ]] || name=$version
+                is_newest=
+            fi
+            begin_entry "$1" "$name" "${BASH_REMATCH[2]}"
+        elif [ -n "$date" ] && [[ $line != '## '* ]]; then
+            sed -E 's/^### (.*)/\n  [ \1 ]/; s/^- /  * /; s/^  ([^*[])/    \1/; /^$/d' <<<"$line"
         fi
-        [ -n "$date" ] || continue
-        printf '%s (%s) stable; urgency=medium\n' "$1" "${newest:-$name}"
-        date=$(LC_ALL=C date -u -R -d "$date")
-        newest=
-    done <"$top/CHANGELOG.md"
+    done < <(sed -n '/^## /,$p' "$top/CHANGELOG.md")
     end_entry
 }
 

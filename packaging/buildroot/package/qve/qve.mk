@@ -7,11 +7,12 @@
 ifeq ($(BR2_PACKAGE_QVE_ARCHIVE),y)
 QVE_VERSION = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_VERSION))
 QVE_SITE = $(call qstrip,$(BR2_PACKAGE_QVE_ARCHIVE_SITE))
-QVE_SOURCE = qve-$(QVE_VERSION).tar.gz
 else
 QVE_SITE = $(realpath $(BR2_EXTERNAL_QVE_PATH)/../..)
 QVE_SITE_METHOD = local
 QVE_VERSION = $(shell $(QVE_SITE)/scripts/version.sh)
+# Set, though empty: else the version of host-qve is 'custom', and a new commit does not build fwpack again.
+HOST_QVE_OVERRIDE_SRCDIR ?=
 endif
 QVE_LICENSE = PROPRIETARY
 QVE_LICENSE_FILES = COPYRIGHT
@@ -35,8 +36,7 @@ endif
 define QVE_INSTALL_TARGET_CMDS
 	DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix /
 	$(if $(BR2_PACKAGE_QVE_INTEGRATION),
-		DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix / --component integration
-		rm -rf $(TARGET_DIR)/usr/share/doc/qve-integration)
+		DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(QVE_BUILDDIR) --prefix / --component integration)
 endef
 
 define HOST_QVE_INSTALL_CMDS
