@@ -7,7 +7,7 @@ supported_releases="bookworm trixie"
 # packages_of GROUP: prints the packages that a group of steps needs.
 packages_of() {
     case $1 in
-    build) echo cmake ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
+    build) echo cmake git ninja-build g++ g++-arm-linux-gnueabi googletest libssl-dev ;;
     board) echo qemu-system-arm u-boot-tools mtd-utils device-tree-compiler cpio kmod mtools fdisk python3 bison flex make xxd dpkg-dev ;;
     test) echo qemu-user-static clang libclang-rt-dev clang-format clang-tidy cppcheck shellcheck pyflakes3 pycodestyle zlib1g-dev jq iproute2 python3-pexpect python3-pytest python3-pytest-timeout python3-pytest-xdist ;;
     bench) echo wrk dosfstools e2fsprogs strace toybox iputils-arping psmisc procps zlib1g-dev ;;

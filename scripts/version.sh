@@ -6,7 +6,13 @@ set -eu
 cd "$(dirname "$0")/.."
 version=$(cat VERSION)
 is_git=
-[ ! -e .git ] || ! command -v git >/dev/null || is_git=yes
+if [ -e .git ]; then
+    if command -v git >/dev/null; then
+        is_git=yes
+    else
+        echo "version.sh: git is missing, so every commit has the version of the release, $version" >&2
+    fi
+fi
 
 if [ "${1:-}" = --time ]; then
     if [ -n "$is_git" ]; then

@@ -3,7 +3,6 @@
 # the changelog and the explained exceptions for lintian. Compresses the manual pages. No file contains the
 # build time, so the same sources give the same bytes.
 set -euo pipefail
-umask 022
 here=$(cd "$(dirname "$0")" && pwd)
 top=$here/../..
 version=$1 # Debian's

@@ -42,6 +42,12 @@ def test_version(tree):
     commit(tree, 1795680000)
     name = run("git", "-C", tree, "rev-parse", "--short=7", "HEAD")
     assert (run(script), run(script, "--time")) == (f"1.1.0+git2.{name}", "1795680000"), "later"
+    few = {"PATH": tree / "bin"}
+    few["PATH"].mkdir()
+    for tool in "dirname", "cat":
+        (few["PATH"] / tool).symlink_to(f"/usr/bin/{tool}")
+    ended = subprocess.run(["/bin/sh", script], env=few, capture_output=True, text=True)
+    assert (ended.stdout, "git is missing" in ended.stderr) == ("1.1.0\n", True), "without git's program"
 
 
 @pytest.mark.parametrize("unreleased", ["", "## [Unreleased]\n\n- Newer.\n\n"])

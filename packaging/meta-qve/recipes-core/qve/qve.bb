@@ -24,11 +24,12 @@ PACKAGECONFIG[sha256] = "-DQVE_LIBCRYPTO=ON,-DQVE_LIBCRYPTO=OFF,openssl"
 EXTRA_OECMAKE = "-DQVE_TESTS=OFF"
 EXTRA_OECMAKE:append:class-target = " -DQVE_STATIC=ON -DQVE_HOST_TOOLS=OFF"
 
-# The board's scripts look for the commands in /bin: with merged /usr that is a link to /usr/bin.
+# The board's scripts look for the commands in /bin: with merged /usr that is a link to /usr/bin. Only documents are
+# below usr.
 do_install:class-target() {
     DESTDIR=${D} cmake --install ${B} --prefix ${root_prefix}/
     DESTDIR=${D} cmake --install ${B} --prefix ${root_prefix}/ --component integration
-    rm -rf ${D}${root_prefix}/usr/share
+    rm -r ${D}${root_prefix}/usr
 }
 do_install:class-native() {
     DESTDIR=${D} cmake --install ${B} --prefix ${prefix} --component tools
