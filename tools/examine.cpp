@@ -61,8 +61,6 @@ KernelImage ReadKernel(const char *path, int64_t offset, bool is_good)
     return image;
 }
 
-constexpr int64_t kEraseBlock = 0x10000;
-
 /// Whether the erase block holds JFFS2 nodes. One with only the marker for 'erased' is free. The
 /// CRC of a node's header has no complements.
 bool IsUsed(const InputFile &file, int64_t start)
@@ -76,22 +74,23 @@ bool IsUsed(const InputFile &file, int64_t start)
 }
 
 /// Compares the /etc image with its partition. Returns what is wrong, or an empty text.
-std::string CompareEtc(const InputFile &file, const Region &region, int64_t partition,
+std::string CompareEtc(const InputFile &file, const Region &region, const Partition &partition,
                        std::vector<std::string> &warnings)
 {
-    if (region.size < partition) {
+    const int64_t block = partition.erase_block;
+    if (region.size < partition.size) {
         warnings.push_back(Text("region 3 does not fill its partition: ", region.size,
-                                " bytes, mtd3 has ", partition,
+                                " bytes, mtd3 has ", partition.size,
                                 "; old files come back if a block behind it fails to erase"));
     }
-    const int64_t all = partition / kEraseBlock;
+    const int64_t all = partition.size / block;
     int64_t used = 0;
-    for (int64_t at = 0; at < region.size; at += kEraseBlock) {
+    for (int64_t at = 0; at < region.size; at += block) {
         used += IsUsed(file, region.start + at) ? 1 : 0;
     }
     // JFFS2 writes only while as many blocks are free: for deletions 2, and for overhead 2 % of the
     // partition and 100 bytes for each block, rounded up.
-    const int64_t kept = 2 + (partition / 50 + 100 * all + kEraseBlock - 1) / kEraseBlock;
+    const int64_t kept = 2 + (partition.size / 50 + 100 * all + block - 1) / block;
     if (used > 0 && all - used == kept) {
         warnings.push_back("region 3 has room for the settings only in its last used block");
     }
@@ -167,7 +166,7 @@ void JudgeRegion(const InputFile &file, size_t index, const Contents &contents, 
     if (region.is_whole) {
         region.reason = WhyTooLarge(index, region.size, board);
         if (!board.empty() && index == 2 && region.reason.empty()) {
-            region.reason = CompareEtc(file, region, board[3].size, found.warnings);
+            region.reason = CompareEtc(file, region, board[3], found.warnings);
         }
     } else if (region.size < 0) {
         found.warnings.push_back(Text("region ", index + 1, " has the negative size ", region.size,

@@ -75,7 +75,7 @@ int FlashImage(const Options &options)
     OutputFile output{options.Value('o'), options.Has('f'), names};
     int64_t end = 0;
     for (size_t i = 0; i < table.size(); ++i) {
-        const auto &[label, start, size] = table[i];
+        const auto &[label, start, size, _] = table[i];
         const auto &[input, offset, length] = pieces[i];
         FailIf(start < end, options.Value('T'), ": ",
                start < 0 ? "does not say where the partitions start"

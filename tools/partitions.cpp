@@ -55,9 +55,12 @@ Board ReadPartitions(const char *path)
         }
         // "mtd1: 00580000 00010000 "kernel"": the size and the erase block, in hexadecimal
         const bool is_saved = name.starts_with("mtd") && name.ends_with(':');
-        const Partition partition{name, is_saved ? -1 : ParseBytes(start),
-                                  ParseBytes(is_saved ? "0x" + start : size)};
-        if (is_saved && (name != Text("mtd", board.size(), ':') || partition.size <= 0)) {
+        Partition partition{name, ParseBytes(start), ParseBytes(size)};
+        if (is_saved) {
+            partition = {name, -1, ParseBytes("0x" + start), ParseBytes("0x" + size)};
+        }
+        if (is_saved && (name != Text("mtd", board.size(), ':') || partition.size <= 0 ||
+                         partition.erase_block <= 0)) {
             break;
         }
         FailIf(!is_saved && (partition.start < 0 || partition.size <= 0 || !more.empty()), path,

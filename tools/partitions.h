@@ -9,6 +9,7 @@ struct Partition {
     std::string name;
     int64_t start = -1; ///< in the flash; -1 if it is unknown
     int64_t size = 0;   ///< bytes
+    int64_t erase_block = 0x10000;
 };
 
 /// The partitions mtd0, mtd1 and so on of a board; mtd1 to mtd3 are for regions 1 to 3. If it is

@@ -91,6 +91,7 @@ def make_packages():
     mtd = "".join(f'mtd{i}: {s:08x} 00010000 "name"\n' for i, s in enumerate([0x80000, 0x11200, 0x800000, 0x80000] + 7 * [1]))
     for name, text in {
         "mtd": "dev:    size   erasesize  name\n" + mtd, "mtd-cut": mtd.replace("mtd1", "mtd4"), "table": TABLE,
+        "mtd-256k": mtd.replace("00080000 00010000", "00100000 00040000"),
         "overlap": TABLE.replace("0xa0000", "0x9f000"), "tight": TABLE.replace("0x20000\n", "70064\n"),
     }.items():
         Path(name).write_text(text)
@@ -176,6 +177,7 @@ ROWS = r"""
 1|check good1 -p 70064,1M,0x80000|good1: region 1 is too large for its partition: 70065 bytes, mtd1 has 70064
 1|check full -p 1M,1M,512K|full: region 3 is too full to take the settings back: .* 3 free blocks, 6 of 8 are used
 0|check full -p 1M,1M,0x90000|full: a board would accept it
+1|check full --mtd mtd-256k|full: region 3 is too full to take the settings back: .* 3 free blocks, 2 of 4 are used
 1|check good1 --mtd mtd-cut|fwpack: mtd-cut: .*: it has no size of mtd1
 1|check good1 --mtd nowhere|fwpack: nowhere: No such file or directory
 2|check -p 1M,1M,1M --mtd mtd good1|fwpack: --partitions and --mtd exclude each other
