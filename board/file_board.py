@@ -207,6 +207,7 @@ class Board:
     @staticmethod
     def program(name, text):
         path = WORLD / "bin" / name
+        path.unlink(missing_ok=True)  # it can be a link to a program of this machine
         path.write_text(text)
         path.chmod(0o755)
 
