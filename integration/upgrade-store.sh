@@ -60,9 +60,10 @@ this_board() {
         sha <"$memory/board"
 }
 
-# The state, one line each. The scripts of the new firmware read what those of the old one wrote. package: its SHA-256. tries: starts of upgrade. settings: where they are, 'etc' or
-# only in the 'store'. ended: what the last start said, 'complete' or 'fail ...'; nothing after a power cut;
-# 'compared' after 'installed', see settle. regions: start of the first one in the package, and the three sizes.
+# The state, one line each; the new firmware's scripts read what the old one's wrote. package: its SHA-256. tries:
+# starts of upgrade. settings: where they are, 'etc' or only in the 'store'. ended: what the last start said,
+# 'complete' or 'fail ...'; nothing after a power cut; 'compared' after 'installed', see settle. regions: start of the
+# first one in the package, and the three sizes.
 fields="outcome reason package tries settings board ended regions"
 newline='
 '

@@ -321,7 +321,7 @@ FAULTS = {  # what is wrong at the next boot, what the console says, the outcome
     "both headers": (two_headers, "both headers in the store are damaged", "given-up", True),
     "package": (lambda _: damage((16 << 16) + 90000), "package on the card is damaged", "given-up", True),
     "no room": (no_room, "no room for the package", "under-way", True),
-    "package unreadable": (lambda board: broken_dd(board, 16 << 16), "package on the card is damaged", "given-up", True),
+    "package unreadable": (lambda board: broken_dd(board, 16 << 16), "package on the card", "given-up", True),
     "no checksums": (lambda board: board.program("cksum", "#!/bin/sh\n"), "identity", "none", False),
     "no mounts": (lambda _: (WORLD / "no-mount").touch(), "cannot", "under-way", False),
     "no upgrade": (lambda _: (WORLD / "bin/upgrade").write_text("#!/bin/false\n"), "did not run", "under-way", True),
