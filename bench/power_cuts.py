@@ -152,8 +152,7 @@ def try_state(state):
     for n, data in enumerate(found):
         (WORLD / f"mtd/{n + 1}").write_bytes(data.ljust(len(old[n]), b"\377"))
     board.tree("etc", {name: text.decode("latin-1") for name, text in jffs2.files(found[2]).items()})
-    conf = WORLD / "bin/upgrade-store.conf"
-    conf.write_text(conf.read_text().replace("erase_block=4096 free_blocks=2", ""))
+    (WORLD / "proc-mtd").write_text('mtd3: 00180000 00010000 "etc"\n')
     for name, data in ("upgrade-store", store), ("upgrade-store.new", b"half" if half_made else None):
         if data is not None:
             (file_board.CARD / name).write_bytes(data.ljust(2 << 20, b"\0"))

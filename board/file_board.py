@@ -180,10 +180,10 @@ class Board:
                 text = script.read_text().replace("#!/bin/sh", f"#!{shutil.which(shell)}" + (" sh" if shell == "busybox" else ""))
                 if script.name == "upgrade-store.conf":
                     text = text.replace("=/dev/", f"={WORLD}/").replace("mmcblk0p1", "slot").replace("=/tmp", f"={WORLD}/tmp")
-                    text += (f"mount_point={CARD} store={CARD}/upgrade-store store_size=2 card_wait=0 "
-                             "erase_block=4096 free_blocks=2\n")
+                    text += f"mount_point={CARD} store={CARD}/upgrade-store store_size=2 card_wait=0\n"
                 # A folder takes the place of the card's device and of /tmp.
                 text = text.replace("[ -b ", "[ -e ").replace("room /tmp ", f"room {WORLD}/tmp ")
+                text = text.replace("/proc/mtd", f"{WORLD}/proc-mtd")
                 self.program(script.name, text)
         # /etc, which is the board's, has the link to the machine's awk.
         tools = {"awk": shutil.which("mawk")} if shell == "dash" else dict.fromkeys(TOOLS, shutil.which(shell))
@@ -198,6 +198,7 @@ class Board:
         for n in 1, 2, 3:
             (WORLD / f"mtd/{n}").write_bytes(old[n - 1])
         (WORLD / "board").write_text("MAC=1\n")
+        (WORLD / "proc-mtd").write_text('mtd3: 0000d000 00001000 "etc"\n')
         self.calls = WORLD / "calls"
         self.calls.write_text("")
         self.power()
@@ -207,6 +208,7 @@ class Board:
     @staticmethod
     def program(name, text):
         path = WORLD / "bin" / name
+        path.unlink(missing_ok=True)  # it can be a link to a program of this machine
         path.write_text(text)
         path.chmod(0o755)
 

@@ -9,9 +9,9 @@ busy="upgrade-store: an upgrade"
 
 # say TEXT: prints it on the console and into the kernel's log, since the log daemon may not run yet.
 say() {
-    echo "${0##*/}: $1"
+    printf '%s\n' "${0##*/}: $1" # echo would read backslashes
     # Without this device, only on the console.
-    [ ! -w /dev/kmsg ] || echo "<4>${0##*/}: $1" >/dev/kmsg
+    [ ! -w /dev/kmsg ] || printf '<4>%s\n' "${0##*/}: $1" >/dev/kmsg
 }
 
 # own_mount DIR: succeeds if DIR is a file system of its own.
@@ -23,8 +23,8 @@ own_mount() {
 }
 
 # open_store OPTIONS: mounts the card unless it is already mounted.
+mounted_here=
 open_store() {
-    mounted_here=
     own_mount "$mount_point" && return 0
     waited=0
     until [ -b "$card" ]; do

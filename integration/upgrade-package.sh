@@ -32,16 +32,18 @@ check_sizes() {
         refuse "the store has no room for the package; make store_size larger"
 }
 
-# check_free_blocks: jffs2 needs some blocks without data to write anything. They are blank, or have only its mark
-# of an erased block, 12 bytes.
+# check_free_blocks: jffs2 writes only while some blocks are free: 2 for deletions, and for overhead 2 % of the
+# partition and 100 bytes for each block. A free block is blank, or has only the 12 bytes of jffs2's mark of an
+# erased block.
 check_free_blocks() {
-    free=$(($(wc -c <"$etc") / erase_block)) at=0
+    size=$(wc -c <"$etc") at=0
+    free=$((size / erase_block))
+    needed=$((2 + (size / 50 + 100 * free + erase_block - 1) / erase_block))
     while [ "$at" -lt "$etc_size" ]; do
         [ "$(part "$given" $((etc_at + at)) "$erase_block" | tr -d '\377' | wc -c)" -le 12 ] || free=$((free - 1))
         at=$((at + erase_block))
     done
-    [ "$free" -ge "$free_blocks" ] ||
-        refuse "the image of /etc leaves $free blocks free, and jffs2 needs $free_blocks"
+    [ "$free" -ge "$needed" ] || refuse "the image of /etc leaves $free blocks free, and jffs2 needs $needed"
 }
 
 # check_settings: refuses a firmware in which upgrade would write a value that reads differently, for

@@ -15,15 +15,17 @@ package_at=16
 archive=$memory/upgrade-settings # the settings, as a tar file
 look=$memory/upgrade-look
 in_memory=$memory/upgrade-package
+# The size of an erase block in bytes, from a line like 'mtd3: 00180000 00010000 "etc"'.
+erase_block=$((0x0$(sed -n "s/^mtd${etc##*[!0-9]}: [^ ]* \([^ ]*\) .*/\1/p" /proc/mtd)))
+
+# sum [TOOL]: prints a checksum of its input that finds damage, and takes little time. Fails if there is none.
+sum() {
+    "${1:-cksum}" | { read -r word _ && echo "$word"; }
+}
 
 # sha: prints the SHA-256 of its input, which names a package or a board.
 sha() {
-    sha256sum | cut -d ' ' -f 1
-}
-
-# sum: prints a checksum of its input that finds damage, and takes little time.
-sum() {
-    cksum | cut -d ' ' -f 1
+    sum sha256sum
 }
 
 # part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
@@ -33,9 +35,11 @@ part() {
     } <"$1" 2>/dev/null
 }
 
-# stored SIZE: prints the package in the store.
+# stored: prints the package in the store.
 stored() {
-    part "$store" $((package_at * 65536)) "$1"
+    # shellcheck disable=SC2086 # one word each
+    set -- $regions
+    part "$store" $((package_at * 65536)) $(($1 + $2 + $3 + $4))
 }
 
 # put BLOCK: writes its input into the store, safely, and makes the next reads come from the card and not from
@@ -51,15 +55,17 @@ sector() {
 }
 
 # this_board: prints the board's identity, from the boot loader's environment. A card in the wrong board
-# must not install another board's settings.
+# must not install another board's settings. It comes first, so it also fails if no checksum can be made.
 this_board() {
     rm -f "$memory/board"
-    get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sha <"$memory/board"
+    get_boot_param "$memory/board" >/dev/null && [ -s "$memory/board" ] && sum <"$memory/board" >/dev/null &&
+        sha <"$memory/board"
 }
 
-# The state, one line each. package: its SHA-256. tries: starts of upgrade. settings: where they are, 'etc' or
-# only in the 'store'. ended: what the last start said, 'complete' or 'fail ...'; nothing after a power cut;
-# 'compared' after 'installed', see settle. regions: start of the first one in the package, and the three sizes.
+# The state, one line each; the new firmware's scripts read what the old one's wrote. package: its SHA-256. tries:
+# starts of upgrade. settings: where they are, 'etc' or only in the 'store'. ended: what the last start said,
+# 'complete' or 'fail ...'; nothing after a power cut; 'compared' after 'installed', see settle. regions: start of the
+# first one in the package, and the three sizes.
 fields="outcome reason package tries settings board ended regions"
 newline='
 '
@@ -90,7 +96,7 @@ load_header() {
         text=$(sector "$block")
         digits=${text##*sum=}
         text=${text%"$newline"sum=*}
-        [ "${digits%%[!0-9]*}" = "$(printf %s "$text" | sum)" ] || continue
+        now=$(printf %s "$text" | sum) && [ "${digits%%[!0-9]*}" = "$now" ] || continue
         line=${text%%"$newline"*}
         [ "${line#seq=}" -gt "$seq" ] && seq=${line#seq=} slot=$block header=$text
     done
@@ -123,9 +129,9 @@ pack_settings() (
 saved='' # their checksum
 save_settings() {
     for _ in 1 2 3 4; do
-        pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] || return
-        [ "$(sum <"$archive")" != "$saved" ] || return 0
-        saved=$(sum <"$archive")
+        pack_settings "$1" && size=$(wc -c <"$archive") && [ "$size" -lt 200000 ] && now=$(sum <"$archive") || return
+        [ "$now" != "$saved" ] || return 0
+        saved=$now
         for copy in $copies; do
             { printf '%-511s\n' "settings $size $saved $board" && cat "$archive"; } | put "$copy" &&
                 read_copy "$copy" && [ "$digits" = "$saved" ] || return
@@ -187,7 +193,8 @@ find_damage() {
 # 300). With any other difference, the image is incomplete.
 compare() {
     [ -z "$damage" ] || return 0
-    first=$({ part "$in_memory" "$2" "$3" | cmp -l - "$1" 2>/dev/null || echo "status $?"; } |
+    first=$({ { part "$in_memory" "$2" "$3" || echo "status 2" >&3; } | cmp -l - "$1" 2>/dev/null ||
+        echo "status $?"; } 3>&1 |
         awk -v is_etc="$([ "$1" != "$etc" ] || echo yes)" '$1 == "status" { if ($2 > 1) print "error"; next }
             !is_etc || $2 != 377 && !($2 == 340 && $3 == 300) { print $1; exit }') || return
     case $first in
@@ -199,10 +206,7 @@ compare() {
 # lost_settings: prints the settings that are not in /etc as they were saved. Fails if it cannot compare.
 lost_settings() (
     mkdir -p "$look/saved" && unpack "$look/saved" && cd "$look/saved" || exit
-    mount_flash "$look/etc" || {
-        echo "any setting"
-        exit 0
-    }
+    mount_flash "$look/etc" || { echo "any setting" && exit; }
     trap 'umount "$look/etc" && rm -rf "$look"' EXIT
     for file in $carried_files; do
         # A firmware without the folder cannot hold the file.
@@ -223,11 +227,9 @@ mount_flash() {
 }
 
 # load_package: copies the package from the store into memory, where upgrade reads it. Returns 1 if there is no
-# room, and 2 if the package is damaged.
+# room, and 2 if the package is damaged or cannot be read.
 load_package() {
-    # shellcheck disable=SC2086 # one word each
-    set -- $regions
-    stored $(($1 + $2 + $3 + $4)) >"$in_memory" || return 1
+    stored >"$in_memory" || room "$memory" 65536 2>/dev/null || { rm -f "$in_memory" && return 1; }
     [ "$(sha <"$in_memory")" = "$package" ] || return 2
 }
 

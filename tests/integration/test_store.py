@@ -167,6 +167,12 @@ def test_card_loses_a_write(board):
     assert hostname() == "later" and board.result()["outcome"] == "installed"
 
 
+def test_card_loses_the_door(board):
+    """Start-up would not look further, and the store would refuse all packages."""
+    board.hook("upgrade-store@0", "set -- $1 $2 /dev/null")
+    assert "refused" in board.call("safe-upgrade", board.package)[1]
+
+
 @pytest.mark.parametrize("copy", [4, 8])
 def test_one_copy_of_the_settings_is_damaged(board, copy):
     cut_in_etc(board)
@@ -191,6 +197,19 @@ def test_settings_cannot_be_compared(board):
     (WORLD / "bin/tar").unlink()
     board.start()
     assert board.state() == WHOLE
+
+
+def broken_dd(board, *skips):
+    cases = "|".join(f'"bs=1 skip={skip} "*' for skip in skips)
+    dd = (WORLD / "bin/dd").read_text()
+    board.program("dd", dd.replace("\n", f'\ncase "$*" in {cases}) exit 1 ;; esac\n', 1))
+
+
+def test_package_in_memory_cannot_be_read(board):
+    board.hook("1@20000", "kill -9 0")
+    board.call("safe-upgrade", board.package)
+    broken_dd(board, 20, 40020, 80020)
+    assert "cannot be compared" in board.start()
 
 
 # The same damage twice.
@@ -285,6 +304,10 @@ def read_only(board):
     run("mount", "-o", "remount,ro", CARD)
 
 
+def no_room(board):
+    board.program("get_boot_param", "#!/bin/sh\nmount -t tmpfs -o size=64K tmpfs /mnt/tmp; cp /mnt/board $1\n")
+
+
 def two_headers(board):
     damage(65536 + 30)
     damage(131072 + 30)
@@ -297,6 +320,9 @@ FAULTS = {  # what is wrong at the next boot, what the console says, the outcome
     "no identity": (lambda _: (WORLD / "board").write_text(""), "identity", "none", False),
     "both headers": (two_headers, "both headers in the store are damaged", "given-up", True),
     "package": (lambda _: damage((16 << 16) + 90000), "package on the card is damaged", "given-up", True),
+    "no room": (no_room, "no room for the package", "under-way", True),
+    "package unreadable": (lambda board: broken_dd(board, 16 << 16), "package on the card", "given-up", True),
+    "no checksums": (lambda board: board.program("cksum", "#!/bin/sh\n"), "identity", "none", False),
     "no mounts": (lambda _: (WORLD / "no-mount").touch(), "cannot", "under-way", False),
     "no upgrade": (lambda _: (WORLD / "bin/upgrade").write_text("#!/bin/false\n"), "did not run", "under-way", True),
 }
@@ -342,6 +368,13 @@ def test_settings_cannot_be_unpacked(board):
     assert board.state() == WHOLE
 
 
+def test_etc_stays_busy(board):
+    cut_in_etc(board)
+    board.program("umount", '#!/bin/sh\n[ "$1" != /etc ] && exec /bin/umount "$@"\n')
+    read_only(board)
+    assert "so upgrade is not started" in board.start()
+
+
 def test_card_comes_back(board):
     cut_in_etc(board)
     (WORLD / "slot").rename(WORLD / "away")
@@ -353,7 +386,8 @@ def test_card_comes_back(board):
 
 
 def test_resume_comes_too_late(board):
-    board.call("safe-upgrade", "--at-boot", board.package)
+    board.hook("upgrade-store@524288", "resume-upgrade")
+    assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
     assert "mounted already" in board.call("resume-upgrade")[1]
     assert "under way" in board.call("safe-upgrade", board.package)[1]
     board.start()
@@ -381,13 +415,15 @@ REFUSED = {
     "no file": (lambda board: board.package.unlink(), "there is no file"),
     "half a package": (short, "not a whole package"),
     "partition too small": (lambda board: os.truncate(WORLD / "mtd/2", 30000), "mtd/2 has no room"),
-    "few free blocks": (lambda board: with_etc(board, b"x" * 45100), "leaves 1 blocks free"),
+    "few free blocks": (lambda board: with_etc(board, b"x" * 45100), "leaves 1 blocks free, and jffs2 needs 3"),
     "no card": (away, "no card"),
     "card read-only": (read_only, "read-only"),
     "card full": (lambda _: fill(CARD, 1 << 20, 65536), "cannot be made"),
     "no room in /tmp": (lambda _: fill(WORLD / "tmp", 1 << 16), "identity"),
-    "no room for the copies": (lambda _: fill(WORLD / "tmp", 1 << 18, 90000), "no room"),
+    "no room for the copies": (lambda _: fill(WORLD / "tmp", 1 << 18, 90000), "room in /mnt/tmp for the settings"),
     "no identity": (lambda _: (WORLD / "board").write_text(""), "identity"),
+    "no SHA-256": (lambda board: board.program("sha256sum", "#!/bin/sh\n"), "identity"),
+    "no checksums": (lambda board: board.program("cksum", "#!/bin/sh\n"), "identity"),
     "no upgrade": (lambda _: (WORLD / "bin/upgrade").unlink(), "upgrade is missing"),
 }
 
@@ -404,16 +440,30 @@ def test_refused(board, case):
 
 def test_blocks_with_only_a_mark_are_free(board):
     mark = bytes.fromhex("851903200c000000b1b01ee4")
-    with_etc(board, b"x" * 45056 + mark.ljust(4096, b"\377") * 2)
+    with_etc(board, b"x" * 40960 + mark.ljust(4096, b"\377") * 3)
     assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
 
 
 def test_a_file_of_the_store_is_no_package(board):
     board.call("safe-upgrade", "--at-boot", board.package)
     board.start()
-    file = max(CARD.rglob("*"), key=lambda path: path.stat().st_size)
-    data = file.read_bytes()
-    assert board.call("safe-upgrade", file)[0] == 1 and file.read_bytes() == data
+    new = CARD / "upgrade-store.new"
+    new.write_bytes(board.package.read_bytes())
+    for file in STORE, new:
+        data = file.read_bytes()
+        assert board.call("safe-upgrade", "--at-boot", file)[0] == 1 and file.read_bytes() == data
+
+
+def test_signal_while_a_header_is_read(board):
+    """The state is not known at this moment. Nothing may stay under way that no boot resumes."""
+    board.program("tr", """#!/bin/sh
+[ ! -e /mnt/signal ] || { rm /mnt/signal && read -r _ _ _ _ group _ </proc/self/stat && kill -TERM $group; }
+exec /usr/bin/tr "$@"
+""")
+    board.hook("upgrade-store@131072", "touch /mnt/signal")
+    assert "interrupted" in board.call("safe-upgrade", board.package)[1]
+    assert board.result()["outcome"] == "refused"
+    assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
 
 
 # The card.
@@ -424,15 +474,17 @@ def test_card_needs_a_check(board):
     run("umount", CARD)
     (WORLD / "bad-card").touch()
     board.upgrade()
-    assert "checking the card" in board.calls.read_text()
+    assert board.calls.read_text().count("checking the card") == 2  # to mount it, and before the store is made
     assert board.call("safe-upgrade", "--result")[1].startswith("outcome=installed")
 
 
 def test_results_while_another_call_begins(board):
     """Each call mounts the card and unmounts it."""
     run("umount", CARD)
-    loops = "while :; do safe-upgrade --result; done & for n in 1 2 3 4 5 6 7 8 9; do safe-upgrade /mnt/package; done; kill $!"
-    assert "no card" not in board.call("dash", "-c", loops)[1]
+    loops = """while :; do safe-upgrade --result; done &
+        for n in 1 2 3 4 5 6 7 8 9; do safe-upgrade --at-boot /mnt/package; done; kill $!"""
+    output = board.call("dash", "-c", loops)[1]
+    assert output.count("refused") == output.count("under way") == 8, output
 
 
 def test_card_of_an_upgraded_board(board):
@@ -446,7 +498,9 @@ def test_card_of_an_upgraded_board(board):
 def test_another_call_is_running(board):
     with (WORLD / "tmp/safe-upgrade.lock").open("w") as lock:
         subprocess.run(["flock", str(lock.fileno())], pass_fds=[lock.fileno()], check=True)
-        assert "another call is running" in board.call("safe-upgrade", board.package)[1]
+        # The caller's variables change nothing: the card stays mounted.
+        assert "another call is running" in board.call("env", "mounted_here=yes", "safe-upgrade", board.package)[1]
+        assert CARD.is_mount()
 
 
 def test_etc_is_not_mounted(board):
