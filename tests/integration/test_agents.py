@@ -208,7 +208,7 @@ def test_boards_do_not_ask_in_step_after_an_outage(web_board, server):
     "agent, arguments", [("update-agent", []), ("update-agent", ["once"]), ("fleet-agent", [])]
 )
 def test_boards_of_a_street_do_not_start_at_once(make, agent, arguments):
-    board = make(agent, question="http://127.0.0.1:1/", server="https://s", spread=1000000)
+    board = make(agent, question="http://127.0.0.1:1/", server="s", spread=1000000, interval=0)
     starts = set()
     for _ in range(2):
         assert board.run(*arguments, waits="0")[2] == []
