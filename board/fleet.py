@@ -1,6 +1,6 @@
 """fleet.py [--web | --hawkbit JAR]: the fleet's part of ./demo. Three emulated boards fetch signed
 updates from a server and install them by themselves. The server runs on this machine's loopback
-address and is gone afterwards, with all its data.
+address and is gone afterwards. ./demo then removes its data, and all keys and tokens.
 
 Without an option the server is gooseBit, with --hawkbit it is Eclipse hawkBit from its executable
 jar, and with --web a plain web server.
@@ -10,7 +10,6 @@ import argparse
 import http.client
 import http.server
 import re
-import shutil
 import signal
 import subprocess
 import sys
@@ -19,7 +18,7 @@ import time
 import urllib.parse
 from pathlib import Path
 
-from fleet_server import BOARDS_NAME, GooseBit, HawkBit, free_port
+from fleet_server import BOARDS_NAME, ENDS_WITH_US, GooseBit, HawkBit, free_port
 
 TOP = Path(__file__).parent.parent
 SCRIPTS = TOP / "integration/swupdate"
@@ -165,12 +164,13 @@ class Board:
     def put(self, name: str, text: str) -> Path:
         """Makes a file in the board's folder on this machine."""
         path = self.folder / name
+        path.touch(0o600)  # the token is among them
         path.write_text(text)
         return path
 
     def start(self):
         self.process = subprocess.Popen(
-            list(map(str, self.arguments)),
+            [*ENDS_WITH_US, *map(str, self.arguments)],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
@@ -305,6 +305,8 @@ def run_server(server) -> bool:
     server.start()
     groups = {"first": ["north"], "rest": ["south", "west"]}
     server.add_boards(list(SETTINGS))
+    client = server.client.relative_to(TOP)
+    say(f"ask it yourself: curl -K {client} https://127.0.0.1:{server.port}{server.boards_path}")
     boards = []
     for name in SETTINGS:
         settings = (
@@ -333,7 +335,7 @@ def run_server(server) -> bool:
 
     results: list[bool] = []
     run_boards(boards, act)
-    rows = server.boards()
+    rows = wait_until(server.boards, server)
     print(f"\n{server.name} says:\n{'board':8}{'group':8}{'state':11}{'version':9}message")
     for row in rows:
         errors = [text for text in row["messages"] if "ERROR" in text and row["state"] == "error"]
@@ -371,12 +373,12 @@ def roll_out(server, version: str, groups: dict[str, list[str]]) -> str:
 
 
 def wait_until(done, server, limit: int = 900):
-    """Waits, and starts a server again that has stopped."""
+    """Waits, and starts a server again that has stopped. Returns what done() returned."""
     end = time.monotonic() + limit
     while True:
         try:
-            if done():
-                return
+            if result := done():
+                return result
         except (OSError, http.client.HTTPException) as error:
             if server.process.poll() is not None:
                 say(f"{server.name} has stopped ({error}); starting it again")
@@ -410,7 +412,6 @@ def main() -> int:
             good = run_server(server)
         finally:
             server.stop()
-            shutil.rmtree(folder / "artifacts", ignore_errors=True)
     say("done")
     return 0 if good else 1
 

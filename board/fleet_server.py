@@ -22,6 +22,10 @@ HERE = Path(__file__).parent
 BOARDS_NAME = "10.0.2.100"  # this machine's address, as the emulated boards see it
 
 
+# Also after SIGKILL: a server that goes on would keep its port and its data.
+ENDS_WITH_US = ["setpriv", "--pdeathsig", "TERM"]
+
+
 class Refused(Exception):
     """The server's answer to a request is an error."""
 
@@ -65,6 +69,7 @@ class FleetServer:
     """What both servers share: the process, its folder, and requests to it."""
 
     name = ""
+    boards_path = ""  # the list of the boards in the REST interface
     offers_by_hardware = False  # offers an update only to boards of its hardware
     tenant = "DEFAULT"
 
@@ -72,6 +77,7 @@ class FleetServer:
         self.folder, self.port = folder, port
         self.password = secrets.token_urlsafe(16)
         self.certificate = make_certificate(folder)
+        self.client = folder / "curl"  # curl's options for a person who asks the server
         self.trust = ssl.create_default_context(cafile=str(self.certificate))
         self.tokens: dict[str, str] = {}
         self.groups: dict[str, list[str]] = {}
@@ -89,7 +95,7 @@ class FleetServer:
         arguments, environment = self.command()
         with open(self.folder / "log", "ab") as log:
             self.process = subprocess.Popen(
-                arguments,
+                [*ENDS_WITH_US, *arguments],
                 env={**os.environ, **environment},
                 cwd=self.folder,
                 stdout=log,
@@ -99,12 +105,16 @@ class FleetServer:
         while True:
             try:
                 self.connect(5).close()
-                return
+                break
             except OSError:
                 if self.process.poll() is not None or time.monotonic() > limit:
                     self.stop()
                     sys.exit(f"{self.name} did not start; its log is {self.folder}/log")
                 time.sleep(0.5)
+        self.client.touch(0o600)
+        self.client.write_text(
+            f'cacert = "{self.certificate}"\nheader = "Authorization: {self.authorization()}"\n'
+        )
 
     def stop(self):
         if self.process and self.process.poll() is None:
@@ -178,6 +188,7 @@ class HawkBit(FleetServer):
     are the server's own: it starts them one after the other."""
 
     name = "hawkBit"
+    boards_path = "/rest/v1/targets"
 
     def __init__(self, folder: Path, port: int, jar: str, poll: str = "00:00:10"):
         super().__init__(folder, port)
@@ -267,7 +278,7 @@ class HawkBit(FleetServer):
 
     def boards(self) -> list[dict[str, str]]:
         rows = []
-        for target in self.request("GET", "/rest/v1/targets?limit=500&sort=controllerId:asc")[
+        for target in self.request("GET", f"{self.boards_path}?limit=500&sort=controllerId:asc")[
             "content"
         ]:
             board = target["controllerId"]
@@ -301,15 +312,20 @@ class HawkBit(FleetServer):
 
 class GooseBit(FleetServer):
     """gooseBit, installed in a folder of its own, with a database file. Its roll-outs have no
-    follow each other. So a group is a feed, and state() opens the next feed or stops."""
+    groups that follow each other. So a group is a feed, and state() opens the next feed or stops."""
 
     name = "gooseBit"
+    boards_path = "/api/v1/devices"
     offers_by_hardware = True
 
     def __init__(self, folder: Path, port: int, python: str, poll: str = "00:00:05"):
         super().__init__(folder, port)
         self.python, self.poll, self.version, self.rollouts = python, poll, "", {}
         self.bearer = ""
+
+    def start(self, patience: int = 300):
+        self.bearer = ""  # it is good for one run of the server
+        super().start(patience)
 
     def command(self):
         return [self.python, "-B", str(HERE / "goosebit_start.py"), str(self.port)], {
@@ -371,7 +387,7 @@ class GooseBit(FleetServer):
     def boards(self):
         rows = []
         for device in sorted(
-            self.request("GET", "/api/v1/devices")["devices"], key=lambda each: each["id"]
+            self.request("GET", self.boards_path)["devices"], key=lambda each: each["id"]
         ):
             log = self.request("GET", f"/api/v1/devices/{device['id']}/log")["log"] or ""
             rows.append(

@@ -68,10 +68,11 @@ remember() {
 #   -N  refuses an older file, even if it is signed; -R refuses the same version
 start_swupdate() {
     version=$(running)
-    # Only numbers have an order. A board with another name takes any version, once.
-    case $version in
+    # Only numbers have an order. Without one, a board takes any version, once.
+    minimum=${oldest:-$version}
+    case $minimum in
     '' | *[!0-9.]*) ;;
-    *) set -- -N "${oldest:-$version}" "$@" ;;
+    *) set -- -N "$minimum" "$@" ;;
     esac
     # Its processes wait 100 ms for each other. On a busy board the answer then meets a closed connection,
     # and SWUpdate would end in the middle of an installation (seen).

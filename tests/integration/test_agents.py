@@ -23,7 +23,7 @@ PROGRAMS = {
     # fleet-agent's watch, or a pause. $waits pauses are allowed, the one at the start included.
     "sleep": '[ "$agent $1" != "fleet-agent 60" ] || exec /bin/sleep 0.2; '
     'echo "$1" >>naps; [ "$(wc -l <naps)" -le "${waits:-1000}" ] || kill $(cat agent)',
-    "dd": 'case $* in *mtdblock*) printf "2.0.0\\0\\0" ;; *) exec /bin/dd "$@" ;; esac',
+    "dd": 'case $* in *mtdblock*) printf "${version:-2.0.0}\\0\\0" ;; *) exec /bin/dd "$@" ;; esac',
 }
 
 
@@ -204,6 +204,23 @@ def test_boards_do_not_ask_in_step_after_an_outage(web_board, server):
             assert 10 * 2**number // 2 <= wait <= 10 * 2**number * 3 // 2
 
 
+@pytest.mark.parametrize(
+    "agent, arguments", [("update-agent", []), ("update-agent", ["once"]), ("fleet-agent", [])]
+)
+def test_boards_of_a_street_do_not_start_at_once(make, agent, arguments):
+    board = make(agent, question="http://127.0.0.1:1/", server="s", spread=1000000, interval=0)
+    starts = set()
+    for _ in range(2):
+        assert board.run(*arguments, waits="0")[2] == []
+        starts.add((board.folder / "naps").read_text())
+    assert len(starts) == 2
+
+
+def test_oldest_version_counts_also_on_a_board_without_a_number(make):
+    board = make("fleet-agent", server="https://s", oldest="1.4")
+    assert " -N 1.4 " in board.run(waits="1", version="factory")[2][0]
+
+
 # --- fleet-agent
 
 CONNECTED = "echo '[TRACE] : x :  [x] : Server initialized, entering suricatta main loop.'\n"
@@ -233,6 +250,14 @@ def test_outcome_is_reported_until_the_server_has_it_and_never_again(fleet_board
     assert confirmations(fleet_board.run(waits="1")[2]) == ["2"]  # the next package
 
 
+def test_refusal_that_swupdate_reported_is_not_reported_again(fleet_board):
+    fleet_board.result("installed", OTHER)
+    fails = f"printf 'outcome=refused\\npackage={SUM}\\n' >result; echo '[ERROR] : SWUPDATE failed [1] x'"
+    fleet_board.swupdate(CONNECTED + fails)
+    assert confirmations(fleet_board.run(waits="2")[2]) == ["2", ""]
+    assert confirmations(fleet_board.run(waits="1")[2]) == [""]  # after a restart
+
+
 def test_crash_between_storing_and_restart(fleet_board):
     fleet_board.result("installed", SUM)
     stores = f"printf 'outcome=under-way\\npackage={OTHER}\\n' >result; kill -9 $$"
@@ -249,6 +274,14 @@ def test_hang_is_ended(make, tmp_path):
     fleet_board.swupdate("echo 'Update classified as forced'; exec /bin/sleep 1000")
     _, output, calls = fleet_board.run(waits="2")
     assert output.count("no answer for 1 s") == 2 and len(calls) == 2
+
+
+def test_server_cannot_speak_as_the_board(fleet_board):
+    fleet_board.swupdate(
+        CONNECTED + "printf '[TRACE] : x : name p\\nERROR : installed\\n[INFO] : SWUPDATE successful\\n'"
+    )
+    lines = fleet_board.run(waits="1")[1].splitlines()
+    assert lines == ["fleet-agent: SWUpdate: installed", "fleet-agent: SWUpdate ended; starting it again in 10 s"]
 
 
 def test_token_stays_secret_and_errors_harmless(fleet_board):

@@ -135,6 +135,16 @@ def test_interrupted_download(stand_in, ends_at, monkeypatch):
     assert os.listdir(".cache") == ["lock"]
 
 
+@pytest.mark.parametrize("end", ["exit 1", "kill $PPID; exec sleep 1000"])
+def test_keys_tokens_and_server_are_thrown_away(stand_in, end):
+    """Whatever ends the demo of the fleet."""
+    stand_in("cmake", "cd build/demo && mkdir -p north server/artifacts/1 && touch signing.key server/database "
+             f"server/log server/artifacts/1/file north/token north/output && {end}")
+    assert say("./demo", "--no-install", "fleet", "--web")[0] != 0
+    left = {str(path) for path in Path("build/demo").rglob("*") if path.is_file()}
+    assert left == {f"build/demo/{name}" for name in ("server/log", "north/output", "log")}
+
+
 def test_interrupted_wait(ends_at):
     with open("build/lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
