@@ -54,7 +54,7 @@ check_settings() {
     part "$given" "$etc_at" "$etc_size" >"$image" || { rm -f "$image" && refuse "there is no room in $memory"; }
     for place in $carried_values; do
         name=${place%:*} key=${place#*:}
-        [ -r "/etc/$name" ] && jffs2reader "$image" -f "/$name" >"$file" 2>/dev/null && [ -s "$file" ] || continue
+        { [ -r "/etc/$name" ] && jffs2reader "$image" -f "/$name" >"$file" 2>/dev/null && [ -s "$file" ]; } || continue
         mine=$(conf_number "/etc/$name" "$key")
         as_rewritten "$file" "$key" "$mine" >"$file.new"
         new=$(conf_number "$file.new" "$key")

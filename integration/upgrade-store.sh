@@ -96,7 +96,7 @@ load_header() {
         text=$(sector "$block")
         digits=${text##*sum=}
         text=${text%"$newline"sum=*}
-        now=$(printf %s "$text" | sum) && [ "${digits%%[!0-9]*}" = "$now" ] || continue
+        { now=$(printf %s "$text" | sum) && [ "${digits%%[!0-9]*}" = "$now" ]; } || continue
         line=${text%%"$newline"*}
         [ "${line#seq=}" -gt "$seq" ] && seq=${line#seq=} slot=$block header=$text
     done
