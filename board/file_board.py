@@ -79,7 +79,7 @@ exit $status
 case "$*" in
 *jffs2*) [ -d /mnt/etc ] && [ ! -e /mnt/no-mount ] && exec /bin/mount --bind /mnt/etc "${@: -1}" ;;
 */mnt/slot*) [ ! -e /mnt/bad-card ] && sleep 0.05 && # as long as a card takes
-     ! mountpoint -q /mnt/card && exec /bin/mount --bind /mnt/slot /mnt/card ;;
+     ! mountpoint -q /mnt/card && /bin/mount --bind /mnt/slot /mnt/card && exec /bin/mount -o "remount,bind,${2%%,*}" /mnt/card ;;
 *) [ ! -e /mnt/no-mount ] && exec /bin/mount "$@" ;;
 esac
 exit 1

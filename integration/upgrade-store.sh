@@ -1,7 +1,6 @@
-# Sourced by safe-upgrade and resume-upgrade: the store on the card, and the comparison of flash with it.
+# Sourced after upgrade-card.sh: the store on the card, and the comparison of flash with it.
 # shellcheck shell=sh disable=SC2034,SC2154
 
-. "${0%/*}/upgrade-card.sh"
 . "${0%/*}/upgrade-settings.sh"
 export LC_ALL=C
 

@@ -478,6 +478,13 @@ def test_card_needs_a_check(board):
     assert board.call("safe-upgrade", "--result")[1].startswith("outcome=installed")
 
 
+def test_card_is_not_mounted(board):
+    """resume-upgrade mounts it read-only at first."""
+    run("umount", CARD)
+    board.upgrade("--at-boot")
+    assert board.state() == WHOLE
+
+
 def test_results_while_another_call_begins(board):
     """Each call mounts the card and unmounts it."""
     run("umount", CARD)
