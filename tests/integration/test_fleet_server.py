@@ -34,7 +34,6 @@ web.serve_forever()
 
 @pytest.fixture(name="server")
 def make_server(tmp_path):
-    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
     program = tmp_path / "server.py"
     program.write_text(SERVER)
     program.chmod(0o755)
