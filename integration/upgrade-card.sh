@@ -14,10 +14,10 @@ say() {
     [ ! -w /dev/kmsg ] || printf '<4>%s\n' "${0##*/}: $1" >/dev/kmsg
 }
 
-# own_mount DIR: succeeds if DIR is a file system of its own.
+# own_mount DIR [DEVICE]: succeeds if DIR is a file system of its own, from this device.
 own_mount() {
-    while read -r _ place _; do
-        [ "$place" != "$1" ] || return 0
+    while read -r device place _; do
+        [ "$place" != "$1" ] || [ "$device" != "${2:-$device}" ] || return 0
     done </proc/mounts
     return 1
 }

@@ -29,9 +29,7 @@ sha() {
 
 # part FILE OFFSET SIZE: prints these bytes of the file. dd is several times faster than tail and head.
 part() {
-    {
-        dd bs=1 skip="$2" count=0 && dd bs=65536 count=$(($3 / 65536)) && head -c $(($3 % 65536))
-    } <"$1" 2>/dev/null
+    { dd bs=1 skip="$2" count=0 && dd bs=64k count=$(($3 / 65536)) && head -c $(($3 % 65536)); } <"$1" 2>/dev/null
 }
 
 # stored: prints the package in the store.
@@ -63,8 +61,8 @@ this_board() {
 
 # The state, one line each; the new firmware's scripts read what the old one's wrote. package: its SHA-256. tries:
 # starts of upgrade. settings: where they are, 'etc' or only in the 'store'. ended: what the last start said,
-# 'complete' or 'fail ...'; nothing after a power cut; 'compared' after 'installed', see settle. regions: start of the
-# first one in the package, and the three sizes.
+# 'complete' or 'fail ...'; nothing after a power cut; 'compared' when flash was right once. regions: start of the first
+# one in the package, and the three sizes.
 fields="outcome reason package tries settings board ended regions"
 newline='
 '
@@ -117,11 +115,8 @@ pack_settings() (
         case " $* " in *" $file "*) continue ;; esac
         [ ! -e "$file" ] || set -- "$@" "$file"
     done
-    if [ $# -gt 0 ]; then
-        tar -cf "$archive" "$@"
-    else
-        head -c 1024 /dev/zero >"$archive" # an empty archive
-    fi
+    [ $# -gt 0 ] || exec head -c 1024 /dev/zero >"$archive" # an empty archive
+    tar -cf "$archive" "$@"
 )
 
 # save_settings DIR: saves the settings of DIR in both copies, until they no longer change.
@@ -161,27 +156,19 @@ unpack() {
     tar -xf "$archive" -C "$1" 2>/dev/null
 }
 
-# keeps_package: succeeds between 'installed' and the second comparison of flash with the package.
-keeps_package() {
-    [ "${ended%% *}" = compared ]
-}
-
-# settle: cleans up after the last state of an upgrade. After 'installed', the second start compares once
-# more: a weak cell can read right at first.
+# settle: cleans up after the last state of an upgrade.
 settle() {
-    head -c $(((package_at - ${copies%% *}) * 65536)) /dev/zero | put "${copies%% *}" &&
-        { keeps_package || echo "$idle" | put $door; }
+    head -c $(((package_at - ${copies%% *}) * 65536)) /dev/zero | put "${copies%% *}" && echo "$idle" | put $door
 }
 
-# find_damage [firmware]: sets $damage to the first thing in flash that is not as the package in memory and the
-# saved settings, or to nothing. With 'firmware' it leaves out /etc. Fails if it cannot compare.
+# find_damage: sets $damage to the first thing in flash that is not as the package in memory and the saved settings, or
+# to nothing. Fails if it cannot compare.
 find_damage() {
     damage=
     # shellcheck disable=SC2086 # one word each
-    set -- "${1:-}" $regions
-    compare "$kernel" "$2" "$3" && compare "$second" $(($2 + $3)) "$4" || return
-    [ -z "$1" ] || return 0
-    compare "$etc" $(($2 + $3 + $4)) "$5" || return
+    set -- $regions
+    compare "$kernel" "$1" "$2" && compare "$second" $(($1 + $2)) "$3" &&
+        compare "$etc" $(($1 + $2 + $3)) "$4" || return
     [ -z "$damage" ] && read_settings || return 0
     lost=$(lost_settings) || return
     damage=${lost:+"${lost%%"$newline"*} is not in /etc as it was saved"}
