@@ -353,10 +353,9 @@ int main(int argc, char **argv)
     for (CaseFile &file : files) {
         const std::string suite = NameOf(std::filesystem::path{file.path}.stem());
         for (const Case &own : file.cases) {
+            const auto make = [&file, &own] { return new CaseTest{file, own}; };
             testing::RegisterTest(suite.c_str(), own.name.c_str(), nullptr, nullptr,
-                                  file.path.c_str(), own.line, [&file, &own] {
-                                      return new CaseTest{file, own};
-                                  });
+                                  file.path.c_str(), own.line, make);
         }
     }
     const int result = RUN_ALL_TESTS();

@@ -19,6 +19,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         known = self.path == "/login" or self.headers["Authorization"] == "Bearer " + token
         body = json.dumps({"access_token": token, "rollouts": []} if known else {}).encode()
         self.send_response(200 if known else 401)
+        self.send_header("Content-Length", str(len(body)))
         self.end_headers()
         self.wfile.write(body)
     def do_POST(self):

@@ -97,7 +97,7 @@ def test_more_cuts(make, cuts, tries):
     chosen = random.Random(cuts)
     for _ in range(tries):
         board = make()
-        board.power(*((chosen.randint(1, 35), chosen.choice(PARTS)) for _ in range(cuts)))
+        board.power(*((chosen.randint(1, 40), chosen.choice(PARTS)) for _ in range(cuts)))
         board.upgrade()
         ends_whole(board)
 
