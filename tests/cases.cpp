@@ -294,7 +294,8 @@ private:
     {
         if (!comment_.empty()) {
             const std::string name = NameOf(comment_.substr(0, comment_.find_last_not_of(' ') + 1));
-            Expect(std::ranges::none_of(file_.cases, [&](auto &own) { return own.name == name; }),
+            Expect(std::ranges::none_of(file_.cases,
+                                        [&](const auto &own) { return own.name == name; }),
                    "another name than that of a case above");
             file_.cases.push_back({name, comment_line_, {}});
         }

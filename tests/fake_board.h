@@ -52,7 +52,7 @@ struct Node {
     // Like the calls of these names; an error is -1 with errno.
     ssize_t Read(OpenFile &file, void *buffer, size_t count);
     ssize_t Write(OpenFile &file, const void *buffer, size_t count);
-    int Request(OpenFile &file, unsigned long request, void *argument);
+    int Request(const OpenFile &file, unsigned long request, void *argument);
     int Terminal(unsigned long request, void *argument); ///< of a line
     int Poll(pollfd &state, int timeout);                ///< milliseconds
 

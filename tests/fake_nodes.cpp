@@ -117,7 +117,7 @@ ssize_t Node::Write(OpenFile &file, const void *buffer, size_t count)
     return static_cast<ssize_t>(count);
 }
 
-int Node::Request(OpenFile &file, unsigned long request, void *argument)
+int Node::Request(const OpenFile &file, unsigned long request, void *argument)
 {
     if (kind == kFlash) {
         return RequestOfFlash(*this, file, request, argument);

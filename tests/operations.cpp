@@ -168,15 +168,13 @@ Operation Call(Returned (*const *function)(Arguments...))
     return {(NameOf<std::decay_t<Arguments>>() + ... + ""), run};
 }
 
-/// Runs an applet with its arguments, which outlive a run that does not return.
+/// Runs an applet. A run that does not return would leak arguments on the heap.
 void Start(FakeBoard &board, AppletHandler *handler, std::span<const std::string> words)
 {
-    static std::vector<char *> arguments;
-    arguments.clear();
-    for (const std::string &word : words) {
-        arguments.push_back(const_cast<char *>(word.c_str()));
+    std::array<char *, 64> arguments{};
+    for (size_t i = 0; i < words.size(); ++i) {
+        arguments.at(i) = const_cast<char *>(words[i].c_str());
     }
-    arguments.push_back(nullptr);
     const int result = handler(static_cast<int>(words.size()), arguments.data());
     if (result != 0) {
         board.Record(ResultText(result));

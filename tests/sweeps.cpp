@@ -125,9 +125,8 @@ TEST(Sweep, OneCallThatFailsLeavesTheOldConfigurationFileOrTheNewOne)
             // Only the first writer distinguishes failures and checks whether the file is in use.
             const bool looks = lowest == -3 && nth == 1;
             const bool done = looks || call == "close /etc/a.conf";
-            const int failure = call.ends_with("/etc/a.conf") ? -1
-                                : call.starts_with("rename")  ? -3
-                                                              : -2;
+            const int later = call.starts_with("rename") ? -3 : -2;
+            const int failure = call.ends_with("/etc/a.conf") ? -1 : later;
             const std::string found = board.TakeTranscript();
             const int result = done ? 0 : std::max(failure, lowest);
             const std::string file = (done ? "key=9\n" : "key=1\n") + rest;
