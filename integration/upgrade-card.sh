@@ -14,23 +14,22 @@ say() {
     [ ! -w /dev/kmsg ] || printf '<4>%s\n' "${0##*/}: $1" >/dev/kmsg
 }
 
-# own_mount DIR [DEVICE]: succeeds if DIR is a file system of its own, from this device.
+# own_mount DIR [DEVICE]: succeeds if DIR is a file system of its own, from this device. The last one there counts.
 own_mount() {
+    found=
     while read -r device place _; do
-        [ "$place" != "$1" ] || [ "$device" != "${2:-$device}" ] || return 0
+        [ "$place" != "$1" ] || found=$device
     done </proc/mounts
-    return 1
+    [ -n "$found" ] && [ "$found" = "${2:-$found}" ]
 }
 
 # open_store OPTIONS: mounts the card unless it is already mounted.
 mounted_here=
 open_store() {
     own_mount "$mount_point" && return 0
-    waited=0
     until [ -b "$card" ]; do
-        [ "$waited" -lt "$card_wait" ] || return 1
+        [ $((card_wait -= 1)) -ge 0 ] || return
         sleep 1
-        waited=$((waited + 1))
     done
     mount_card "$1" || { check_card && mount_card "$1"; } && mounted_here=yes
 }

@@ -14,8 +14,7 @@ read_layout() {
     esac
     # shellcheck disable=SC2086 # one word each
     set -- $layout
-    kernel_at=$1 second_at=$(($1 + $2)) etc_at=$(($1 + $2 + $3))
-    kernel_size=$2 second_size=$3 etc_size=$4
+    kernel_size=$2 second_size=$3 etc_size=$4 etc_at=$(($1 + $2 + $3))
     [ "$package_size" -eq $((etc_at + etc_size)) ]
 }
 

@@ -14,6 +14,7 @@ package_at=16
 archive=$memory/upgrade-settings # the settings, as a tar file
 look=$memory/upgrade-look
 in_memory=$memory/upgrade-package
+spare=500000 # bytes of memory for two copies of the settings
 # The size of an erase block in bytes, from a line like 'mtd3: 00180000 00010000 "etc"'.
 erase_block=$((0x0$(sed -n "s/^mtd${etc##*[!0-9]}: [^ ]* \([^ ]*\) .*/\1/p" /proc/mtd)))
 
@@ -162,13 +163,14 @@ settle() {
 }
 
 # find_damage: sets $damage to the first thing in flash that is not as the package in memory and the saved settings, or
-# to nothing. Fails if it cannot compare.
+# to nothing. Fails if it cannot compare. The second time it leaves out /etc, where services may have run since.
 find_damage() {
     damage=
     # shellcheck disable=SC2086 # one word each
     set -- $regions
-    compare "$kernel" "$1" "$2" && compare "$second" $(($1 + $2)) "$3" &&
-        compare "$etc" $(($1 + $2 + $3)) "$4" || return
+    compare "$kernel" "$1" "$2" && compare "$second" $(($1 + $2)) "$3" || return
+    [ "$ended" != compared ] || return 0
+    compare "$etc" $(($1 + $2 + $3)) "$4" || return
     [ -z "$damage" ] && read_settings || return 0
     lost=$(lost_settings) || return
     damage=${lost:+"${lost%%"$newline"*} is not in /etc as it was saved"}
@@ -213,18 +215,16 @@ mount_flash() {
 }
 
 # load_package: copies the package from the store into memory, where upgrade reads it. Returns 1 if there is no
-# room, and 2 if the package is damaged or cannot be read.
+# room for it and the settings, and 2 if the package is damaged or cannot be read.
 load_package() {
-    stored >"$in_memory" || room "$memory" 65536 2>/dev/null || { rm -f "$in_memory" && return 1; }
+    stored >"$in_memory"
+    room "$memory" "$spare" 2>/dev/null || { rm -f "$in_memory" && return 1; }
     [ "$(sha <"$in_memory")" = "$package" ] || return 2
 }
 
 # room DIR BYTES: succeeds if DIR has room for them.
 room() {
-    head -c "$2" /dev/zero >"$1/upgrade-room"
-    set -- "$1" $?
-    rm -f "$1/upgrade-room"
-    return "$2"
+    { head -c "$2" /dev/zero >"$1/upgrade-room" && rm "$1/upgrade-room"; } || ! rm -f "$1/upgrade-room"
 }
 
 # room_for_copies: upgrade copies the settings files to /tmp, and would lose them without a word.

@@ -3,6 +3,7 @@ without anyone's help."""
 
 import os
 import random
+import shutil
 import struct
 import subprocess
 from pathlib import Path
@@ -234,6 +235,21 @@ kill -9 0
     assert (board.result()["outcome"], board.result()["tries"], board.lost()) == (outcome, tries, [])
 
 
+@pytest.mark.parametrize("worn", ["", "1"])
+def test_settings_change_between_the_comparisons(board, worn):
+    """The board could not restart, and services run."""
+    reboot = (WORLD / "bin/reboot").read_text()
+    for name in "reboot", "sleep":
+        board.program(name, "#!/bin/sh\n")
+    board.upgrade()
+    change("later")
+    board.program("reboot", reboot + worn)
+    if worn:
+        (WORLD / "mtd/1").write_bytes(bytes(PARTITION))
+    board.start()
+    assert (board.result()["outcome"], board.firmware(), hostname()) == ("installed", "new", "later")
+
+
 def test_nothing_is_compared_after_the_last_state(board):
     """The user's own changes, of firmware and settings, are no damage."""
     board.upgrade()
@@ -282,6 +298,12 @@ def test_hidden_setting(make, file):
     board.tree("hidden", {file: text + SETTINGS[file]})
     assert f"twice: {name}" in board.upgrade()
     assert board.result()["settings"] == "store" and not board.lost()
+    # Another firmware has all settings, but its kernel is worn: then they are not only in the store.
+    shutil.rmtree(WORLD / "hidden")
+    (WORLD / "worn").write_text("1")
+    board.tree("new/etc", SETTINGS)
+    board.upgrade()
+    assert (board.result()["outcome"], board.result()["settings"]) == ("given-up", "etc")
 
 
 # The upgrade cannot go on.
@@ -297,7 +319,7 @@ def read_only(board):
 
 
 def no_room(board):
-    board.program("get_boot_param", "#!/bin/sh\nmount -t tmpfs -o size=64K tmpfs /mnt/tmp; cp /mnt/board $1\n")
+    board.program("get_boot_param", "#!/bin/sh\nmount -t tmpfs -o size=132K tmpfs /mnt/tmp; cp /mnt/board $1\n")
 
 
 def two_headers(board):
@@ -312,7 +334,7 @@ FAULTS = {  # what is wrong at the next boot, what the console says, the outcome
     "no identity": (lambda _: (WORLD / "board").write_text(""), "identity", "none", False),
     "both headers": (two_headers, "both headers in the store are damaged", "given-up", True),
     "package": (lambda _: damage((16 << 16) + 90000), "package on the card is damaged", "given-up", True),
-    "no room": (no_room, "no room for the package", "under-way", True),
+    "no room": (no_room, "no room for the package and the settings", "under-way", True),
     "package unreadable": (lambda board: broken_dd(board, 16 << 16), "package on the card", "given-up", True),
     "no checksums": (lambda board: board.program("cksum", "#!/bin/sh\n"), "identity", "none", False),
     "no mounts": (lambda _: (WORLD / "no-mount").touch(), "cannot", "under-way", False),
@@ -335,8 +357,33 @@ def test_upgrade_cannot_go_on(board, fault):
 def test_upgrade_again_after_damaged_headers(board):
     cut_in_etc(board)
     two_headers(board)
+    read_only(board)
     board.start()
+    run("mount", "-o", "remount,rw", CARD)
+    package = board.package.read_bytes()
+    board.package.write_bytes(package.replace(b"new 1", b"next1"))
+    board.hook("upgrade-store@1048576", "set -- $1 $2 /dev/null")  # the card loses the package
+    assert "refused" in board.call("safe-upgrade", board.package)[1]
+    board.package.write_bytes(package)
     board.upgrade()
+    assert board.state() == WHOLE
+
+
+def test_etc_is_mounted_over_the_saved_settings(board):
+    cut_in_etc(board)
+    two_headers(board)
+    board.start()
+    run("mount", "--bind", WORLD / "etc", "/etc")
+    assert "only settings" in board.call("safe-upgrade", "--at-boot", board.package)[1]
+    board.start()
+    assert not board.lost() and board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
+
+
+def test_settings_cannot_be_read_again(board):
+    board.call("safe-upgrade", "--at-boot", board.package)
+    board.program("tar", '#!/bin/sh\n[ "$1" != -cf ] && exec /bin/tar "$@"\n')
+    board.start()
+    assert "as they were saved before" in board.calls.read_text()
     assert board.state() == WHOLE
 
 
@@ -446,16 +493,26 @@ def test_a_file_of_the_store_is_no_package(board):
         assert board.call("safe-upgrade", "--at-boot", file)[0] == 1 and file.read_bytes() == data
 
 
-def test_signal_while_a_header_is_read(board):
-    """The state is not known at this moment. Nothing may stay under way that no boot resumes."""
-    board.program("tr", """#!/bin/sh
-[ ! -e /mnt/signal ] || { rm /mnt/signal && read -r _ _ _ _ group _ </proc/self/stat && kill -TERM $group; }
-exec /usr/bin/tr "$@"
-""")
-    board.hook("upgrade-store@131072", "touch /mnt/signal")
-    assert "interrupted" in board.call("safe-upgrade", board.package)[1]
-    assert board.result()["outcome"] == "refused"
+def test_signal_while_a_header_is_written(make, shell):
+    """It ends the script's pipelines, but not the write. The header decides then."""
+    board = make(shell)
+    board.hook("upgrade-store@65536", "read -r _ _ _ _ group _ </proc/self/stat; trap '' TERM; kill -TERM -$group; sleep 0.2")
+    board.call("safe-upgrade", "--at-boot", board.package)
+    board.start()
+    assert board.state() in (WHOLE, ("none", "old", []))
     assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
+
+
+def test_output_is_closed(board):
+    board.call("bash", "-c", "safe-upgrade /mnt/package | head -n 2; sleep 1")
+    assert board.firmware() == "new"
+
+
+def test_abandoned_package_may_come_again(board):
+    """An update engine skips the package of the last result."""
+    board.hook("upgrade-store@131072", "printf '#!/bin/sh\nexit 2\n' >/mnt/bin/tar && chmod +x /mnt/bin/tar")
+    assert "refused, nothing changed" in board.call("safe-upgrade", "--at-boot", board.package)[1]
+    assert (board.result()["outcome"], board.result()["package"]) == ("refused", "")
 
 
 # The card.
@@ -491,6 +548,9 @@ def test_card_of_an_upgraded_board(board):
     (WORLD / "board").write_text("MAC=2\n")
     result = board.result()
     assert (result["outcome"], "another board" in result["reason"]) == ("none", True)
+    (WORLD / "board").write_text("")
+    assert board.result() == {"outcome": "none"}
+    (WORLD / "board").write_text("MAC=2\n")
     assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
 
 
