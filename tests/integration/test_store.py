@@ -250,6 +250,14 @@ def test_settings_change_between_the_comparisons(board, worn):
     assert (board.result()["outcome"], board.firmware(), hostname()) == ("installed", "new", "later")
 
 
+def test_package_is_damaged_between_the_comparisons(board):
+    board.call("safe-upgrade", board.package)
+    board.start(boots=1)
+    damage((16 << 16) + 90000)
+    assert "was not compared once more" in board.start()
+    assert board.state() == WHOLE
+
+
 def test_nothing_is_compared_after_the_last_state(board):
     """The user's own changes, of firmware and settings, are no damage."""
     board.upgrade()
