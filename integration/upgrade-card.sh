@@ -16,11 +16,11 @@ say() {
 
 # own_mount DIR [DEVICE]: succeeds if DIR is a file system of its own, from this device. The last one there counts.
 own_mount() {
-    found=
+    there=
     while read -r device place _; do
-        [ "$place" != "$1" ] || found=$device
+        [ "$place" != "$1" ] || there=$device
     done </proc/mounts
-    [ -n "$found" ] && [ "$found" = "${2:-$found}" ]
+    [ -n "$there" ] && [ "$there" = "${2:-$there}" ]
 }
 
 # open_store OPTIONS: mounts the card unless it is already mounted.
