@@ -68,9 +68,10 @@ fields="outcome reason package tries settings board ended regions"
 newline='
 '
 
-# new_state BOARD: the state of a card without an upgrade.
+# new_state BOARD: the state of a card without an upgrade. If resume-upgrade mounted the settings, flash has none.
 new_state() {
-    outcome=none reason='' package='' tries=0 settings=etc board=$1 ended='' regions=''
+    outcome=none reason='' package='' tries=0 settings=store board=$1 ended='' regions=''
+    own_mount /etc upgrade-store || settings=etc
 }
 
 # write_header: writes the state in place of the older header, then of the other one, so that damage to one
@@ -172,7 +173,7 @@ find_damage() {
     [ "$ended" != compared ] || return 0
     compare "$etc" $(($1 + $2 + $3)) "$4" || return
     [ -z "$damage" ] && read_settings || return 0
-    lost=$(lost_settings) || return
+    lost=$(lost_settings whole) || return
     damage=${lost:+"${lost%%"$newline"*} is not in /etc as it was saved"}
 }
 
@@ -191,20 +192,20 @@ compare() {
     esac
 }
 
-# lost_settings: prints the settings that are not in /etc as they were saved. Fails if it cannot compare.
+# lost_settings [whole]: prints the settings that are not in /etc as they were saved. Fails if it cannot compare. A whole
+# firmware that has not the folder of a file, or the file of a value, cannot hold it.
 lost_settings() (
     mkdir -p "$look/saved" && unpack "$look/saved" && cd "$look/saved" || exit
     mount_flash "$look/etc" || { echo "any setting" && exit; }
     trap 'umount "$look/etc" && rm -rf "$look"' EXIT
     for file in $carried_files; do
-        # A firmware without the folder cannot hold the file.
-        [ ! -e "$file" ] || [ ! -d "$look/etc/${file%"${file##*/}"}" ] || cmp -s "$file" "$look/etc/$file" ||
-            echo "$file"
+        { [ -e "$file" ] && [ -d "$look/etc/${1:+${file%"${file##*/}"}}" ]; } || continue
+        cmp -s "$file" "$look/etc/$file" || echo "$file"
     done
     for place in $carried_values; do
         file=${place%:*} key=${place#*:}
-        [ ! -e "$file" ] || [ ! -e "$look/etc/$file" ] ||
-            [ "$(conf_number "$file" "$key")" = "$(conf_number "$look/etc/$file" "$key")" ] || echo "$key of $file"
+        { [ -e "$file" ] && [ -e "$look/etc/${1:+$file}" ]; } || continue
+        [ "$(conf_number "$file" "$key")" = "$(conf_number "$look/etc/$file" "$key")" ] || echo "$key of $file"
     done
     [ ! -e "$look/etc/temp.conf" ] || echo "a file that was being written"
 )

@@ -67,6 +67,18 @@ def damage(place):
         store.write(bytes([byte[0] ^ 1]))
 
 
+def two_headers(_):
+    damage(65536 + 30)
+    damage(131072 + 30)
+
+
+def given_up(board):
+    cut_in_etc(board)
+    two_headers(board)
+    board.start()
+    assert board.result()["settings"] == "store" and not board.lost()
+
+
 # Cuts of the power.
 
 
@@ -235,15 +247,17 @@ kill -9 0
     assert (board.result()["outcome"], board.result()["tries"], board.lost()) == (outcome, tries, [])
 
 
-@pytest.mark.parametrize("worn", ["", "1"])
-def test_settings_change_between_the_comparisons(board, worn):
+@pytest.mark.parametrize("before", [lambda _: None, given_up], ids=["", "given up"])
+@pytest.mark.parametrize("worn", [False, True])
+def test_settings_change_between_the_comparisons(board, worn, before):
     """The board could not restart, and services run."""
+    before(board)
     reboot = (WORLD / "bin/reboot").read_text()
     for name in "reboot", "sleep":
         board.program(name, "#!/bin/sh\n")
     board.upgrade()
     change("later")
-    board.program("reboot", reboot + worn)
+    board.program("reboot", reboot)
     if worn:
         (WORLD / "mtd/1").write_bytes(bytes(PARTITION))
     board.start()
@@ -330,11 +344,6 @@ def no_room(board):
     board.program("get_boot_param", "#!/bin/sh\nmount -t tmpfs -o size=132K tmpfs /mnt/tmp; cp /mnt/board $1\n")
 
 
-def two_headers(board):
-    damage(65536 + 30)
-    damage(131072 + 30)
-
-
 FAULTS = {  # what is wrong at the next boot, what the console says, the outcome, whether the settings are there
     "card away": (away, "no card", "none", False),
     "card read-only": (read_only, "cannot be written", "under-way", True),
@@ -378,13 +387,29 @@ def test_upgrade_again_after_damaged_headers(board):
 
 
 def test_etc_is_mounted_over_the_saved_settings(board):
-    cut_in_etc(board)
-    two_headers(board)
-    board.start()
+    given_up(board)
     run("mount", "--bind", WORLD / "etc", "/etc")
     assert "only settings" in board.call("safe-upgrade", "--at-boot", board.package)[1]
     board.start()
     assert not board.lost() and board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
+
+
+def test_settings_are_in_flash_again(board):
+    given_up(board)
+    board.call("bash", "-c", "upgrade /mnt/package -v; :")
+    board.start()
+    assert (board.firmware(), board.lost(), board.result()["settings"]) == ("new", [], "etc")
+    assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
+
+
+def test_erased_etc_has_lost_all_settings(board):
+    for name in "system.conf", "serverinfo.conf", "cam_model.conf":
+        (WORLD / "etc" / name).unlink()
+    board.hook("3@20000", "mkdir $world/etc; kill -9 0")  # jffs2 mounts it
+    board.call("safe-upgrade", board.package)
+    two_headers(board)
+    board.start()
+    assert Path("/etc/network/network.conf").exists()
 
 
 def test_settings_cannot_be_read_again(board):
