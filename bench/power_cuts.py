@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """power_cuts.py [--card KIND] [--boards N]: records every write of one safe-upgrade to flash and card, from its call
-to the second start after it, on the emulated board. Then it takes each state that a power cut could leave: after
-each write, and with only its first byte, its first half or all but its last byte written. From each state the
+to the second start after it, on the emulated board. Then it takes the states that power cuts leave: after each
+write, and with only its first byte, its first half or all but its last byte written. From each state the
 scripts run on a board of files until nothing is left to do. With --boards, N of the states, half of them from the
 writes to the card and half from those to flash, boot on the emulated board instead."""
 
@@ -32,6 +32,7 @@ CARDS = {
 }
 PARTITION = 1 << 20  # where the card's begins
 BLOCK = 1 << 16  # of the flash
+STORES = "upgrade-store", "upgrade-store.new"  # the second one while it is made
 # A small firmware, so that there are few writes, and a second release of it.
 MAKE = """
 for release in old new; do
@@ -115,14 +116,13 @@ def states(work):
 
 
 def files_on(card, kind, place):
-    """Checks the card's file system as the board does, and takes the store out: its bytes, and whether one is
-    half made."""
+    """Checks the card's file system, and takes out the store and one whose making was cut: size and bytes."""
     image = place / "card"
     image.write_bytes(card[PARTITION:])
     fsck = "fsck.vfat" if kind.startswith("vfat") else "fsck.ext4"
     subprocess.run([fsck, "-y", image], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
     found = []
-    for name in "upgrade-store", "upgrade-store.new":
+    for name in STORES:
         out = place / name
         out.unlink(missing_ok=True)
         if kind.startswith("vfat"):
@@ -130,8 +130,8 @@ def files_on(card, kind, place):
         else:
             subprocess.run(["debugfs", "-R", f"dump /{name} {out}", image], stdout=subprocess.DEVNULL,
                            stderr=subprocess.DEVNULL, check=False)
-        found.append(out.read_bytes().rstrip(b"\0") if out.exists() else None)
-    return found[0], found[1] is not None
+        found.append((out.stat().st_size, out.read_bytes().rstrip(b"\0")) if out.exists() else None)
+    return found
 
 
 KERNEL_AT = 0x100000
@@ -144,20 +144,22 @@ def partitions(flash):
 
 
 def try_state(state):
-    """Runs the scripts from this state on a board of files. Returns what is wrong, or nothing."""
-    what, store, half_made, found, old, new, defaults = state
+    """Runs the scripts from this state on a board of files. Returns what is wrong, or nothing, and whether the
+    old firmware is left."""
+    what, stores, found, old, new, defaults = state
     board = Board(TOP / "integration", "dash", old, new)
     (WORLD / "board").write_text("MAC=02:51:56:01:02:03\nSERIAL_NO=EM00000001\nPRODUCT_CODE=QV-EMULATED\n")
     board.tree("new/etc", defaults)
     for n, data in enumerate(found):
         (WORLD / f"mtd/{n + 1}").write_bytes(data.ljust(len(old[n]), b"\377"))
     board.tree("etc", {name: text.decode("latin-1") for name, text in jffs2.files(found[2]).items()})
+    (WORLD / "etc").mkdir(exist_ok=True)  # jffs2 mounts what is blank
     (WORLD / "proc-mtd").write_text('mtd3: 00180000 00010000 "etc"\n')
-    for name, data in ("upgrade-store", store), ("upgrade-store.new", b"half" if half_made else None):
-        if data is not None:
-            (file_board.CARD / name).write_bytes(data.ljust(2 << 20, b"\0"))
+    for name, file in zip(STORES, stores):
+        if file:
+            (file_board.CARD / name).write_bytes(file[1].ljust(file[0], b"\0"))
     fault = board.fault()
-    return what, fault and f"{fault}\n{board.calls.read_text()}"
+    return what, fault and f"{fault}\n{board.calls.read_text()}", board.is_old
 
 
 def different_states(work, kind):
@@ -167,7 +169,7 @@ def different_states(work, kind):
     new = [(work / f"new.{name}").read_bytes() for name in ("kernel", "app", "etc")]
     defaults = {name: text.decode() for name, text in jffs2.files(new[2]).items()}
     blocks = [hashlib.sha256(flash[at:at + BLOCK]).digest() for at in range(0, len(flash), BLOCK)]
-    seen, count, on_card = set(), 0, (None, False)
+    seen, count, on_card = set(), 0, [None, None]
     for what, device, offset, images in states(work):
         count += 1
         if device == "card":
@@ -179,32 +181,36 @@ def different_states(work, kind):
         if key not in seen:
             seen.add(key)
             found = [data.rstrip(b"\377") for data in partitions(images["flash"])]
-            yield what, *on_card, found, old, new, defaults
+            yield what, on_card, found, old, new, defaults
     print(f"{count} states after a cut, {len(seen)} different for the scripts", flush=True)
 
 
 def replay(work, kind):
     """Tries all states, two at a time."""
-    failed = tried = 0
+    ends = []
     with ProcessPoolExecutor(2, initializer=file_board.own_namespace) as pool:
         waiting = []
         for state in different_states(work, kind):
             waiting.append(pool.submit(try_state, state))
             while len(waiting) > 8:
-                tried, failed = note(waiting.pop(0), tried, failed)
+                note(waiting.pop(0), ends)
         for job in waiting:
-            tried, failed = note(job, tried, failed)
-    print(f"{kind}: {tried - failed} of {tried} states end whole")
+            note(job, ends)
+    failed = ends.count("fault")
+    print(f"{kind}: {len(ends) - failed} of {len(ends)} states end whole")
     return failed
 
 
-def note(job, tried, failed):
-    what, fault = job.result()
+def note(job, ends):
+    """Adds how the state ended. The old firmware is wrong after a state that ended with the new one."""
+    what, fault, is_old = job.result()
+    if is_old and "new" in ends:
+        fault = fault or "the board keeps the old firmware, although an upgrade was promised"
+    ends.append("fault" if fault else "old" if is_old else "new")
     if fault:
         print(f"{what}: {fault}", flush=True)
-    elif tried % 50 == 0:
+    elif len(ends) % 50 == 1:
         print(f"{what}: whole", flush=True)
-    return tried + 1, failed + bool(fault)
 
 
 def boot_states(work, kind, count):

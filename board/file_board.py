@@ -105,14 +105,14 @@ read -r -a header < <(od -A n -v -w20 -t u4 -N 20 "$1")
 at=20
 for n in 1 2 3; do
     size=${header[n + 1]} half=$((size / 2))
-    [ $n != 3 ] || rm -rf $world/etc
+    [ $n != 3 ] || { rm -rf $world/etc && mkdir $world/etc; } # jffs2 mounts what is blank
     head -c "$(stat -c %s $world/mtd/$n)" /dev/zero | tr '\0' '\377' | put mtd/$n 0
     tail -c +$((at + 1)) "$1" | head -c $half | put mtd/$n 0
     tail -c +$((at + half + 1)) "$1" | head -c $((size - half)) | put mtd/$n $half
     at=$((at + size))
     [ "$(cat $world/worn 2>/dev/null)" != $n ] || printf x | /bin/dd of=$world/mtd/$n bs=1 seek=25000 conv=notrunc status=none
 done
-cp -a $world/new/etc $world/etc
+cp -a $world/new/etc/. $world/etc
 [ "$size" != 40000 ] || printf '\300' | put mtd/3 30000 # jffs2 marks a node
 [ ! -e $world/full ] || finish "Upgrade complete."
 cd $world/saved
@@ -264,9 +264,10 @@ class Board:
         return dict(line.split("=", 1) for line in self.call("safe-upgrade", "--result")[1].splitlines())
 
     def firmware(self):
-        """'old', 'new' or 'mixed'."""
-        found = [(WORLD / f"mtd/{n}").read_bytes() for n in (1, 2)]
-        if all(data.startswith(new) for data, new in zip(found, self.new)):
+        """'old', 'new' or 'mixed'. jffs2 writes to /etc: where it is blank, and a bit of each obsolete node."""
+        *found, etc = [(WORLD / f"mtd/{n}").read_bytes() for n in (1, 2, 3)]
+        changes = {(new, now) for new, now in zip(self.new[2], etc) if new not in (now, 0xff)}
+        if all(data.startswith(new) for data, new in zip(found, self.new)) and changes <= {(0xe0, 0xc0)}:
             return "new"
         return "old" if found == self.old[:2] else "mixed"
 
@@ -280,11 +281,12 @@ class Board:
 
     def fault(self):
         """Starts the board until nothing is left to do. Returns what is wrong then. The old firmware is right
-        only if nobody was told that the upgrade is on its way."""
+        only if nobody was told of an upgrade: so no cut after one that ended with the new firmware may end with it."""
         self.start()
         self.power()
         self.start()
         outcome, firmware, lost = self.state()
+        self.is_old = firmware == "old"
         if (outcome, firmware) not in (("none", "old"), ("installed", "new")) or lost:
             return f"{outcome}, {firmware} firmware, lost {lost}"
         store = CARD / "upgrade-store"

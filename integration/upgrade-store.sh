@@ -62,8 +62,8 @@ this_board() {
 
 # The state, one line each; the new firmware's scripts read what the old one's wrote. package: its SHA-256. tries:
 # starts of upgrade. settings: where they are, 'etc' or only in the 'store'. ended: what the last start said,
-# 'complete' or 'fail ...'; nothing after a power cut; 'compared' when flash was right once. regions: start of the first
-# one in the package, and the three sizes.
+# 'complete' or 'fail ...'; nothing after a power cut; 'compared' when flash was right once, 'unread' if the settings
+# could not be compared then. regions: start of the first one in the package, and the three sizes.
 fields="outcome reason package tries settings board ended regions"
 newline='
 '
@@ -192,12 +192,12 @@ compare() {
     esac
 }
 
-# lost_settings [whole]: prints the settings that are not in /etc as they were saved. Fails if it cannot compare. A whole
-# firmware that has not the folder of a file, or the file of a value, cannot hold it.
+# lost_settings [whole]: prints the settings that are not in /etc as they were saved. Fails if it cannot compare. A
+# whole firmware that has not the folder of a file, or the file of a value, cannot hold it.
 lost_settings() (
+    trap 'umount "$look/etc" 2>/dev/null; rm -rf "$look/saved"' EXIT # the mount can have failed
     mkdir -p "$look/saved" && unpack "$look/saved" && cd "$look/saved" || exit
     mount_flash "$look/etc" || { echo "any setting" && exit; }
-    trap 'umount "$look/etc" && rm -rf "$look"' EXIT
     for file in $carried_files; do
         { [ -e "$file" ] && [ -d "$look/etc/${1:+${file%"${file##*/}"}}" ]; } || continue
         cmp -s "$file" "$look/etc/$file" || echo "$file"

@@ -235,10 +235,11 @@ def confirmations(calls):
 
 
 @pytest.mark.parametrize(
-    "outcome, option", [("installed", "2"), ("given-up", "3"), ("refused", "3"), ("none", "")]
+    "outcome, package, option",
+    [("installed", SUM, "2"), ("given-up", SUM, "3"), ("refused", SUM, "3"), ("refused", "", ""), ("none", SUM, "")],
 )
-def test_outcome_is_reported_until_the_server_has_it_and_never_again(fleet_board, outcome, option):
-    fleet_board.result(outcome, SUM)
+def test_outcome_is_reported_until_the_server_has_it_and_never_again(fleet_board, outcome, package, option):
+    fleet_board.result(outcome, package)
     assert (
         confirmations(fleet_board.run(waits="2")[2]) == [option] * 2
     )  # it crashes before it has connected

@@ -96,12 +96,15 @@ def test_cut_at_every_write(make, part):
     board.start()
     writes = -int((WORLD / "power").read_text().split()[0])
     assert writes > 30
+    ends = []
     for step in range(1, writes + 1):
         board = make()
         board.power((step, part))
         board.upgrade()
         board.start()
         ends_whole(board)
+        ends.append(board.is_old)
+    assert ends == sorted(ends, reverse=True)
 
 
 # 200 pairs and 50 triples with ALL_CUTS=yes.
@@ -142,6 +145,14 @@ def test_cuts_before_the_first_erase(board, starts):
     (WORLD / "hangs").unlink()
     board.start()
     assert board.state() == WHOLE
+
+
+def test_file_that_was_being_written(board):
+    """The power failed before it got its name."""
+    board.call("safe-upgrade", board.package)
+    (WORLD / "etc/temp.conf").touch()
+    board.start()
+    assert board.state() == WHOLE and board.result()["tries"] == "2"
 
 
 def test_eight_cuts_are_the_last(board):
@@ -200,6 +211,16 @@ def test_both_copies_of_the_settings_are_damaged(board):
     damage(8 * 65536 + 700)
     assert "settings are damaged" in board.start()
     assert board.state()[:2] == ("installed", "new")
+
+
+def test_copies_cannot_be_read_once(board):
+    cut_in_etc(board)
+    dd = (WORLD / "bin/dd").read_text()
+    broken_dd(board, 4 * 65536 + 512, 8 * 65536 + 512)
+    board.start(boots=1)
+    board.program("dd", dd)
+    board.start()
+    assert board.state() == WHOLE
 
 
 def test_settings_cannot_be_compared(board):
@@ -392,6 +413,21 @@ def test_etc_is_mounted_over_the_saved_settings(board):
     assert "only settings" in board.call("safe-upgrade", "--at-boot", board.package)[1]
     board.start()
     assert not board.lost() and board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
+
+
+def test_refused_with_the_only_settings_on_the_card(board):
+    given_up(board)
+    (WORLD / "refuses").touch()
+    board.upgrade()
+    assert board.result()["outcome"] == "given-up" and not board.lost()
+
+
+def test_settings_on_the_card_are_another_boards(board):
+    cut_in_etc(board)
+    two_headers(board)
+    (WORLD / "board").write_text("MAC=2\n")
+    board.start()
+    assert "in memory" not in board.calls.read_text()
 
 
 def test_settings_are_in_flash_again(board):
