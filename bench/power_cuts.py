@@ -193,24 +193,29 @@ def replay(work, kind):
         for state in different_states(work, kind):
             waiting.append(pool.submit(try_state, state))
             while len(waiting) > 8:
-                note(waiting.pop(0), ends)
+                note(waiting.pop(0), ends, 50)
         for job in waiting:
-            note(job, ends)
+            note(job, ends, 50)
+    return count_faults(kind, "states", ends)
+
+
+def count_faults(kind, what, ends):
     failed = ends.count("fault")
-    print(f"{kind}: {len(ends) - failed} of {len(ends)} states end whole")
+    print(f"{kind}: {len(ends) - failed} of {len(ends)} {what} end whole")
     return failed
 
 
-def note(job, ends):
-    """Adds how the state ended. The old firmware is wrong after a state that ended with the new one."""
+def note(job, ends, step):
+    """Adds how the state ended. The old firmware is wrong after a state that ended with the new one. Of the states
+    that end whole, each step-th is printed."""
     what, fault, is_old = job.result()
     if is_old and "new" in ends:
         fault = fault or "the board keeps the old firmware, although an upgrade was promised"
     ends.append("fault" if fault else "old" if is_old else "new")
     if fault:
         print(f"{what}: {fault}", flush=True)
-    elif len(ends) % 50 == 1:
-        print(f"{what}: whole", flush=True)
+    elif (len(ends) - 1) % step == 0:
+        print(f"{what}: whole, {ends[-1]} firmware", flush=True)
 
 
 def boot_states(work, kind, count):
@@ -234,17 +239,16 @@ def boot_states(work, kind, count):
                     os.symlink(work / name, folder / name)
                 jobs.append(pool.submit(boot_state, folder, what))
             place[device] += 1
-        results = [job.result() for job in jobs]
-    print(f"{kind}: {sum(results)} of {len(results)} boards end whole")
-    return len(results) - sum(results)
+        ends = []
+        for job in jobs:
+            note(job, ends, 1)
+    return count_faults(kind, "boards", ends)
 
 
 def boot_state(folder, what):
-    output = emulated_board.run(folder, *OPTIONS, jobs=[LOOK, NEXT])
-    fault = emulated_board.fault(*output)
-    print(f"{what}: {fault or 'whole, ' + next(line for line in output[1].splitlines() if 'lost:' in line)}", flush=True)
+    status, output = emulated_board.run(folder, *OPTIONS, jobs=[LOOK, NEXT])
     shutil.rmtree(folder)
-    return not fault
+    return what, emulated_board.fault(status, output), "found: old lost:" in output
 
 
 def main():

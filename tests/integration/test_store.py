@@ -442,7 +442,7 @@ def test_settings_are_in_flash_again(board):
 def test_erased_etc_has_lost_all_settings(board):
     for name in "system.conf", "serverinfo.conf", "cam_model.conf":
         (WORLD / "etc" / name).unlink()
-    board.hook("3@20000", "mkdir $world/etc; kill -9 0")  # jffs2 mounts it
+    board.hook("3@20000", "kill -9 0")
     board.call("safe-upgrade", board.package)
     two_headers(board)
     board.start()
@@ -569,7 +569,7 @@ def test_signal_while_a_header_is_written(make, shell):
     board.hook("upgrade-store@65536", "read -r _ _ _ _ group _ </proc/self/stat; trap '' TERM; kill -TERM -$group; sleep 0.2")
     board.call("safe-upgrade", "--at-boot", board.package)
     board.start()
-    assert board.state() in (WHOLE, ("none", "old", []))
+    assert board.state() == WHOLE
     assert board.call("safe-upgrade", "--at-boot", board.package)[0] == 0
 
 
